@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project builds, tests and benchmarks with.
+# Idempotent: packages already present are not downloaded again, and nothing
+# is fetched at all when everything is installed.
+#
+#   scripts/install-deps.sh            # Linux build, tests, benchmarks
+#   scripts/install-deps.sh --windows  # also MinGW-w64 and Wine
+set -euo pipefail
+
+packages=(
+  g++ cmake ninja-build pkg-config git
+  libfmt-dev libzxcvbn-dev
+  googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libcrypt-dev         # test-only: cross-check of the SHA-crypt functions
+  libssl-dev           # benchmark-only: reference digests
+  rapidjson-dev        # benchmark-only: reference JSON reader and writer
+  clang-16 libclang-rt-16-dev  # fuzz targets (libFuzzer)
+  unicode-data python3 # combining-marks table generator
+  python3-pexpect      # end-to-end tests on a pseudo-terminal
+  whois                # mkpasswd, reference in the whole-run benchmark
+  valgrind
+  util-linux           # script(1)
+)
+
+if [[ "${1:-}" == "--windows" ]]; then
+  packages+=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$p")
+  fi
+done
+
+if ((${#missing[@]} == 0)); then
+  exit 0
+fi
+
+if [[ $(id -u) -ne 0 ]]; then
+  echo "install-deps: missing packages: ${missing[*]}; run this script as root" >&2
+  exit 1
+fi
+
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -qq
+apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,98 @@
+// Uuid: a 128-bit universally unique identifier, the identity of a user.
+//
+// The default value is the null UUID (all zero bits). The text form is the
+// 36 characters 8-4-4-4-12 of lower-case hexadecimal digits; the parser
+// accepts exactly that form in either letter case and nothing else.
+//
+// Thread safety: a value type; create() may be called from any thread.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <expected>
+#include <string_view>
+#include <system_error>
+
+#include "utils/core/Format.h"
+#include "utils/string/BasicFixedString.h"
+
+namespace korvane::utils::core {
+
+class Uuid {
+ public:
+  static constexpr std::size_t textLength = 36;
+  using Bytes = std::array<std::uint8_t, 16>;
+
+  constexpr Uuid() noexcept = default;
+  constexpr explicit Uuid(const Bytes& bytes) noexcept : bytes_(bytes) {}
+
+  // A new random (version 4, RFC 4122 variant) UUID from the operating
+  // system's random source. Throws std::system_error when the source fails.
+  static Uuid create();
+
+  bool isNull() const noexcept { return bytes_ == Bytes{}; }
+  const Bytes& bytes() const noexcept { return bytes_; }
+
+  // A hash consistent with ==, seeded once per process so that a hostile
+  // file cannot choose UUIDs that collide in a hash table.
+  std::size_t hash() const noexcept;
+
+  friend bool operator==(const Uuid&, const Uuid&) noexcept = default;
+
+  string::BasicFixedString<char, textLength> toString() const;
+
+  // Writes exactly 36 characters, no terminator.
+  template <typename CharT>
+  void toStringInternal(CharT* out) const;
+
+  // Parses the 36-character text form; std::errc::invalid_argument for any
+  // other text.
+  template <typename CharT>
+  static std::expected<Uuid, std::error_code> fromStringInternal(const CharT* text,
+                                                                 std::size_t length);
+
+  static std::expected<Uuid, std::error_code> fromString(std::string_view text);
+
+ private:
+  Bytes bytes_{};
+};
+
+template <>
+void Uuid::toStringInternal<char>(char* out) const;
+template <>
+std::expected<Uuid, std::error_code> Uuid::fromStringInternal<char>(const char* text,
+                                                                    std::size_t length);
+
+inline std::expected<Uuid, std::error_code> Uuid::fromString(std::string_view text) {
+  return fromStringInternal<char>(text.data(), text.size());
+}
+
+struct UuidHash {
+  std::size_t operator()(const Uuid& uuid) const noexcept { return uuid.hash(); }
+};
+
+}  // namespace korvane::utils::core
+
+// A Uuid formats as its 36 characters. It takes no format specification; an
+// unterminated one is refused with the standard library's wording.
+template <>
+struct korvane::utils::core::fmtlib::formatter<korvane::utils::core::Uuid> {
+  template <typename ParseContext>
+  constexpr auto parse(ParseContext& context) {
+    auto it = context.begin();
+    if (it == context.end() || *it != '}') {
+      throw korvane::utils::core::FormatError("Missing '}' in format string.");
+    }
+    return it;
+  }
+
+  template <typename FormatContext>
+  auto format(const korvane::utils::core::Uuid& uuid, FormatContext& context) const {
+    char text[korvane::utils::core::Uuid::textLength];
+    uuid.toStringInternal<char>(text);
+    auto out = context.out();
+    for (const char c : text) *out++ = c;
+    return out;
+  }
+};

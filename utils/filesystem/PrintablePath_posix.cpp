@@ -1,0 +1,11 @@
+#include "utils/filesystem/PrintablePath.h"
+
+namespace korvane::utils::filesystem {
+
+std::string toPrintable(const std::filesystem::path& path) {
+  // "\" is an ordinary file-name character here: the native form is the
+  // only faithful one.
+  return path.native();
+}
+
+}  // namespace korvane::utils::filesystem

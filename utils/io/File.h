@@ -1,0 +1,86 @@
+// File: an open operating-system file, closed when the object goes away.
+//
+// Every failure of the system calls behind it becomes an exception naming
+// the operation, the file and the system's reason (see SystemError.h); a
+// file that does not exist when opened for reading is a FileNotFoundError.
+// Interrupted calls are retried.
+//
+// Thread safety: one object must not be used from two threads at once.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <span>
+
+namespace korvane::utils::io {
+
+class File {
+ public:
+  // The process's standard streams. They are not closed by the File.
+  enum class PseudoFile : int { standardInput = 0, standardOutput = 1, standardError = 2 };
+
+  enum class Access : int {
+    read = 0,              // existing file, reading
+    write = 1,             // existing file, writing
+    readWrite = 2,         // existing file, both
+    createOrTruncate = 3,  // create the file, or empty an existing one, for writing
+  };
+
+  // Mode bits a new file is created with (before the process's umask).
+  static constexpr std::filesystem::perms defaultCreatePermissions =
+      std::filesystem::perms::owner_read | std::filesystem::perms::owner_write |
+      std::filesystem::perms::group_read | std::filesystem::perms::others_read;
+
+  // A descriptor on POSIX, a HANDLE on Windows.
+  using NativeHandle = std::intptr_t;
+
+  explicit File(PseudoFile pseudoFile);
+
+  // Opens `path`. Reading a file that does not exist throws
+  // FileNotFoundError; every other failure throws std::system_error.
+  // Opening does not block on a FIFO without a writer; reading it then
+  // sees the end of input.
+  File(const std::filesystem::path& path, Access access,
+       std::filesystem::perms createPermissions = defaultCreatePermissions);
+
+  File(File&& other) noexcept;
+  File& operator=(File&& other) noexcept;
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  // Closes the file; a failure here is not reported (call close() for that).
+  ~File();
+
+  // Reads at most into.size() bytes; 0 means the end of input.
+  std::size_t read(std::span<char> into);
+
+  // Writes every byte of `bytes`.
+  void write(std::span<const char> bytes);
+
+  // Makes the written data durable (fsync, FlushFileBuffers).
+  void sync();
+
+  // Sets the file's mode bits exactly, whatever the umask (no-op on Windows).
+  void setPermissions(std::filesystem::perms permissions);
+
+  // Closes the file, reporting a failure. Closing twice does nothing.
+  void close();
+
+  bool isOpen() const noexcept { return handle_ != invalidHandle; }
+
+  // The path opened, or a description such as "standard input" for a
+  // pseudo file; used in error messages.
+  const std::filesystem::path& path() const noexcept { return path_; }
+
+  NativeHandle nativeHandle() const noexcept { return handle_; }
+
+ private:
+  static const NativeHandle invalidHandle;
+
+  std::filesystem::path path_;
+  NativeHandle handle_;
+  bool owned_;
+};
+
+}  // namespace korvane::utils::io

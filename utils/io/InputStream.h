@@ -1,0 +1,88 @@
+// InputStream: a buffered source of characters. Derived classes supply
+// readSome(); scanners such as the JSON decoder work directly on the
+// buffered span (buffered() / consume()) and refill with ensureBuffer().
+//
+// The buffer is zeroed when the stream goes away, since it may have held a
+// password read from redirected standard input.
+//
+// Thread safety: one object must not be used from two threads at once.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <span>
+#include <string_view>
+
+#include "utils/core/SecureZero.h"
+
+namespace korvane::utils::io {
+
+template <typename CharT>
+class InputStream {
+  static_assert(sizeof(CharT) == 1, "streams carry bytes");
+
+ public:
+  static constexpr std::size_t defaultBufferSize = 64 * 1024;
+
+  InputStream(const InputStream&) = delete;
+  InputStream& operator=(const InputStream&) = delete;
+
+  virtual ~InputStream() { core::secureZero(buffer_.get(), capacity_ * sizeof(CharT)); }
+
+  // Makes sure at least one character is buffered. Returns false at the end
+  // of the input. A read failure is not the end of the input: it still
+  // throws, so that a failing source can never pass for a short one.
+  bool ensureBuffer(std::nothrow_t) {
+    if (position_ != limit_) return true;
+    if (ended_) return false;
+    return refill();
+  }
+
+  // The characters buffered and not yet consumed (possibly none).
+  std::span<const CharT> buffered() const noexcept {
+    return {buffer_.get() + position_, limit_ - position_};
+  }
+
+  // REQUIRES: count <= buffered().size().
+  void consume(std::size_t count) noexcept { position_ += count; }
+
+  // The next character, or -1 at the end of the input.
+  int get() {
+    if (!ensureBuffer(std::nothrow)) return -1;
+    return static_cast<unsigned char>(buffer_[position_++]);
+  }
+
+  // Characters consumed so far since the stream was opened.
+  std::size_t offset() const noexcept { return consumedBefore_ + position_; }
+
+ protected:
+  explicit InputStream(std::size_t bufferSize = defaultBufferSize)
+      : buffer_(std::make_unique<CharT[]>(bufferSize)), capacity_(bufferSize) {}
+
+  // Reads at most into.size() characters; returns 0 only at the end of the
+  // input. Throws on failure.
+  virtual std::size_t readSome(std::span<CharT> into) = 0;
+
+ private:
+  bool refill() {
+    consumedBefore_ += limit_;
+    position_ = limit_ = 0;
+    const std::size_t got = readSome({buffer_.get(), capacity_});
+    if (got == 0) {
+      ended_ = true;
+      return false;
+    }
+    limit_ = got;
+    return true;
+  }
+
+  std::unique_ptr<CharT[]> buffer_;
+  std::size_t capacity_;
+  std::size_t position_ = 0;
+  std::size_t limit_ = 0;
+  std::size_t consumedBefore_ = 0;
+  bool ended_ = false;
+};
+
+}  // namespace korvane::utils::io

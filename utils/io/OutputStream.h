@@ -1,0 +1,105 @@
+// OutputStream: a buffered sink of characters. Derived classes supply
+// writeSome(), which writes everything it is given or throws.
+//
+// The first failure is kept: later writes are dropped and flush() throws it
+// again, so an error met in a destructor (writeNoThrow) is not lost as long
+// as the owner flushes or closes the stream explicitly.
+//
+// Thread safety: one object must not be used from two threads at once.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "utils/core/SecureZero.h"
+
+namespace korvane::utils::io {
+
+template <typename CharT>
+class OutputStream {
+  static_assert(sizeof(CharT) == 1, "streams carry bytes");
+
+ public:
+  static constexpr std::size_t defaultBufferSize = 64 * 1024;
+
+  OutputStream(const OutputStream&) = delete;
+  OutputStream& operator=(const OutputStream&) = delete;
+
+  // Derived classes flush in their own destructor; this one only wipes.
+  virtual ~OutputStream() { core::secureZero(buffer_.get(), capacity_ * sizeof(CharT)); }
+
+  void write(std::basic_string_view<CharT> text) {
+    if (text.size() <= capacity_ - used_) {
+      std::memcpy(buffer_.get() + used_, text.data(), text.size() * sizeof(CharT));
+      used_ += text.size();
+      return;
+    }
+    writeSlow(text);
+  }
+
+  void put(CharT c) {
+    if (used_ == capacity_) flushBuffer();
+    buffer_[used_++] = c;
+  }
+
+  // As write(), but a failure is kept for the next flush() instead of thrown.
+  void writeNoThrow(std::basic_string_view<CharT> text) noexcept {
+    try {
+      write(text);
+    } catch (...) {
+      if (!error_) error_ = std::current_exception();
+    }
+  }
+
+  // Hands everything buffered to the sink; throws the first failure met.
+  void flush() {
+    flushBuffer();
+    if (error_) std::rethrow_exception(error_);
+  }
+
+ protected:
+  explicit OutputStream(std::size_t bufferSize = defaultBufferSize)
+      : buffer_(std::make_unique<CharT[]>(bufferSize)), capacity_(bufferSize) {}
+
+  virtual void writeSome(std::span<const CharT> text) = 0;
+
+  bool failed() const noexcept { return static_cast<bool>(error_); }
+
+ private:
+  void writeSlow(std::basic_string_view<CharT> text) {
+    flushBuffer();
+    if (text.size() >= capacity_) {
+      sink(text);
+      return;
+    }
+    std::memcpy(buffer_.get(), text.data(), text.size() * sizeof(CharT));
+    used_ = text.size();
+  }
+
+  void flushBuffer() {
+    const std::size_t count = used_;
+    used_ = 0;
+    if (count != 0) sink({buffer_.get(), count});
+  }
+
+  void sink(std::span<const CharT> text) {
+    if (error_) std::rethrow_exception(error_);
+    try {
+      writeSome(text);
+    } catch (...) {
+      error_ = std::current_exception();
+      throw;
+    }
+  }
+
+  std::unique_ptr<CharT[]> buffer_;
+  std::size_t capacity_;
+  std::size_t used_ = 0;
+  std::exception_ptr error_;
+};
+
+}  // namespace korvane::utils::io
