@@ -1,0 +1,147 @@
+#include "setUserPassword/CommandLine.h"
+
+#include <cstdlib>
+#include <iostream>
+
+#include "setUserPassword/PlatformConsole.h"
+#include "utils/core/Format.h"
+#include "utils/windows/RetainConsole.h"
+
+namespace korvane::setUserPassword {
+
+namespace {
+
+constexpr std::string_view usage =
+    "Usage: KorvanePassword.exe [options] <user name>\n"
+    "\n"
+    "Options:\n"
+    "  -Help, /?                    Show this help and exit\n"
+    "  -Version                     Print version information and exit\n"
+    "  -Remove                      Remove the password instead of setting a new one\n"
+    "  -ConfigDir <path>            Look for the configuration files in the directory <path> "
+    "before the default locations. This option can be specified multiple times.\n"
+    "                               These directories are not searched for files whose path "
+    "has been specified using -Users or -Passwords.\n"
+    "  -Users <path>                Load the user configuration from <path>\n"
+    "  -Passwords <path>            Modify the password file located at <path>\n"
+    "  -DontRejectInsecurePasswords Do not reject weak, insecure passwords\n";
+
+constexpr std::string_view version =
+    "Korvane Password Tool 2.0.3\n"
+    "Copyright (C) Korvane Software.\n"
+    "All rights reserved.\n";
+
+// Walks the arguments once, left to right; the first error ends the parse.
+class Parser {
+ public:
+  Parser(int argc, const char* const* argv) : argc_(argc), argv_(argv) {
+    commandLine_.stdinIsConsole = standardInputIsConsole();
+  }
+
+  CommandLine parse() {
+    for (index_ = 1; index_ < argc_; ++index_) parseArgument(argv_[index_]);
+    if (commandLine_.userName.empty()) fail("no user name specified");
+    return std::move(commandLine_);
+  }
+
+ private:
+  void parseArgument(std::string_view argument) {
+    if (parseValueOption(argument) || parseFlagOption(argument)) return;
+    if (!argument.empty() && (argument.front() == '-' || argument.front() == '/')) {
+      fail(utils::core::format("unknown option '{}'", argument));
+    }
+    if (!commandLine_.userName.empty()) fail("too many arguments");
+    if (argument.empty()) fail("empty string specified as user name");
+    commandLine_.userName = argument;
+  }
+
+  bool parseValueOption(std::string_view argument) {
+    if (argument == "-ConfigDir") {
+      const std::string_view value = takeValue();
+      if (value.empty()) fail("empty string specified as config directory");
+      commandLine_.configDirectories.push_back(pathFromArgument(value));
+      return true;
+    }
+    if (argument == "-Users") {
+      setSingle(commandLine_.usersPath, "duplicate user configuration file option",
+                "empty string specified for user configuration file");
+      return true;
+    }
+    if (argument == "-Passwords") {
+      setSingle(commandLine_.passwordsPath, "duplicate password file option",
+                "empty string specified for password file");
+      return true;
+    }
+    return false;
+  }
+
+  bool parseFlagOption(std::string_view argument) {
+    if (argument == "-Remove") {
+      commandLine_.remove = true;
+    } else if (argument == "-DontRejectInsecurePasswords") {
+      commandLine_.dontRejectInsecurePasswords = true;
+    } else if (argument == "-Help" || argument == "/?") {
+      printUsageAndExit(commandLine_, {});
+    } else if (argument == "-Version") {
+      printVersionAndExit(commandLine_);
+    } else {
+      return false;
+    }
+    return true;
+  }
+
+  // The duplicate test comes before the empty test, so a second option is
+  // a duplicate even when its value is empty.
+  void setSingle(std::optional<std::filesystem::path>& target, std::string_view duplicateMessage,
+                 std::string_view emptyMessage) {
+    const std::string_view value = takeValue();
+    if (target) fail(duplicateMessage);
+    if (value.empty()) fail(emptyMessage);
+    target = pathFromArgument(value);
+  }
+
+  // The argument after an option is its value, whatever it looks like; an
+  // option in last place has the empty value.
+  std::string_view takeValue() {
+    if (index_ + 1 >= argc_) return {};
+    return argv_[++index_];
+  }
+
+  [[noreturn]] void fail(std::string_view message) { printUsageAndExit(commandLine_, message); }
+
+  int argc_;
+  const char* const* argv_;
+  int index_ = 1;
+  CommandLine commandLine_;
+};
+
+}  // namespace
+
+std::string_view usageText() noexcept { return usage; }
+
+std::string_view versionText() noexcept { return version; }
+
+CommandLine parseCommandLine(int argc, const char* const* argv) {
+  return Parser(argc, argv).parse();
+}
+
+void printUsageAndExit(const CommandLine& commandLine, std::string_view message) {
+  if (message.empty()) {
+    std::cout << usage << std::flush;
+    utils::windows::retainConsole();
+    std::exit(0);
+  }
+  std::cerr << "COMMAND LINE ERROR: " << message << "\n\n";
+  if (commandLine.stdinIsConsole) std::cerr << usage;
+  std::cerr << std::flush;
+  utils::windows::retainConsole();
+  std::exit(1);
+}
+
+void printVersionAndExit(const CommandLine&) {
+  std::cout << version << std::flush;
+  utils::windows::retainConsole();
+  std::exit(0);
+}
+
+}  // namespace korvane::setUserPassword

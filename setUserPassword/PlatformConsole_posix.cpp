@@ -1,0 +1,13 @@
+#include <unistd.h>
+
+#include "setUserPassword/PlatformConsole.h"
+
+namespace korvane::setUserPassword {
+
+bool standardInputIsConsole() noexcept { return ::isatty(STDIN_FILENO) == 1; }
+
+std::filesystem::path pathFromArgument(std::string_view argument) {
+  return std::filesystem::path(argument);
+}
+
+}  // namespace korvane::setUserPassword

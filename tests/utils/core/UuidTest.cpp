@@ -1,0 +1,134 @@
+#include "utils/core/Uuid.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <unordered_map>
+
+namespace korvane::utils::core {
+namespace {
+
+const std::string sampleText = "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0";
+
+TEST(UuidTest, DefaultIsNull) {
+  const Uuid uuid;
+  EXPECT_TRUE(uuid.isNull());
+  EXPECT_EQ(uuid.toString().view(), "00000000-0000-0000-0000-000000000000");
+}
+
+TEST(UuidTest, TextRoundTrip) {
+  const auto parsed = Uuid::fromString(sampleText);
+  ASSERT_TRUE(parsed.has_value());
+  EXPECT_FALSE(parsed->isNull());
+  EXPECT_EQ(parsed->toString().view(), sampleText);
+  EXPECT_EQ(parsed->bytes()[0], 0x0f);
+  EXPECT_EQ(parsed->bytes()[15], 0xf0);
+}
+
+TEST(UuidTest, ParsesEitherLetterCaseAndWritesLowerCase) {
+  const auto upper = Uuid::fromString("0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0");
+  ASSERT_TRUE(upper.has_value());
+  EXPECT_EQ(*upper, *Uuid::fromString(sampleText));
+  EXPECT_EQ(upper->toString().view(), sampleText);
+}
+
+TEST(UuidTest, RejectsEveryOtherForm) {
+  for (const std::string text :
+       {"", "0f1e2d3c4b5a69788796a5b4c3d2e1f0", "{0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0}",
+        " 0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0 ",
+        "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1fg",
+        "0f1e2d3c_4b5a-6978-8796-a5b4c3d2e1f0", "0f1e2d3-c4b5a-6978-8796-a5b4c3d2e1f0",
+        "$schema", std::string("0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f\0", 36)}) {
+    const auto parsed = Uuid::fromString(text);
+    ASSERT_FALSE(parsed.has_value()) << text;
+    EXPECT_EQ(parsed.error(), std::errc::invalid_argument);
+  }
+}
+
+TEST(UuidTest, EveryHyphenPositionIsChecked) {
+  for (const std::size_t at : {8u, 13u, 18u, 23u}) {
+    std::string text = sampleText;
+    text[at] = '0';
+    EXPECT_FALSE(Uuid::fromString(text).has_value()) << at;
+  }
+}
+
+TEST(UuidTest, ToStringInternalWritesExactly36Characters) {
+  const Uuid uuid = *Uuid::fromString(sampleText);
+  char out[40];
+  std::fill(std::begin(out), std::end(out), '#');
+  uuid.toStringInternal<char>(out);
+  EXPECT_EQ(std::string(out, 36), sampleText);
+  EXPECT_EQ(out[36], '#');
+}
+
+TEST(UuidTest, CreateIsRandomVersion4) {
+  std::set<std::string> seen;
+  for (int i = 0; i < 1000; ++i) {
+    const Uuid uuid = Uuid::create();
+    EXPECT_FALSE(uuid.isNull());
+    EXPECT_EQ(uuid.bytes()[6] >> 4, 4);
+    EXPECT_EQ(uuid.bytes()[8] & 0xC0, 0x80);
+    seen.insert(uuid.toString().str());
+  }
+  EXPECT_EQ(seen.size(), 1000u);
+}
+
+TEST(UuidTest, CreatedBitsVary) {
+  // Every random bit position takes both values over many UUIDs.
+  std::array<int, 128> ones{};
+  constexpr int count = 2000;
+  for (int i = 0; i < count; ++i) {
+    const auto bytes = Uuid::create().bytes();
+    for (std::size_t bit = 0; bit < 128; ++bit) ones[bit] += (bytes[bit / 8] >> (7 - bit % 8)) & 1;
+  }
+  for (std::size_t bit = 0; bit < 128; ++bit) {
+    const bool fixed = (bit >= 48 && bit < 52) || bit == 64 || bit == 65;
+    if (fixed) continue;
+    EXPECT_GT(ones[bit], count / 3) << bit;
+    EXPECT_LT(ones[bit], 2 * count / 3) << bit;
+  }
+}
+
+TEST(UuidTest, HashIsConsistentWithEquality) {
+  const Uuid a = *Uuid::fromString(sampleText);
+  const Uuid b = *Uuid::fromString("0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0");
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(a.hash(), b.hash());
+  EXPECT_NE(a, Uuid());
+  std::unordered_map<Uuid, int, UuidHash> counts;
+  ++counts[a];
+  ++counts[b];
+  ++counts[Uuid()];
+  EXPECT_EQ(counts.size(), 2u);
+  EXPECT_EQ(counts[a], 2);
+}
+
+TEST(UuidTest, HashSpreadsNeighbouringValues) {
+  std::set<std::size_t> hashes;
+  for (std::uint8_t i = 0; i < 200; ++i) {
+    Uuid::Bytes bytes{};
+    bytes[15] = i;
+    hashes.insert(Uuid(bytes).hash() % 1024);
+  }
+  EXPECT_GT(hashes.size(), 150u);
+}
+
+TEST(UuidTest, FormatsAsItsText) {
+  const Uuid uuid = *Uuid::fromString(sampleText);
+  EXPECT_EQ(format("user {} here", uuid), "user " + sampleText + " here");
+}
+
+TEST(UuidTest, UnterminatedFormatSpecificationIsRefused) {
+  const Uuid uuid = *Uuid::fromString(sampleText);
+  try {
+    (void)formatRuntime("{:", uuid);
+    FAIL() << "no error";
+  } catch (const FormatError& error) {
+    EXPECT_STREQ(error.what(), "Missing '}' in format string.");
+  }
+}
+
+}  // namespace
+}  // namespace korvane::utils::core

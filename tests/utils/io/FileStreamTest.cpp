@@ -1,0 +1,230 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/ChildProcess.h"
+#include "utils/io/FileInputStream.h"
+#include "utils/io/FileNotFoundError.h"
+#include "utils/io/FileOutputStream.h"
+
+namespace korvane::utils::io {
+namespace {
+
+using korvane::testing::readFile;
+using korvane::testing::TemporaryDirectory;
+using korvane::testing::writeFile;
+
+// A source that hands out its text a few characters at a time, so that
+// every buffer boundary is crossed.
+class ChunkedInputStream : public virtual InputStream<char> {
+ public:
+  ChunkedInputStream(std::string text, std::size_t bufferSize)
+      : InputStream<char>(bufferSize), text_(std::move(text)) {}
+
+ protected:
+  std::size_t readSome(std::span<char> into) override {
+    const std::size_t count = std::min(into.size(), text_.size() - offset_);
+    text_.copy(into.data(), count, offset_);
+    offset_ += count;
+    return count;
+  }
+
+ private:
+  std::string text_;
+  std::size_t offset_ = 0;
+};
+
+class RecordingOutputStream : public virtual OutputStream<char> {
+ public:
+  explicit RecordingOutputStream(std::size_t bufferSize) : OutputStream<char>(bufferSize) {}
+  std::string written;
+  int writes = 0;
+  bool failNext = false;
+
+ protected:
+  void writeSome(std::span<const char> text) override {
+    if (failNext) throw std::runtime_error("sink failed");
+    written.append(text.data(), text.size());
+    ++writes;
+  }
+};
+
+std::string readAll(InputStream<char>& stream) {
+  std::string text;
+  for (int c; (c = stream.get()) >= 0;) text.push_back(static_cast<char>(c));
+  return text;
+}
+
+TEST(InputStreamTest, ReadsAcrossEveryBufferBoundary) {
+  std::string text;
+  for (int i = 0; i < 300; ++i) text.push_back(static_cast<char>(i));
+  for (std::size_t size = 1; size <= 17; ++size) {
+    ChunkedInputStream stream(text, size);
+    EXPECT_EQ(readAll(stream), text) << size;
+    EXPECT_EQ(stream.offset(), text.size());
+    EXPECT_FALSE(stream.ensureBuffer(std::nothrow));
+    EXPECT_EQ(stream.get(), -1);
+  }
+}
+
+TEST(InputStreamTest, EmptyInputEndsAtOnce) {
+  ChunkedInputStream stream("", 4);
+  EXPECT_FALSE(stream.ensureBuffer(std::nothrow));
+  EXPECT_EQ(stream.get(), -1);
+}
+
+TEST(InputStreamTest, BufferedSpanAndConsume) {
+  ChunkedInputStream stream("abcdef", 4);
+  ASSERT_TRUE(stream.ensureBuffer(std::nothrow));
+  EXPECT_EQ(std::string(stream.buffered().begin(), stream.buffered().end()), "abcd");
+  stream.consume(3);
+  EXPECT_EQ(stream.get(), 'd');
+  EXPECT_EQ(stream.buffered().size(), 0u);
+  EXPECT_EQ(stream.get(), 'e');
+}
+
+TEST(OutputStreamTest, BuffersAndFlushes) {
+  RecordingOutputStream stream(4);
+  stream.write("ab");
+  EXPECT_EQ(stream.written, "");
+  stream.write("cde");
+  stream.put('f');
+  stream.write("a long text beyond the buffer");
+  stream.flush();
+  EXPECT_EQ(stream.written, "abcdefa long text beyond the buffer");
+}
+
+TEST(OutputStreamTest, FirstFailureIsKeptForFlush) {
+  RecordingOutputStream stream(4);
+  stream.failNext = true;
+  stream.writeNoThrow("abcdefgh");  // does not throw
+  stream.failNext = false;
+  stream.writeNoThrow("ij");
+  EXPECT_THROW(stream.flush(), std::runtime_error);
+  EXPECT_THROW(stream.write("more text than fits"), std::runtime_error);
+}
+
+TEST(FileStreamTest, WritesAndReadsAFile) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "file.txt";
+  std::string text(200000, 'x');
+  for (std::size_t i = 0; i < text.size(); i += 7) text[i] = static_cast<char>('a' + i % 26);
+  {
+    FileOutputStream<char> out(path, File::Access::createOrTruncate);
+    out.write(text);
+    out.close();
+  }
+  EXPECT_EQ(readFile(path), text);
+  FileInputStream<char> in(path);
+  EXPECT_EQ(readAll(in), text);
+}
+
+TEST(FileStreamTest, CreateOrTruncateEmptiesAnExistingFile) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "file.txt";
+  writeFile(path, "old content that is long");
+  FileOutputStream<char> out(path, File::Access::createOrTruncate);
+  out.write("new");
+  out.close();
+  EXPECT_EQ(readFile(path), "new");
+}
+
+TEST(FileStreamTest, MissingFileIsFileNotFoundErrorNamingTheFile) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "missing.json";
+  try {
+    FileInputStream<char> in(path);
+    FAIL() << "opened a missing file";
+  } catch (const FileNotFoundError& error) {
+    const std::string what = error.what();
+    EXPECT_NE(what.find(path.string()), std::string::npos) << what;
+    EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
+    EXPECT_EQ(error.path(), path);
+  }
+}
+
+TEST(FileStreamTest, FileNotFoundErrorIsAStandardException) {
+  TemporaryDirectory directory;
+  EXPECT_THROW(FileInputStream<char>(directory.path() / "missing"), std::system_error);
+  EXPECT_THROW(FileInputStream<char>(directory.path() / "missing"), std::exception);
+}
+
+TEST(FileStreamTest, OtherOpenFailuresNameOperationFileAndReason) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root may open any file";
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "secret";
+  writeFile(path, "x");
+  ::chmod(path.c_str(), 0);
+  try {
+    FileInputStream<char> in(path);
+    FAIL() << "opened an unreadable file";
+  } catch (const FileNotFoundError&) {
+    FAIL() << "not a missing file";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(std::string(error.what()),
+              "could not open \"" + path.string() + "\": Permission denied");
+  }
+}
+
+TEST(FileStreamTest, ReadingADirectoryFailsWithAReadError) {
+  TemporaryDirectory directory;
+  FileInputStream<char> in(directory.path());
+  try {
+    (void)in.get();
+    FAIL() << "read a directory";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(std::string(error.what()),
+              "could not read \"" + directory.path().string() + "\": Is a directory");
+  }
+}
+
+TEST(FileStreamTest, WriteFailureIsReportedByClose) {
+  FileOutputStream<char> out("/dev/full", File::Access::write);
+  out.write("some text");
+  try {
+    out.close();
+    FAIL() << "no error from a full device";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(std::string(error.what()), "could not write \"/dev/full\": No space left on device");
+  }
+}
+
+TEST(FileStreamTest, NewFilePermissionsAndSetPermissions) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "private";
+  const mode_t old = ::umask(0);
+  {
+    File file(path, File::Access::createOrTruncate,
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    file.close();
+  }
+  ::umask(old);
+  struct stat status {};
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0600u);
+  File file(path, File::Access::write);
+  file.setPermissions(std::filesystem::perms::owner_read | std::filesystem::perms::group_read);
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0440u);
+}
+
+TEST(FileStreamTest, StandardInputPseudoFile) {
+  File file(File::PseudoFile::standardInput);
+  EXPECT_TRUE(file.isOpen());
+  EXPECT_EQ(file.path(), "standard input");
+  EXPECT_EQ(file.nativeHandle(), 0);
+}
+
+TEST(FileStreamTest, FifoWithoutWriterReadsAsEmpty) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "fifo";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  FileInputStream<char> in(path);  // must not block
+  EXPECT_EQ(in.get(), -1);
+}
+
+}  // namespace
+}  // namespace korvane::utils::io
