@@ -1,0 +1,73 @@
+// Sha512: the SHA-512 message digest (FIPS 180-4) as a streaming context.
+// Bytes are added in any number of calls of any size, partial blocks are
+// buffered, and finish() pads the message and writes the 64-byte digest in
+// big-endian byte order. Inputs are read byte-wise, so they may have any
+// alignment.
+//
+// The context holds data derived from what was hashed (chaining words and
+// buffered input); call wipe() when that data is secret.
+//
+// Thread safety: a value type; distinct objects may be used concurrently,
+// one object needs external synchronisation.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace korvane::security {
+
+class Sha512 {
+ public:
+  static constexpr std::size_t kDigestLength = 64;
+  static constexpr std::size_t kBlockLength = 128;
+
+  using Digest = std::array<unsigned char, kDigestLength>;
+  using State = std::array<std::uint64_t, 8>;
+
+  Sha512() noexcept { init(); }
+
+  // Resets to the standard initial hash values with nothing processed.
+  void init() noexcept;
+
+  // Adds bytes to the message; an empty span is allowed.
+  void update(std::span<const unsigned char> bytes) noexcept;
+  void update(std::string_view bytes) noexcept;
+
+  // Pads the message, writes the digest and leaves the context to be
+  // re-initialised with init() before it is used again.
+  void finish(std::span<unsigned char, kDigestLength> digest) noexcept;
+  Digest finish() noexcept;
+
+  // Overwrites the whole context with zero bytes in a way the compiler may
+  // not remove.
+  void wipe() noexcept;
+
+  // The digest of one message.
+  static Digest hash(std::span<const unsigned char> bytes) noexcept;
+  static Digest hash(std::string_view bytes) noexcept;
+
+  // The initial chaining words of the standard.
+  static constexpr State kInitialState = {
+      0x6a09e667f3bcc908ULL, 0xbb67ae8584caa73bULL, 0x3c6ef372fe94f82bULL,
+      0xa54ff53a5f1d36f1ULL, 0x510e527fade682d1ULL, 0x9b05688c2b3e6c1fULL,
+      0x1f83d9abfb41bd6bULL, 0x5be0cd19137e2179ULL};
+
+  // The compression function: folds `blockCount` whole 128-byte blocks
+  // into `state`. For callers that lay out padded messages themselves.
+  // REQUIRES: blocks holds blockCount * kBlockLength bytes.
+  static void compress(State& state, const unsigned char* blocks,
+                       std::size_t blockCount) noexcept;
+
+ private:
+  State state_;
+  // Count of bytes processed, low half first.
+  std::array<std::uint64_t, 2> total_;
+  std::size_t buffered_;
+  // Two blocks, so that the padding can spill into a second one.
+  alignas(16) std::array<unsigned char, 2 * kBlockLength> buffer_;
+};
+
+}  // namespace korvane::security

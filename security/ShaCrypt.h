@@ -1,0 +1,62 @@
+// ShaCrypt: the parameters of one SHA-crypt hash (algorithm, salt, rounds),
+// checked once at construction, and hashing of passwords with them into
+// hash strings such as "$6$<salt>$<86 digest characters>".
+//
+// Thread safety: immutable after construction; hash() may be called from
+// several threads at once.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "security/ShaCryptFunctions.h"
+#include "utils/string/BasicStaticString.h"
+
+namespace korvane::security {
+
+class ShaCrypt {
+ public:
+  // Rounds count that the hash string leaves implicit (no "rounds=" field).
+  static constexpr std::size_t kDefaultRounds = 5000;
+  static constexpr std::size_t kLeastRounds = 1000;
+  static constexpr std::size_t kMostRounds = 999999999;
+  static constexpr std::size_t kLongestSalt = 16;
+  static constexpr std::size_t kGeneratedSaltLength = 16;
+  static constexpr std::string_view kSaltAlphabet =
+      "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  // Capacity of a hash string; also the buffer length handed to the crypt
+  // function. The longest string (tag 6, 999999999 rounds, 16-character
+  // salt) is 123 characters.
+  static constexpr std::size_t kHashCapacity = 124;
+
+  using HashString = utils::string::BasicStaticString<char, kHashCapacity>;
+
+  // algorithmTag 5 selects SHA-256, 6 selects SHA-512.
+  // REQUIRES: 1000 <= rounds <= 999999999, else std::out_of_range;
+  // salt of 1 to 16 characters without "$", else std::invalid_argument;
+  // algorithmTag 5 or 6, else std::invalid_argument. Checked in this order.
+  ShaCrypt(int algorithmTag, std::size_t rounds, std::string_view salt);
+
+  // As above with a random salt of 16 characters from kSaltAlphabet.
+  ShaCrypt(int algorithmTag, std::size_t rounds);
+
+  // The hash string of the password (any bytes), or an empty string when
+  // the crypt function fails. Allocates nothing.
+  HashString hash(std::string_view password) const;
+
+  // One character of kSaltAlphabet, drawn through a Mersenne Twister that
+  // is freshly seeded from the operating system's random source.
+  static char randomSaltCharacter();
+
+ private:
+  static std::string randomSalt();
+
+  std::function<CryptFunction> cryptFunction_;
+  std::uint32_t rounds_ = 0;
+  std::string salt_;
+};
+
+}  // namespace korvane::security
