@@ -1,6 +1,8 @@
-// CancelledException: the user cancelled console input (Ctrl+C, Escape, or
-// the end of input on an empty line), or declined a question. The program
-// ends silently with status 1 when it sees one.
+// Thrown when the user cancels console input (Ctrl+C, Escape, or the end of
+// input on an empty line), and by callers that treat a declined confirmation
+// the same way. Callers end the program quietly on it.
+//
+// Thread safety: an ordinary exception value.
 #pragma once
 
 #include <stdexcept>
@@ -10,8 +12,14 @@ namespace korvane::lineEdit {
 
 class CancelledException : public std::runtime_error {
  public:
-  CancelledException() : std::runtime_error("user cancelled input by pressing pressed Ctrl+C") {}
-  explicit CancelledException(const std::string& message) : std::runtime_error(message) {}
+  static constexpr const char* kDefaultMessage =
+      "user cancelled input by pressing pressed Ctrl+C";
+
+  CancelledException() : std::runtime_error(kDefaultMessage) {}
+  explicit CancelledException(const std::string& message)
+      : std::runtime_error(message) {}
+  explicit CancelledException(const char* message)
+      : std::runtime_error(message) {}
 };
 
 }  // namespace korvane::lineEdit

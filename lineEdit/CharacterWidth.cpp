@@ -1,0 +1,197 @@
+#include "lineEdit/CharacterWidth.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+namespace korvane::lineEdit {
+
+namespace {
+
+constexpr char32_t kCombiningMarks[] = {
+#include "lineEdit/CombiningMarks.inc"
+};
+
+struct CodePointRange {
+  char32_t first;
+  char32_t last;
+};
+
+// East Asian wide and full-width ranges, inclusive, ascending.
+constexpr std::array<CodePointRange, 32> kWideRanges{{
+    {0x1100, 0x115F},   {0x2329, 0x232A},   {0x2E80, 0x2E99},
+    {0x2E9B, 0x2EF3},   {0x2F00, 0x2FD5},   {0x2FF0, 0x2FFB},
+    {0x3000, 0x303E},   {0x3041, 0x3096},   {0x3099, 0x30FF},
+    {0x3105, 0x312D},   {0x3131, 0x318E},   {0x3190, 0x31BA},
+    {0x31C0, 0x31E3},   {0x31F0, 0x321E},   {0x3220, 0x3247},
+    {0x3250, 0x4DBF},   {0x4E00, 0xA48C},   {0xA490, 0xA4C6},
+    {0xA960, 0xA97C},   {0xAC00, 0xD7A3},   {0xF900, 0xFAFF},
+    {0xFE10, 0xFE19},   {0xFE30, 0xFE52},   {0xFE54, 0xFE66},
+    {0xFE68, 0xFE6B},   {0xFF01, 0xFFE6},   {0x1B000, 0x1B001},
+    {0x1F200, 0x1F202}, {0x1F210, 0x1F23A}, {0x1F240, 0x1F248},
+    {0x1F250, 0x1F251}, {0x20000, 0x3FFFD},
+}};
+
+unsigned char byteAt(std::string_view text, std::size_t offset) {
+  return static_cast<unsigned char>(text[offset]);
+}
+
+bool isContinuationByte(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+
+// Length of the escape sequence "\x1b[...<final letter>" at text[offset], or
+// 0 when none begins there.
+std::size_t escapeSequenceLength(std::string_view text, std::size_t offset) {
+  if (text.size() - offset <= 2 || text[offset] != '\x1b' ||
+      text[offset + 1] != '[') {
+    return 0;
+  }
+  constexpr std::string_view kFinalLetters = "ABCDEFGHJKSTfm";
+  for (std::size_t i = offset + 2; i < text.size(); ++i) {
+    if (kFinalLetters.find(text[i]) != std::string_view::npos) {
+      return i + 1 - offset;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+DecodedCodePoint decodeUtf8(std::string_view text, std::size_t offset) {
+  const unsigned char lead = byteAt(text, offset);
+  std::size_t length = 1;
+  char32_t codePoint = lead;
+  if (lead >= 0xF0 && lead <= 0xF7) {
+    length = 4;
+    codePoint = lead & 0x07u;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    codePoint = lead & 0x0Fu;
+  } else if (lead >= 0xC0 && lead <= 0xDF) {
+    length = 2;
+    codePoint = lead & 0x1Fu;
+  }
+  if (length == 1) return {codePoint, 1};
+  const std::size_t remaining = text.size() - offset;
+  if (remaining < length) return {0, remaining};
+  for (std::size_t i = 1; i < length; ++i) {
+    codePoint = (codePoint << 6) | (byteAt(text, offset + i) & 0x3Fu);
+  }
+  return {codePoint, length};
+}
+
+std::size_t encodeUtf8(char32_t codePoint, std::span<char, 4> out) {
+  if ((codePoint >= 0xD800 && codePoint <= 0xDFFF) || codePoint > 0x10FFFF) {
+    codePoint = 0xFFFD;
+  }
+  const auto put = [&out](std::size_t index, char32_t value) {
+    out[index] = static_cast<char>(static_cast<unsigned char>(value));
+  };
+  if (codePoint < 0x80) {
+    put(0, codePoint);
+    return 1;
+  }
+  if (codePoint < 0x800) {
+    put(0, 0xC0 | (codePoint >> 6));
+    put(1, 0x80 | (codePoint & 0x3F));
+    return 2;
+  }
+  if (codePoint < 0x10000) {
+    put(0, 0xE0 | (codePoint >> 12));
+    put(1, 0x80 | ((codePoint >> 6) & 0x3F));
+    put(2, 0x80 | (codePoint & 0x3F));
+    return 3;
+  }
+  put(0, 0xF0 | (codePoint >> 18));
+  put(1, 0x80 | ((codePoint >> 12) & 0x3F));
+  put(2, 0x80 | ((codePoint >> 6) & 0x3F));
+  put(3, 0x80 | (codePoint & 0x3F));
+  return 4;
+}
+
+// Both tables are sorted, so a binary search gives the same answer as a scan
+// at a fraction of the cost; refreshes measure the whole line on every key.
+bool isCombiningMark(char32_t codePoint) {
+  return codePoint >= kCombiningMarks[0] &&
+         std::binary_search(std::begin(kCombiningMarks),
+                            std::end(kCombiningMarks), codePoint);
+}
+
+bool isWideCharacter(char32_t codePoint) {
+  const auto range = std::lower_bound(
+      kWideRanges.begin(), kWideRanges.end(), codePoint,
+      [](const CodePointRange& r, char32_t value) { return r.last < value; });
+  return range != kWideRanges.end() && range->first <= codePoint;
+}
+
+std::size_t codePointColumns(char32_t codePoint) {
+  if (isCombiningMark(codePoint)) return 0;
+  return isWideCharacter(codePoint) ? 2 : 1;
+}
+
+std::size_t columnWidth(std::string_view text) {
+  std::size_t columns = 0;
+  std::size_t offset = 0;
+  while (offset < text.size()) {
+    const std::size_t escape = escapeSequenceLength(text, offset);
+    if (escape != 0) {
+      offset += escape;
+      continue;
+    }
+    const DecodedCodePoint decoded = decodeUtf8(text, offset);
+    columns += codePointColumns(decoded.codePoint);
+    offset += decoded.length;
+  }
+  return columns;
+}
+
+std::size_t wrappedColumnWidth(std::string_view text, std::size_t startColumn,
+                               std::size_t screenColumns) {
+  std::size_t column = startColumn;
+  std::size_t offset = 0;
+  while (offset < text.size()) {
+    const std::size_t escape = escapeSequenceLength(text, offset);
+    if (escape != 0) {
+      offset += escape;
+      continue;
+    }
+    const DecodedCodePoint decoded = decodeUtf8(text, offset);
+    const std::size_t width = codePointColumns(decoded.codePoint);
+    if (width == 2 && screenColumns >= 2 &&
+        column % screenColumns == screenColumns - 1) {
+      ++column;  // the terminal leaves the last column empty and wraps
+    }
+    column += width;
+    offset += decoded.length;
+  }
+  return column - startColumn;
+}
+
+std::size_t nextCharacterEnd(std::string_view text, std::size_t offset) {
+  offset += decodeUtf8(text, offset).length;
+  while (offset < text.size()) {
+    const DecodedCodePoint decoded = decodeUtf8(text, offset);
+    if (!isCombiningMark(decoded.codePoint)) break;
+    offset += decoded.length;
+  }
+  return offset;
+}
+
+std::size_t previousCharacterStart(std::string_view text, std::size_t offset) {
+  while (offset > 0) {
+    // Back over continuation bytes to the lead byte, at most four bytes.
+    std::size_t start = offset - 1;
+    while (start > 0 && offset - start < 4 &&
+           isContinuationByte(byteAt(text, start))) {
+      --start;
+    }
+    const char32_t codePoint =
+        decodeUtf8(text.substr(0, offset), start).codePoint;
+    offset = start;
+    if (!isCombiningMark(codePoint)) break;
+  }
+  return offset;
+}
+
+std::span<const char32_t> combiningMarks() { return kCombiningMarks; }
+
+}  // namespace korvane::lineEdit

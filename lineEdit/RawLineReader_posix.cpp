@@ -1,0 +1,239 @@
+#include "lineEdit/RawLineReader.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <span>
+
+#include "lineEdit/EditLoop.h"
+#include "lineEdit/EditTerminal.h"
+#include "lineEdit/TerminalKeyDecoder.h"
+#include "utils/core/SecureZero.h"
+
+namespace korvane::lineEdit {
+
+namespace {
+
+// A plain line read stops here; the rest stays for the next read.
+constexpr std::size_t kMaxPlainLineLength = EditLoop::kBufferSize;
+
+constexpr std::array<int, 3> kTerminatingSignals = {SIGTERM, SIGHUP, SIGQUIT};
+
+// Process-wide reader state. The signal handler reads it, so it is plain
+// data with static storage and the raw-mode flag is a sig_atomic_t.
+struct ReaderState {
+  termios savedMode{};
+  volatile std::sig_atomic_t rawMode = 0;
+  bool exitHandlerRegistered = false;
+  std::array<struct sigaction, kTerminatingSignals.size()> previousActions{};
+  std::array<bool, kTerminatingSignals.size()> handlerInstalled{};
+};
+
+ReaderState state;
+
+void restoreTerminal(int when) {
+  if (state.rawMode != 0) {
+    tcsetattr(STDIN_FILENO, when, &state.savedMode);
+    state.rawMode = 0;
+  }
+}
+
+void restoreAtExit() { restoreTerminal(TCSADRAIN); }
+
+// Restores the terminal, puts back the action that was in place before raw
+// mode and raises the signal again; it is delivered with that action (by
+// default: the process ends) as soon as this handler returns.
+void onTerminatingSignal(int signal) {
+  const int savedErrno = errno;
+  restoreTerminal(TCSANOW);
+  for (std::size_t i = 0; i < kTerminatingSignals.size(); ++i) {
+    if (kTerminatingSignals[i] == signal && state.handlerInstalled[i]) {
+      sigaction(signal, &state.previousActions[i], nullptr);
+      state.handlerInstalled[i] = false;
+    }
+  }
+  raise(signal);
+  errno = savedErrno;
+}
+
+void installSignalHandlers() {
+  struct sigaction action {};
+  action.sa_handler = onTerminatingSignal;
+  sigfillset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  for (std::size_t i = 0; i < kTerminatingSignals.size(); ++i) {
+    struct sigaction& previous = state.previousActions[i];
+    if (sigaction(kTerminatingSignals[i], nullptr, &previous) != 0) continue;
+    if (previous.sa_handler == SIG_IGN) continue;  // the signal can't end us
+    state.handlerInstalled[i] =
+        sigaction(kTerminatingSignals[i], &action, nullptr) == 0;
+  }
+}
+
+void removeSignalHandlers() {
+  for (std::size_t i = 0; i < kTerminatingSignals.size(); ++i) {
+    if (state.handlerInstalled[i]) {
+      sigaction(kTerminatingSignals[i], &state.previousActions[i], nullptr);
+      state.handlerInstalled[i] = false;
+    }
+  }
+}
+
+// Raw mode for the lifetime of the object: keys arrive byte by byte, unechoed,
+// with Ctrl+C, Ctrl+S and Ctrl+V as ordinary bytes and no output processing.
+class RawMode {
+ public:
+  RawMode() {
+    installSignalHandlers();
+    state.rawMode = 1;
+    termios raw = state.savedMode;
+    raw.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ICRNL | INPCK | ISTRIP | IXON);
+    raw.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+    raw.c_cflag |= CS8;
+    raw.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | IEXTEN | ISIG);
+    raw.c_cc[VMIN] = 1;
+    raw.c_cc[VTIME] = 0;
+    tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
+  }
+  RawMode(const RawMode&) = delete;
+  RawMode& operator=(const RawMode&) = delete;
+  ~RawMode() {
+    restoreTerminal(TCSADRAIN);
+    removeSignalHandlers();
+  }
+};
+
+class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
+ public:
+  Result read(unsigned char& byte, int timeoutMilliseconds) override {
+    for (;;) {
+      pollfd input{STDIN_FILENO, POLLIN, 0};
+      const int ready = poll(&input, 1, timeoutMilliseconds);
+      if (ready == 0) return Result::kTimeout;
+      if (ready < 0) {
+        if (errno == EINTR) continue;
+        return Result::kEnd;
+      }
+      const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
+      if (count == 1) return Result::kByte;
+      if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+      return Result::kEnd;
+    }
+  }
+};
+
+class PosixTerminal : public EditTerminal {
+ public:
+  PosixTerminal() : decoder_(source_) {}
+
+  bool readKey(char16_t& key) override { return decoder_.readKey(key); }
+
+  bool readByte(char& byte) override {
+    unsigned char value = 0;
+    if (!decoder_.readByte(value)) return false;
+    byte = static_cast<char>(value);
+    return true;
+  }
+
+  bool write(std::string_view bytes) override {
+    while (!bytes.empty()) {
+      const ssize_t count = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+      if (count < 0) {
+        if (errno == EINTR) continue;
+        return false;
+      }
+      bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return true;
+  }
+
+  int columns() override {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
+      return 80;
+    }
+    return size.ws_col;
+  }
+
+ private:
+  TerminalByteSource source_;
+  TerminalKeyDecoder decoder_;
+};
+
+// Byte by byte, so that nothing after the line is taken from the input.
+void readPlainLine(std::string& line) {
+  line.clear();
+  line.reserve(kMaxPlainLineLength);  // no reallocation leaves copies behind
+  while (line.size() < kMaxPlainLineLength) {
+    char byte = 0;
+    const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
+    if (count < 0 && errno == EINTR) continue;
+    if (count != 1 || byte == '\n') break;
+    line.push_back(byte);
+  }
+}
+
+// The edit buffer, wiped however the edit ends.
+class EditBuffer {
+ public:
+  EditBuffer() = default;
+  EditBuffer(const EditBuffer&) = delete;
+  EditBuffer& operator=(const EditBuffer&) = delete;
+  ~EditBuffer() { utils::core::secureZero(std::span<char>(bytes_)); }
+
+  std::span<char> span() { return bytes_; }
+
+ private:
+  std::array<char, EditLoop::kBufferSize> bytes_{};
+};
+
+}  // namespace
+
+bool RawLineReader::read(std::string_view prompt, const EditSettings& settings,
+                         History& history, std::string& line) {
+  if (isatty(STDIN_FILENO) == 0) {
+    readPlainLine(line);
+    return false;
+  }
+  if (!state.exitHandlerRegistered) {
+    std::atexit(restoreAtExit);
+    state.exitHandlerRegistered = true;
+  }
+  line.clear();
+  if (isatty(STDOUT_FILENO) == 0 ||
+      tcgetattr(STDIN_FILENO, &state.savedMode) != 0) {
+    errno = ENOTTY;
+    return false;
+  }
+  // Text the program printed before must appear before the prompt, which
+  // goes straight to the descriptor.
+  std::cout.flush();
+  std::fflush(stdout);
+
+  EditBuffer buffer;
+  int result = -1;
+  int loopErrno = 0;
+  {
+    const RawMode rawMode;
+    PosixTerminal terminal;
+    EditLoop loop(terminal, settings, history);
+    result = loop.run(buffer.span(), prompt);
+    loopErrno = errno;
+  }
+  if (result != -1) line.assign(buffer.span().data(), static_cast<std::size_t>(result));
+  std::fputs("\n", stdout);
+  std::fflush(stdout);
+  errno = loopErrno;
+  return result == -1;
+}
+
+}  // namespace korvane::lineEdit

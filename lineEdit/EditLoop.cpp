@@ -1,0 +1,411 @@
+#include "lineEdit/EditLoop.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "lineEdit/CharacterWidth.h"
+#include "utils/core/Format.h"
+#include "utils/core/SecureZero.h"
+
+namespace korvane::lineEdit {
+
+namespace {
+
+// Key codes of the editing commands.
+constexpr char32_t kCtrlA = 1;  // Home
+constexpr char32_t kCtrlB = 2;  // Left
+constexpr char32_t kCtrlC = 3;  // also Escape
+constexpr char32_t kCtrlD = 4;  // also Delete
+constexpr char32_t kCtrlE = 5;  // End
+constexpr char32_t kCtrlF = 6;  // Right
+constexpr char32_t kCtrlH = 8;  // Backspace
+constexpr char32_t kCtrlK = 11;
+constexpr char32_t kCtrlL = 12;
+constexpr char32_t kEnter = 13;
+constexpr char32_t kCtrlN = 14;  // Down
+constexpr char32_t kCtrlP = 16;  // Up
+constexpr char32_t kCtrlT = 20;
+constexpr char32_t kCtrlU = 21;
+constexpr char32_t kCtrlW = 23;
+constexpr char32_t kEscape = 27;
+constexpr char32_t kBackspace = 127;
+
+constexpr std::string_view kClearScreen = "\x1b[H\x1b[2J";
+
+// Wipes a string that may hold typed text once it has been written.
+class WipeOnExit {
+ public:
+  explicit WipeOnExit(std::string& text) : text_(text) {}
+  WipeOnExit(const WipeOnExit&) = delete;
+  WipeOnExit& operator=(const WipeOnExit&) = delete;
+  ~WipeOnExit() { utils::core::secureZero(text_.data(), text_.size()); }
+
+ private:
+  std::string& text_;
+};
+
+bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool isSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
+
+std::size_t subtractClamped(std::size_t value, std::size_t amount) {
+  return amount > value ? 0 : value - amount;
+}
+
+}  // namespace
+
+EditLoop::EditLoop(EditTerminal& terminal, const EditSettings& settings,
+                   History& history)
+    : terminal_(terminal), settings_(settings), history_(history) {}
+
+int EditLoop::run(std::span<char> buffer, std::string_view prompt) {
+  buffer_ = buffer;
+  usable_ = buffer.size() - 1;
+  prompt_.assign(prompt);
+  promptColumns_ = columnWidth(prompt_);
+  cols_ = static_cast<std::size_t>(std::max(terminal_.columns(), 1));
+  pos_ = len_ = 0;
+  buffer_[0] = '\0';
+  previousCursorColumn_ = maxRows_ = historyIndex_ = 0;
+
+  history_.add("");
+  if (!terminal_.write(prompt_)) return -1;
+
+  for (;;) {
+    char16_t unit = 0;
+    if (!terminal_.readKey(unit)) return static_cast<int>(len_);
+    char32_t key = unit;
+    if (isHighSurrogate(key)) {
+      char16_t low = 0;
+      if (!terminal_.readKey(low)) return static_cast<int>(len_);
+      key = (((key & 0x3FFu) << 10) | (char32_t{low} & 0x3FFu)) + 0x10000u;
+    } else if (isSurrogate(key)) {
+      key = 0xFFFD;  // a low surrogate without its high half
+    }
+    switch (handleKey(key)) {
+      case Step::kContinue:
+        break;
+      case Step::kAccept:
+        return static_cast<int>(len_);
+      case Step::kFail:
+        return -1;
+    }
+  }
+}
+
+EditLoop::Step EditLoop::handleKey(char32_t key) {
+  switch (key) {
+    case 0:
+      return Step::kContinue;  // a NUL would end the line early; ignore it
+    case kEnter:
+      history_.removeNewest();
+      if (settings_.multiLine && pos_ != len_) moveTo(len_);
+      return Step::kAccept;
+    case kCtrlC:
+      errno = EAGAIN;
+      return Step::kFail;
+    case kCtrlD:
+      if (len_ == 0) {
+        history_.removeNewest();
+        return Step::kFail;
+      }
+      deleteUnderCursor();
+      return Step::kContinue;
+    case kCtrlH:
+    case kBackspace:
+      backspace();
+      return Step::kContinue;
+    case kCtrlA:
+      moveTo(0);
+      return Step::kContinue;
+    case kCtrlE:
+      moveTo(len_);
+      return Step::kContinue;
+    case kCtrlB:
+      if (pos_ > 0) moveTo(previousCharacterStart(text(), pos_));
+      return Step::kContinue;
+    case kCtrlF:
+      if (pos_ < len_) moveTo(nextCharacterEnd(text(), pos_));
+      return Step::kContinue;
+    case kCtrlK:
+      killToEnd();
+      return Step::kContinue;
+    case kCtrlU:
+      killLine();
+      return Step::kContinue;
+    case kCtrlW:
+      killPreviousWord();
+      return Step::kContinue;
+    case kCtrlT:
+      transpose();
+      return Step::kContinue;
+    case kCtrlL:
+      clearScreen();
+      return Step::kContinue;
+    case kCtrlP:
+      historyStep(true);
+      return Step::kContinue;
+    case kCtrlN:
+      historyStep(false);
+      return Step::kContinue;
+    case kEscape:
+      handleEscapeSequence();
+      return Step::kContinue;
+    default:
+      return insert(key);
+  }
+}
+
+EditLoop::Step EditLoop::insert(char32_t codePoint) {
+  std::array<char, 4> bytes{};
+  const std::size_t count = encodeUtf8(codePoint, bytes);
+  // A character that does not fit whole is dropped: the line never exceeds
+  // the usable length, so the terminating NUL always fits.
+  if (len_ + count > usable_) return Step::kContinue;
+
+  const bool atEnd = pos_ == len_;
+  std::memmove(&buffer_[pos_ + count], &buffer_[pos_], len_ - pos_);
+  std::memcpy(&buffer_[pos_], bytes.data(), count);
+  pos_ += count;
+  len_ += count;
+  buffer_[len_] = '\0';
+
+  if (atEnd && !settings_.multiLine &&
+      promptColumns_ + columnWidth(text()) < cols_) {
+    // The line still fits: echo just the new character.
+    std::string echo =
+        settings_.masked
+            ? std::string(codePointColumns(codePoint), settings_.maskCharacter)
+            : std::string(bytes.data(), count);
+    const WipeOnExit wipe(echo);
+    utils::core::secureZero(std::span<char>(bytes));
+    return terminal_.write(echo) ? Step::kContinue : Step::kFail;
+  }
+  utils::core::secureZero(std::span<char>(bytes));
+  refresh();
+  return Step::kContinue;
+}
+
+void EditLoop::handleEscapeSequence() {
+  char sequence[3] = {};
+  if (!terminal_.readByte(sequence[0]) || !terminal_.readByte(sequence[1])) {
+    return;
+  }
+  if (sequence[0] == '[') {
+    if (sequence[1] >= '0' && sequence[1] <= '9') {
+      if (!terminal_.readByte(sequence[2])) return;
+      if (sequence[1] == '3' && sequence[2] == '~') deleteUnderCursor();
+      return;
+    }
+    switch (sequence[1]) {
+      case 'A':
+        historyStep(true);
+        break;
+      case 'B':
+        historyStep(false);
+        break;
+      case 'C':
+        if (pos_ < len_) moveTo(nextCharacterEnd(text(), pos_));
+        break;
+      case 'D':
+        if (pos_ > 0) moveTo(previousCharacterStart(text(), pos_));
+        break;
+      case 'H':
+        moveTo(0);
+        break;
+      case 'F':
+        moveTo(len_);
+        break;
+      default:
+        break;
+    }
+  } else if (sequence[0] == 'O') {
+    if (sequence[1] == 'H') moveTo(0);
+    if (sequence[1] == 'F') moveTo(len_);
+  }
+}
+
+void EditLoop::deleteUnderCursor() {
+  if (len_ == 0 || pos_ >= len_) return;
+  eraseRange(pos_, nextCharacterEnd(text(), pos_));
+  refresh();
+}
+
+void EditLoop::backspace() {
+  if (pos_ == 0 || len_ == 0) return;
+  const std::size_t start = previousCharacterStart(text(), pos_);
+  eraseRange(start, pos_);
+  pos_ = start;
+  refresh();
+}
+
+void EditLoop::moveTo(std::size_t pos) {
+  if (pos == pos_) return;
+  pos_ = pos;
+  refresh();
+}
+
+void EditLoop::killToEnd() {
+  utils::core::secureZero(&buffer_[pos_], len_ - pos_);
+  len_ = pos_;
+  refresh();
+}
+
+void EditLoop::killLine() {
+  utils::core::secureZero(buffer_.data(), len_);
+  pos_ = len_ = 0;
+  refresh();
+}
+
+void EditLoop::killPreviousWord() {
+  const std::size_t end = pos_;
+  std::size_t start = pos_;
+  while (start > 0 && buffer_[start - 1] == ' ') --start;
+  while (start > 0 && buffer_[start - 1] != ' ') --start;
+  eraseRange(start, end);
+  pos_ = start;
+  refresh();
+}
+
+void EditLoop::transpose() {
+  if (pos_ == 0 || pos_ >= len_) return;
+  std::swap(buffer_[pos_ - 1], buffer_[pos_]);
+  if (pos_ != len_ - 1) ++pos_;
+  refresh();
+}
+
+void EditLoop::clearScreen() {
+  terminal_.write(kClearScreen);
+  refresh();
+}
+
+void EditLoop::historyStep(bool previous) {
+  if (history_.size() <= 1) return;
+  history_.replaceFromNewest(historyIndex_, text());
+  if (previous) {
+    if (historyIndex_ + 1 >= history_.size()) return;
+    ++historyIndex_;
+  } else {
+    if (historyIndex_ == 0) return;
+    --historyIndex_;
+  }
+  const std::string& entry = history_.fromNewest(historyIndex_);
+  const std::size_t length = std::min(entry.size(), usable_);
+  utils::core::secureZero(buffer_.data(), len_);
+  std::memcpy(buffer_.data(), entry.data(), length);
+  buffer_[length] = '\0';
+  pos_ = len_ = length;
+  refresh();
+}
+
+// Removes the bytes [from, to) and wipes the tail they leave behind.
+void EditLoop::eraseRange(std::size_t from, std::size_t to) {
+  const std::size_t count = to - from;
+  std::memmove(&buffer_[from], &buffer_[to], len_ - to);
+  len_ -= count;
+  utils::core::secureZero(&buffer_[len_], count);
+}
+
+void EditLoop::refresh() {
+  if (settings_.multiLine) {
+    refreshMultiLine();
+  } else {
+    refreshSingleLine();
+  }
+}
+
+// The line scrolls sideways so that the cursor stays on the screen: whole
+// characters are dropped from the left until the text before the cursor fits,
+// then from the right until the rest fits too.
+void EditLoop::refreshSingleLine() {
+  std::string_view visible = text();
+  std::size_t visiblePos = pos_;
+  std::size_t cursorColumns = columnWidth(visible.substr(0, visiblePos));
+  while (visiblePos > 0 && promptColumns_ + cursorColumns >= cols_) {
+    const std::size_t step =
+        std::min(nextCharacterEnd(visible, 0), visiblePos);
+    cursorColumns =
+        subtractClamped(cursorColumns, columnWidth(visible.substr(0, step)));
+    visible.remove_prefix(step);
+    visiblePos -= step;
+  }
+  std::size_t visibleColumns = columnWidth(visible);
+  while (visible.size() > visiblePos &&
+         promptColumns_ + visibleColumns > cols_) {
+    const std::size_t end = std::max(
+        previousCharacterStart(visible, visible.size()), visiblePos);
+    visibleColumns = subtractClamped(
+        visibleColumns, columnWidth(visible.substr(end)));
+    visible = visible.substr(0, end);
+  }
+
+  std::string out = "\r";
+  const WipeOnExit wipe(out);
+  out += prompt_;
+  appendEcho(out, visible);
+  out += "\x1b[0K";
+  out += utils::core::format(
+      "\r\x1b[{}C",
+      columnWidth(visible.substr(0, visiblePos)) + promptColumns_);
+  terminal_.write(out);  // a failed refresh shows up at the next one
+}
+
+// Rows are counted from the prompt's row; the cursor's row before this
+// refresh tells how far down to go before clearing the rows used so far.
+void EditLoop::refreshMultiLine() {
+  using Rows = long long;
+  const Rows cols = static_cast<Rows>(cols_);
+  const Rows promptColumns = static_cast<Rows>(promptColumns_);
+  const Rows textColumns = static_cast<Rows>(wrappedColumns(text()));
+  Rows rows = (promptColumns + textColumns + cols - 1) / cols;
+  const Rows cursorRow =
+      (promptColumns + static_cast<Rows>(previousCursorColumn_) + cols) / cols;
+  const Rows oldRows = static_cast<Rows>(maxRows_);
+  if (rows > oldRows) maxRows_ = static_cast<std::size_t>(rows);
+
+  std::string out;
+  const WipeOnExit wipe(out);
+  if (oldRows - cursorRow > 0) {
+    out += utils::core::format("\x1b[{}B", oldRows - cursorRow);
+  }
+  for (Rows row = 0; row < oldRows - 1; ++row) out += "\r\x1b[0K\x1b[1A";
+  out += "\r\x1b[0K";
+  out += prompt_;
+  appendEcho(out, text());
+
+  if (pos_ > 0 && pos_ == len_ && (promptColumns + textColumns) % cols == 0) {
+    // The cursor sits past the last column: start the next row for it.
+    out += "\n\r";
+    ++rows;
+    if (rows > static_cast<Rows>(maxRows_)) {
+      maxRows_ = static_cast<std::size_t>(rows);
+    }
+  }
+
+  const std::size_t cursorColumn = wrappedColumns(text().substr(0, pos_));
+  const Rows cursor = static_cast<Rows>(cursorColumn);
+  const Rows rowsBelow = rows - (promptColumns + cursor + cols) / cols;
+  if (rowsBelow > 0) out += utils::core::format("\x1b[{}A", rowsBelow);
+  const Rows column = (promptColumns + cursor) % cols;
+  out += column != 0 ? utils::core::format("\r\x1b[{}C", column)
+                     : std::string("\r");
+  previousCursorColumn_ = cursorColumn;
+  terminal_.write(out);
+}
+
+void EditLoop::appendEcho(std::string& out, std::string_view visible) const {
+  if (settings_.masked) {
+    out.append(columnWidth(visible), settings_.maskCharacter);
+  } else {
+    out += visible;
+  }
+}
+
+// Masked text shows one mask character per column, so nothing wraps early.
+std::size_t EditLoop::wrappedColumns(std::string_view part) const {
+  return settings_.masked ? columnWidth(part)
+                          : wrappedColumnWidth(part, promptColumns_, cols_);
+}
+
+}  // namespace korvane::lineEdit

@@ -1,0 +1,85 @@
+// The line editor's state machine: reads key codes from an EditTerminal,
+// edits one line of UTF-8 text in a caller-owned buffer and redraws it after
+// every change, on one row scrolling sideways or wrapped over several rows.
+//
+// Every refresh builds its whole output first and writes it at once, so the
+// screen never shows half an update. With masked echo the output holds only
+// the prompt, mask characters and control sequences, never the typed text.
+//
+// Thread safety: an EditLoop is used by one thread; it reads and writes the
+// History it is given without locking.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "lineEdit/EditSettings.h"
+#include "lineEdit/EditTerminal.h"
+#include "lineEdit/History.h"
+
+namespace korvane::lineEdit {
+
+class EditLoop {
+ public:
+  // The buffer size the raw line reader uses: at most 4095 bytes of text.
+  static constexpr std::size_t kBufferSize = 4096;
+
+  EditLoop(EditTerminal& terminal, const EditSettings& settings,
+           History& history);
+  EditLoop(const EditLoop&) = delete;
+  EditLoop& operator=(const EditLoop&) = delete;
+
+  // Writes the prompt and edits until Enter, cancel or end of input. The line
+  // is left in buffer, NUL-terminated, at most buffer.size() - 1 bytes.
+  // Returns the line's length, or -1: with errno EAGAIN after Ctrl+C or
+  // Escape; with errno untouched after Ctrl+D on an empty line; with the
+  // write's errno when the prompt or a directly echoed key could not be
+  // written. When no key can be read any more, the line as it stands is
+  // returned as if Enter had been pressed.
+  // REQUIRES: !buffer.empty(), buffer.size() <= kBufferSize
+  int run(std::span<char> buffer, std::string_view prompt);
+
+ private:
+  enum class Step { kContinue, kAccept, kFail };
+
+  std::string_view text() const { return {buffer_.data(), len_}; }
+
+  Step handleKey(char32_t key);
+  Step insert(char32_t codePoint);
+  void handleEscapeSequence();
+  void deleteUnderCursor();
+  void backspace();
+  void moveTo(std::size_t pos);
+  void killToEnd();
+  void killLine();
+  void killPreviousWord();
+  void transpose();
+  void clearScreen();
+  void historyStep(bool previous);
+  void eraseRange(std::size_t from, std::size_t to);
+
+  void refresh();
+  void refreshSingleLine();
+  void refreshMultiLine();
+  void appendEcho(std::string& out, std::string_view visible) const;
+  std::size_t wrappedColumns(std::string_view text) const;
+
+  EditTerminal& terminal_;
+  const EditSettings settings_;
+  History& history_;
+
+  std::span<char> buffer_;
+  std::size_t usable_ = 0;  // most bytes of text the buffer takes
+  std::string prompt_;
+  std::size_t promptColumns_ = 0;
+  std::size_t pos_ = 0;  // cursor, a byte offset into the text
+  std::size_t len_ = 0;  // bytes of text
+  std::size_t cols_ = 80;
+  std::size_t previousCursorColumn_ = 0;  // multi-line refresh only
+  std::size_t maxRows_ = 0;               // multi-line refresh only
+  std::size_t historyIndex_ = 0;          // 0: the line being edited
+};
+
+}  // namespace korvane::lineEdit

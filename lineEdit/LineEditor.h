@@ -1,0 +1,46 @@
+// LineEditor reads one line from the console with in-place editing (cursor
+// keys, Home/End, Backspace/Delete, kill commands) and, when masked, echoes a
+// mask character per column instead of the text. When standard input is not
+// a console it shows no prompt and reads a plain line.
+//
+// Thread safety: the editors of a process share one set of settings and one
+// history, swapped in under a process-wide mutex at the start of readLine and
+// out at its end. The editing itself is not locked: only one thread may read
+// from the console at a time.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "lineEdit/History.h"
+#include "lineEdit/LineEditorOptions.h"
+
+namespace korvane::lineEdit {
+
+class LineEditor {
+ public:
+  LineEditor(std::string_view prompt, LineEditorOptions options);
+  LineEditor(const LineEditor&) = delete;
+  LineEditor& operator=(const LineEditor&) = delete;
+  ~LineEditor();
+
+  // Shows the prompt, lets the user edit a line and returns it as typed
+  // (UTF-8, no line terminator). Enter on an empty line returns "".
+  // Throws CancelledException when the user presses Ctrl+C or Escape, or
+  // ends input on an empty line; std::system_error when the editor mutex
+  // cannot be locked.
+  std::string readLine();
+
+ private:
+  void loadSharedState();
+  void unloadSharedState();
+
+  const std::string prompt_;
+  const bool multiLine_;
+  [[maybe_unused]] const std::uint64_t reserved_;
+  const bool masked_;
+  const signed char maskCharacter_;
+  History history_;
+};
+
+}  // namespace korvane::lineEdit

@@ -1,0 +1,186 @@
+#include "lineEdit/TerminalKeyDecoder.h"
+
+#include <cstddef>
+#include <string_view>
+
+namespace korvane::lineEdit {
+
+namespace {
+
+constexpr unsigned char kEscape = 27;
+constexpr char32_t kCancel = 3;
+constexpr char32_t kHome = 1;
+constexpr char32_t kEnd = 5;
+constexpr char32_t kDelete = 4;
+constexpr char32_t kUp = 16;
+constexpr char32_t kDown = 14;
+constexpr char32_t kRight = 6;
+constexpr char32_t kLeft = 2;
+
+// Longest escape sequence read before it is given up as noise.
+constexpr std::size_t kMaxSequenceLength = 32;
+
+bool isParameterByte(unsigned char byte) { return byte >= 0x30 && byte <= 0x3F; }
+bool isIntermediateByte(unsigned char byte) { return byte >= 0x20 && byte <= 0x2F; }
+bool isFinalByte(unsigned char byte) { return byte >= 0x40 && byte <= 0x7E; }
+
+char32_t keyForCsi(std::string_view parameters, unsigned char final) {
+  if (parameters.empty()) {
+    switch (final) {
+      case 'A': return kUp;
+      case 'B': return kDown;
+      case 'C': return kRight;
+      case 'D': return kLeft;
+      case 'H': return kHome;
+      case 'F': return kEnd;
+      default: return 0;
+    }
+  }
+  if (final != '~') return 0;
+  if (parameters == "1" || parameters == "7") return kHome;
+  if (parameters == "4" || parameters == "8") return kEnd;
+  if (parameters == "3") return kDelete;
+  return 0;
+}
+
+}  // namespace
+
+TerminalKeyDecoder::TerminalKeyDecoder(ByteSource& source) : source_(source) {}
+
+TerminalKeyDecoder::~TerminalKeyDecoder() {
+  // These may hold part of a typed secret.
+  *static_cast<volatile unsigned char*>(&pushedBack_) = 0;
+  *static_cast<volatile char16_t*>(&pendingLowSurrogate_) = 0;
+}
+
+bool TerminalKeyDecoder::readKey(char16_t& key) {
+  if (pendingLowSurrogate_ != 0) {
+    key = pendingLowSurrogate_;
+    pendingLowSurrogate_ = 0;
+    return true;
+  }
+  for (;;) {
+    unsigned char byte = 0;
+    if (next(byte, -1) != Result::kByte) return false;
+    char32_t code = 0;
+    if (byte == kEscape) {
+      code = decodeEscape();
+    } else if (byte == '\n') {
+      code = '\r';
+    } else if (byte < 0x80) {
+      code = byte;  // NUL stays 0 and is skipped
+    } else {
+      code = decodeUtf8(byte);
+    }
+    if (code == 0) continue;
+    if (code > 0xFFFF) {
+      code -= 0x10000;
+      key = static_cast<char16_t>(0xD800 + (code >> 10));
+      pendingLowSurrogate_ = static_cast<char16_t>(0xDC00 + (code & 0x3FF));
+    } else {
+      key = static_cast<char16_t>(code);
+    }
+    return true;
+  }
+}
+
+bool TerminalKeyDecoder::readByte(unsigned char& byte) {
+  return next(byte, -1) == Result::kByte;
+}
+
+TerminalKeyDecoder::Result TerminalKeyDecoder::next(unsigned char& byte,
+                                                    int timeoutMilliseconds) {
+  if (hasPushedBack_) {
+    hasPushedBack_ = false;
+    byte = pushedBack_;
+    pushedBack_ = 0;
+    return Result::kByte;
+  }
+  return source_.read(byte, timeoutMilliseconds);
+}
+
+void TerminalKeyDecoder::pushBack(unsigned char byte) {
+  hasPushedBack_ = true;
+  pushedBack_ = byte;
+}
+
+char32_t TerminalKeyDecoder::decodeEscape() {
+  unsigned char byte = 0;
+  if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) {
+    return kCancel;  // a lone ESC: the Escape key
+  }
+  if (byte == '[') return decodeControlSequence();
+  if (byte == 'O') {
+    if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
+    if (byte == 'H') return kHome;
+    if (byte == 'F') return kEnd;
+    if (!isFinalByte(byte)) pushBack(byte);
+    return 0;
+  }
+  if (byte >= 0x20 && byte < 0x7F) return 0;  // ESC and one character (Alt)
+  // ESC before a control key or a non-ASCII character: the Escape key itself.
+  pushBack(byte);
+  return kCancel;
+}
+
+char32_t TerminalKeyDecoder::decodeControlSequence() {
+  char parameters[kMaxSequenceLength] = {};
+  std::size_t parameterCount = 0;
+  bool wellFormed = true;  // parameters, then intermediates, then the final
+  bool sawIntermediate = false;
+  for (std::size_t length = 0; length < kMaxSequenceLength; ++length) {
+    unsigned char byte = 0;
+    if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
+    if (isParameterByte(byte)) {
+      if (sawIntermediate) wellFormed = false;
+      parameters[parameterCount++] = static_cast<char>(byte);
+    } else if (isIntermediateByte(byte)) {
+      sawIntermediate = true;
+    } else if (isFinalByte(byte)) {
+      if (!wellFormed || sawIntermediate) return 0;
+      return keyForCsi(std::string_view(parameters, parameterCount), byte);
+    } else {
+      // Not part of a sequence: a key of its own that cut this one short.
+      pushBack(byte);
+      return 0;
+    }
+  }
+  return 0;
+}
+
+char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
+  std::size_t length = 0;
+  char32_t codePoint = 0;
+  char32_t minimum = 0;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+    codePoint = lead & 0x1Fu;
+    minimum = 0x80;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    codePoint = lead & 0x0Fu;
+    minimum = 0x800;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    codePoint = lead & 0x07u;
+    minimum = 0x10000;
+  } else {
+    return 0;  // a continuation byte or a byte UTF-8 never uses
+  }
+  for (std::size_t i = 1; i < length; ++i) {
+    unsigned char byte = 0;
+    if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
+    if ((byte & 0xC0) != 0x80) {
+      pushBack(byte);
+      return 0;
+    }
+    codePoint = (codePoint << 6) | (byte & 0x3Fu);
+  }
+  if (codePoint < minimum || codePoint > 0x10FFFF ||
+      (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
+    return 0;
+  }
+  return codePoint;
+}
+
+}  // namespace korvane::lineEdit

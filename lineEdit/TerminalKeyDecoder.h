@@ -1,0 +1,64 @@
+// TerminalKeyDecoder turns the bytes a terminal sends for key presses into
+// the edit loop's key codes (UTF-16 code units):
+//   - bytes 1 to 31 and 127 as they are, except line feed (10), which is 13;
+//   - a lone ESC, with no further byte within 100 ms, is 3 (cancel);
+//   - ESC [ A / B / C / D are 16 / 14 / 6 / 2 (Up, Down, Right, Left);
+//   - ESC [ H, ESC O H, ESC [ 1 ~, ESC [ 7 ~ are 1 (Home);
+//   - ESC [ F, ESC O F, ESC [ 4 ~, ESC [ 8 ~ are 5 (End);
+//   - ESC [ 3 ~ is 4 (Delete);
+//   - any other escape sequence is read to its end and ignored;
+//   - UTF-8 becomes code points, handed on as UTF-16 code units (a surrogate
+//     pair above U+FFFF). Invalid or truncated UTF-8 and NUL bytes are
+//     skipped.
+//
+// Thread safety: one decoder per input, used by one thread.
+#pragma once
+
+namespace korvane::lineEdit {
+
+class TerminalKeyDecoder {
+ public:
+  // Where the bytes come from.
+  class ByteSource {
+   public:
+    enum class Result { kByte, kTimeout, kEnd };
+
+    virtual ~ByteSource() = default;
+
+    // Reads one byte, waiting at most timeoutMilliseconds (without limit when
+    // negative). kEnd means end of input or a read error.
+    virtual Result read(unsigned char& byte, int timeoutMilliseconds) = 0;
+  };
+
+  // How long the bytes of one key may lag behind each other.
+  static constexpr int kSequenceTimeoutMilliseconds = 100;
+
+  explicit TerminalKeyDecoder(ByteSource& source);
+  TerminalKeyDecoder(const TerminalKeyDecoder&) = delete;
+  TerminalKeyDecoder& operator=(const TerminalKeyDecoder&) = delete;
+  ~TerminalKeyDecoder();
+
+  // Reads the next key code. Returns false at the end of input.
+  bool readKey(char16_t& key);
+
+  // Reads the next byte as it is, waiting without limit. Returns false at the
+  // end of input.
+  bool readByte(unsigned char& byte);
+
+ private:
+  using Result = ByteSource::Result;
+
+  Result next(unsigned char& byte, int timeoutMilliseconds);
+  void pushBack(unsigned char byte);
+  // Each returns 0 when the bytes make no key (read on), or a key code.
+  char32_t decodeEscape();
+  char32_t decodeControlSequence();
+  char32_t decodeUtf8(unsigned char lead);
+
+  ByteSource& source_;
+  bool hasPushedBack_ = false;
+  unsigned char pushedBack_ = 0;
+  char16_t pendingLowSurrogate_ = 0;
+};
+
+}  // namespace korvane::lineEdit
