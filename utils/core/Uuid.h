@@ -78,13 +78,16 @@ struct UuidHash {
 // unterminated one is refused with the standard library's wording.
 template <>
 struct korvane::utils::core::fmtlib::formatter<korvane::utils::core::Uuid> {
+  // {fmt} hands "{}" an empty range and "{:...}" the text after the colon.
   template <typename ParseContext>
   constexpr auto parse(ParseContext& context) {
     auto it = context.begin();
-    if (it == context.end() || *it != '}') {
+    if (it == context.end() || *it == '}') return it;
+    while (it != context.end() && *it != '}') ++it;
+    if (it == context.end()) {
       throw korvane::utils::core::FormatError("Missing '}' in format string.");
     }
-    return it;
+    throw korvane::utils::core::FormatError("a Uuid takes no format specification");
   }
 
   template <typename FormatContext>

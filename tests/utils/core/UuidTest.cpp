@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace korvane::utils::core {
 namespace {
@@ -34,8 +35,7 @@ TEST(UuidTest, ParsesEitherLetterCaseAndWritesLowerCase) {
 }
 
 TEST(UuidTest, RejectsEveryOtherForm) {
-  for (const std::string text :
-       {"", "0f1e2d3c4b5a69788796a5b4c3d2e1f0", "{0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0}",
+  for (const std::string& text : std::vector<std::string>{"", "0f1e2d3c4b5a69788796a5b4c3d2e1f0", "{0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0}",
         " 0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0 ",
         "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1fg",
         "0f1e2d3c_4b5a-6978-8796-a5b4c3d2e1f0", "0f1e2d3-c4b5a-6978-8796-a5b4c3d2e1f0",
@@ -123,11 +123,14 @@ TEST(UuidTest, FormatsAsItsText) {
 TEST(UuidTest, UnterminatedFormatSpecificationIsRefused) {
   const Uuid uuid = *Uuid::fromString(sampleText);
   try {
-    (void)formatRuntime("{:", uuid);
+    (void)formatRuntime("{:x", uuid);
     FAIL() << "no error";
   } catch (const FormatError& error) {
     EXPECT_STREQ(error.what(), "Missing '}' in format string.");
   }
+  EXPECT_THROW((void)formatRuntime("{:", uuid), FormatError);
+  EXPECT_THROW((void)formatRuntime("{:x}", uuid), FormatError);
+  EXPECT_EQ(formatRuntime("{:}", uuid).size(), 36u);
 }
 
 }  // namespace
