@@ -1,0 +1,50 @@
+// Hashing on a thread whose whole stack is smaller than the key: any buffer
+// sized by the key on the stack would overflow it.
+#include <pthread.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "security/ShaCrypt.h"
+
+namespace korvane::security {
+namespace {
+
+constexpr std::size_t kKeyLength = 16 * 1024;
+constexpr std::size_t kStackSize = 16 * 1024;
+
+struct Job {
+  std::string key;
+  ShaCrypt::HashString result;
+};
+
+void* hashOnThread(void* argument) {
+  auto* job = static_cast<Job*>(argument);
+  job->result = ShaCrypt(6, 1000, "smallStack").hash(job->key);
+  return nullptr;
+}
+
+TEST(ShaCryptPosixTest, LongKeyOnASmallStack) {
+  Job job;
+  job.key.resize(kKeyLength);
+  for (std::size_t i = 0; i < kKeyLength; ++i) job.key[i] = static_cast<char>('a' + i % 26);
+
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStackSize), 0);
+  pthread_t thread;
+  const int created = pthread_create(&thread, &attributes, hashOnThread, &job);
+  pthread_attr_destroy(&attributes);
+  ASSERT_EQ(created, 0) << std::strerror(created);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
+
+  ASSERT_EQ(job.result.size(), 3U + 12U + 11U + 86U);
+  EXPECT_EQ(job.result.view().substr(0, 26), "$6$rounds=1000$smallStack$");
+  // The same key hashed on this thread's ordinary stack.
+  EXPECT_EQ(job.result, ShaCrypt(6, 1000, "smallStack").hash(job.key));
+}
+
+}  // namespace
+}  // namespace korvane::security
