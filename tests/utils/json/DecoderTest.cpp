@@ -1,0 +1,402 @@
+#include "utils/json/decoder/Document.h"
+
+#include <gtest/gtest.h>
+
+#include <list>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/utils/json/MemoryStreams.h"
+#include "tests/utils/json/Walk.h"
+
+namespace korvane::utils::json::decoder {
+namespace {
+
+using test::MemoryInputStream;
+
+std::string readString(Value& value) {
+  std::string text;
+  for (const char c : value.asString()) text += c;
+  return text;
+}
+
+// The text of the decoder error that walking `json` through the typed views
+// raises, with a stream buffer of `bufferSize` bytes; "" when there is none.
+std::string typedError(const std::string& json, std::size_t bufferSize = 64 * 1024) {
+  MemoryInputStream stream(json, bufferSize);
+  Document document(stream, "t.json");
+  try {
+    test::walkTyped(document);
+  } catch (const Exception& error) {
+    return error.what();
+  }
+  return {};
+}
+
+std::string skipError(const std::string& json, std::size_t bufferSize = 64 * 1024) {
+  MemoryInputStream stream(json, bufferSize);
+  Document document(stream, "t.json");
+  try {
+    test::walkSkipping(document);
+  } catch (const Exception& error) {
+    return error.what();
+  }
+  return {};
+}
+
+TEST(DecoderTest, ReadsMembersInOrder) {
+  MemoryInputStream stream(R"({"users": [{"userName": "ann", "UUID": "0123456789abcdef0123456789ABCDEF"}],
+      "x": {"a": [1, 2.5e-3, true, false, null, {"b": "c"}]}, "name": "\u00e9\ud83d\ude00\n"})");
+  Document document(stream, "users.json");
+  std::vector<std::string> names;
+  std::string last;
+  for (Member& member : document.readAsObject()) {
+    names.emplace_back(member.name().view());
+    if (member.name() == "name") last = readString(member.value());
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"users", "x", "name"}));
+  EXPECT_EQ(last, "\xC3\xA9\xF0\x9F\x98\x80\n");
+}
+
+TEST(DecoderTest, ReadsUuidAndUserObjects) {
+  MemoryInputStream stream(R"({"users": [{"userName": "ann", "UUID": "01234567-89ab-cdef-0123-456789ABCDEF"},
+      {"UUID": "00000000-0000-0000-0000-000000000001", "extra": [[[]]], "userName": "bob"}]})");
+  Document document(stream, "users.json");
+  std::vector<std::string> users;
+  std::vector<std::string> uuids;
+  for (Member& top : document.readAsObject()) {
+    ASSERT_TRUE(top.name() == "users");
+    for (Value& user : top.value().asArray()) {
+      for (Member& member : user.asObject()) {
+        if (member.name() == "userName") {
+          users.push_back(readString(member.value()));
+        } else if (member.name() == "UUID") {
+          uuids.push_back(member.value().toUuid().toString().str());
+        }
+      }
+    }
+  }
+  EXPECT_EQ(users, (std::vector<std::string>{"ann", "bob"}));
+  EXPECT_EQ(uuids, (std::vector<std::string>{"01234567-89ab-cdef-0123-456789abcdef",
+                                             "00000000-0000-0000-0000-000000000001"}));
+}
+
+TEST(DecoderTest, NameMovesOut) {
+  MemoryInputStream stream(R"({"a long member name, longer than any small buffer": "v", "b": "w"})");
+  Document document(stream, "p.json");
+  std::vector<std::string> names;
+  std::vector<std::string> values;
+  for (Member& member : document.readAsObject()) {
+    values.push_back(readString(member.value()));
+    std::string name = std::move(member.name());
+    names.push_back(std::move(name));
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"a long member name, longer than any small buffer", "b"}));
+  EXPECT_EQ(values, (std::vector<std::string>{"v", "w"}));
+}
+
+TEST(DecoderTest, UnreadAndHalfReadValuesAreSkipped) {
+  MemoryInputStream stream(
+      R"({"a": {"x": [1, {"y": "z"}], "w": "q"}, "b": [1, 2, 3], "c": "long string", "d": "last"})");
+  Document document(stream, "t.json");
+  std::string last;
+  for (Member& member : document.readAsObject()) {
+    if (member.name() == "a") {
+      Object inner = member.value().asObject();
+      auto it = inner.begin();
+      it->value().asArray().begin();  // opened, then abandoned
+    } else if (member.name() == "b") {
+      Array array = member.value().asArray();
+      array.begin();
+    } else if (member.name() == "c") {
+      String text = member.value().asString();
+      EXPECT_EQ(*text.begin(), 'l');
+    } else if (member.name() == "d") {
+      last = readString(member.value());
+    }
+  }
+  EXPECT_EQ(last, "last");
+}
+
+TEST(DecoderTest, ValueLocationAndKinds) {
+  MemoryInputStream stream("{\n  \"\xC3\xA9t\xC3\xA9\": [\n    {}, \"s\", -1, true, null]\n}");
+  Document document(stream, "k.json");
+  for (Member& member : document.readAsObject()) {
+    const Location where = member.value().location();
+    EXPECT_TRUE(where);
+    EXPECT_EQ(where.line(), 2u);
+    EXPECT_EQ(where.column(), 10u);  // "été" counts three characters
+    std::vector<Kind> kinds;
+    std::vector<std::uint64_t> columns;
+    for (Value& element : member.value().asArray()) {
+      kinds.push_back(element.kind());
+      columns.push_back(element.location().column());
+      EXPECT_EQ(element.location().line(), 3u);
+    }
+    EXPECT_EQ(kinds, (std::vector<Kind>{Kind::object, Kind::string, Kind::number, Kind::boolean, Kind::null}));
+    EXPECT_EQ(columns, (std::vector<std::uint64_t>{5, 9, 14, 18, 24}));
+  }
+  EXPECT_FALSE(Location());
+}
+
+TEST(DecoderTest, ErrorTextNamesFileLineAndColumn) {
+  const std::string json = "{\n  \"users\": [],\n  \"abc\": 12 x\n}";
+  EXPECT_EQ(typedError(json),
+            "\"t.json\", line 3, column 13: expected ',' or '}' after an object member, found 'x'");
+  EXPECT_EQ(skipError(json),
+            "\"t.json\", line 3, column 13: expected ',' or '}' after an object member, found 'x'");
+}
+
+TEST(DecoderTest, ColumnsCountCharactersNotBytes) {
+  // é (2 bytes), € (3 bytes), 😀 (4 bytes) each count one column.
+  EXPECT_EQ(typedError("[\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\" x]"),
+            "\"t.json\", line 1, column 8: expected ',' or ']' after an array element, found 'x'");
+  EXPECT_EQ(typedError("{\"a\":\n\"\xC3\xA9\"\n,\"\xC3\xA9\xC3\xA9\":\"\xC3\xA9\" ?}"),
+            "\"t.json\", line 3, column 11: expected ',' or '}' after an object member, found '?'");
+}
+
+TEST(DecoderTest, SameResultsForEveryBufferSize) {
+  const std::vector<std::string> texts = {
+      "{\"a\": [1, -2.5E+10, \"\\u00e9\\ud834\\udd1e\\n\\\"\", {\"b\": null}], \"\xC3\xA9\xE2\x82\xAC\": "
+      "\"\xF0\x9F\x98\x80x\"}",
+      "\xEF\xBB\xBF [true , false,null, 0.0e0 ]\r\n",
+      "{\"a\": [1, 2,\n \"\xC3\xA9\xC3\xA9\" 3]}",
+      "{\"a\": \"\\ud800x\"}",
+      "{\"a\": \"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xED\xA0\x80\"}",
+      "{\"a\": 01}",
+      "{\"a\": [1, 2] } x",
+      "[\"unterminated",
+  };
+  for (const std::string& text : texts) {
+    const std::string expectedTyped = [&] {
+      MemoryInputStream stream(text);
+      Document document(stream, "t.json");
+      try {
+        return test::walkTyped(document);
+      } catch (const Exception& error) {
+        return std::string("error: ") + error.what();
+      }
+    }();
+    const std::string expectedSkip = skipError(text);
+    for (std::size_t size = 1; size <= 7; ++size) {
+      MemoryInputStream stream(text, size);
+      Document document(stream, "t.json");
+      std::string got;
+      try {
+        got = test::walkTyped(document);
+      } catch (const Exception& error) {
+        got = std::string("error: ") + error.what();
+      }
+      EXPECT_EQ(got, expectedTyped) << "buffer " << size << " text " << text;
+      EXPECT_EQ(skipError(text, size), expectedSkip) << "buffer " << size;
+    }
+  }
+}
+
+TEST(DecoderTest, ErrorsOfEveryKindAreLocated) {
+  EXPECT_EQ(typedError("{\"a\": \"\\ud800x\"}"), "\"t.json\", line 1, column 8: unpaired high surrogate \\uD800");
+  EXPECT_EQ(typedError("[\"\\udc00\"]"), "\"t.json\", line 1, column 3: unpaired low surrogate \\uDC00");
+  EXPECT_EQ(typedError("[\"a\tb\"]"), "\"t.json\", line 1, column 4: control character U+0009 must be escaped in a string");
+  EXPECT_EQ(typedError(std::string("[\"a\0b\"]", 7)), "\"t.json\", line 1, column 4: a NUL byte is not allowed in a string");
+  EXPECT_EQ(typedError(std::string("[1,\0]", 5)), "\"t.json\", line 1, column 4: expected a value, found a NUL byte");
+  EXPECT_EQ(typedError("[\"\xC3\xA9\xC3(\"]"), "\"t.json\", line 1, column 4: invalid UTF-8 sequence in a string");
+  EXPECT_EQ(typedError("[\"\xC0\x80\"]"), "\"t.json\", line 1, column 3: invalid UTF-8 byte 0xC0 in a string");
+  EXPECT_EQ(typedError("[\"\xED\xA0\x80\"]"), "\"t.json\", line 1, column 3: invalid UTF-8 sequence in a string");
+  EXPECT_EQ(typedError("[\"\\x\"]"), "\"t.json\", line 1, column 4: invalid escape sequence: expected one of \" \\ / b f n r t u after '\\', found 'x'");
+  EXPECT_EQ(typedError("[tru]"), "\"t.json\", line 1, column 2: invalid literal, expected true");
+  EXPECT_EQ(typedError("[-]"), "\"t.json\", line 1, column 3: expected a digit in a number, found ']'");
+  EXPECT_EQ(typedError("[1.]"), "\"t.json\", line 1, column 4: expected a digit after the decimal point, found ']'");
+  EXPECT_EQ(typedError("[1e+]"), "\"t.json\", line 1, column 5: expected a digit in the exponent, found ']'");
+  EXPECT_EQ(typedError("{} {}"), "\"t.json\", line 1, column 4: expected the end of the input after the top-level value, found '{'");
+  EXPECT_EQ(typedError(""), "\"t.json\", line 1, column 1: expected a value, found end of input");
+  EXPECT_EQ(typedError("{\"a\" 1}"), "\"t.json\", line 1, column 6: expected ':' after a member name, found '1'");
+  EXPECT_EQ(typedError("{\"a\":1,}"), "\"t.json\", line 1, column 8: expected a member name (a string), found '}'");
+  EXPECT_EQ(typedError("[1,]"), "\"t.json\", line 1, column 4: expected a value, found ']'");
+  EXPECT_EQ(typedError("[\"abc"), "\"t.json\", line 1, column 6: expected '\"' to end the string, found end of input");
+  EXPECT_EQ(typedError("\xEF\xBB"), "\"t.json\", line 1, column 1: expected a value, found byte 0xEF");
+  EXPECT_EQ(typedError("\xEF\xBB\xBF{\"a\":1} x"), "\"t.json\", line 1, column 9: expected the end of the input after the top-level value, found 'x'");
+}
+
+TEST(DecoderTest, TypeErrorsAreLocatedExceptions) {
+  auto error = [](const std::string& json, auto read) {
+    MemoryInputStream stream(json);
+    Document document(stream, "t.json");
+    try {
+      for (Member& member : document.readAsObject()) read(member.value());
+    } catch (const Exception& e) {
+      return std::string(e.what());
+    }
+    return std::string();
+  };
+  EXPECT_EQ(error("{\"a\": [1]}", [](Value& v) { v.asObject(); }),
+            "\"t.json\", line 1, column 7: expected an object, found an array");
+  EXPECT_EQ(error("{\"a\": 1}", [](Value& v) { v.asString(); }),
+            "\"t.json\", line 1, column 7: expected a string, found a number");
+  EXPECT_EQ(error("{\"a\": {}}", [](Value& v) { v.asArray(); }),
+            "\"t.json\", line 1, column 7: expected an array, found an object");
+  EXPECT_EQ(error("{\"a\": null}", [](Value& v) { v.toUuid(); }),
+            "\"t.json\", line 1, column 7: expected a string holding a UUID, found null");
+  EXPECT_EQ(error("{\"a\": \"{01234567-89ab-cdef-0123-456789abcdef}\"}", [](Value& v) { v.toUuid(); }),
+            "\"t.json\", line 1, column 7: expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
+  EXPECT_EQ(error("[]", [](Value&) {}), "\"t.json\", line 1, column 1: expected an object, found an array");
+}
+
+TEST(DecoderTest, ErrorsAreCaughtAsRuntimeErrorsAndStdExceptions) {
+  MemoryInputStream stream("[x]");
+  Document document(stream, "/etc/xdg/Korvane/Config/users.json");
+  const std::string expected =
+      "\"/etc/xdg/Korvane/Config/users.json\", line 1, column 2: expected a value, found 'x'";
+  try {
+    document.finish();
+    FAIL() << "no error";
+  } catch (const std::exception& error) {
+    EXPECT_EQ(error.what(), expected);
+  }
+  // Sticky: every later operation throws the first error again.
+  try {
+    document.finish();
+    FAIL() << "no error";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(error.what(), expected);
+    const auto* located = dynamic_cast<const Exception*>(&error);
+    ASSERT_NE(located, nullptr);
+    EXPECT_EQ(located->location().line(), 1u);
+    EXPECT_EQ(located->location().column(), 2u);
+  }
+}
+
+TEST(DecoderTest, ThrowAtLocation) {
+  const Location where(std::make_shared<const std::string>("u.json"), 4, 7, 30);
+  try {
+    throwAtLocation(where, "multiple user names specified for user \"ann\"");
+  } catch (const std::exception& error) {
+    EXPECT_STREQ(error.what(), "\"u.json\", line 4, column 7: multiple user names specified for user \"ann\"");
+    EXPECT_NE(dynamic_cast<const Exception*>(&error), nullptr);
+    EXPECT_NE(dynamic_cast<const std::runtime_error*>(&error), nullptr);
+  }
+  try {
+    throwAtLocation(Location(), "plain");
+  } catch (const Exception&) {
+    FAIL() << "an unknown location gives a plain runtime error";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "plain");
+  }
+  // A copy keeps the text.
+  try {
+    throwAtLocation(where, "m");
+  } catch (const Exception& error) {
+    const Exception copy(error);
+    EXPECT_STREQ(copy.what(), "\"u.json\", line 4, column 7: m");
+  }
+}
+
+TEST(DecoderTest, MisuseIsALogicError) {
+  {
+    MemoryInputStream stream(R"({"a": "x", "b": "y"})");
+    Document document(stream, "t.json");
+    Object object = document.readAsObject();
+    auto it = object.begin();
+    it->value().skip();
+    EXPECT_THROW(it->value().skip(), std::logic_error);  // read twice
+    auto stale = it;
+    ++it;
+    EXPECT_THROW(*stale, std::logic_error);  // the walk moved on
+    EXPECT_THROW(++stale, std::logic_error);
+    EXPECT_THROW(object.begin(), std::logic_error);  // walked once
+    ++it;
+    EXPECT_TRUE(it == object.end());
+    EXPECT_THROW(++it, std::logic_error);  // past the end
+    EXPECT_THROW(*it, std::logic_error);
+    EXPECT_THROW(document.root(), std::logic_error);
+  }
+  {
+    MemoryInputStream stream(R"({"a": {"x": "1", "y": "2"}, "b": "s"})");
+    Document document(stream, "t.json");
+    Object object = document.readAsObject();
+    auto it = object.begin();
+    Object inner = it->value().asObject();
+    auto innerIt = inner.begin();
+    Value& innerValue = innerIt->value();
+    ++it;  // the outer walk moves on: the rest of "a" is skipped
+    EXPECT_THROW(innerValue.skip(), std::logic_error);
+    EXPECT_THROW(++innerIt, std::logic_error);
+    EXPECT_EQ(readString(it->value()), "s");
+  }
+  {
+    MemoryInputStream stream(R"(["abc", "d"])");
+    Document document(stream, "t.json");
+    Array array = document.root().asArray();
+    auto it = array.begin();
+    String text = it->asString();
+    auto chars = text.begin();
+    EXPECT_EQ(*chars, 'a');
+    ++it;
+    EXPECT_THROW(++chars, std::logic_error);
+    EXPECT_EQ(readString(*it), "d");
+  }
+}
+
+TEST(DecoderTest, DeepNestingIsAnErrorNotAStackOverflow) {
+  const std::string deep(1000000, '[');
+  EXPECT_EQ(skipError(deep), "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
+  EXPECT_EQ(typedError(deep), "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
+
+  // Through typed views held open at every level.
+  struct Level {
+    explicit Level(Value& value) : array(value.asArray()), it(array.begin()) {}
+    Array array;
+    Array::Iterator it;
+  };
+  MemoryInputStream stream(deep);
+  Document document(stream, "t.json");
+  std::list<Level> levels;
+  Value* value = &document.root();
+  try {
+    for (;;) {
+      levels.emplace_back(*value);
+      value = &*levels.back().it;
+    }
+  } catch (const Exception& error) {
+    EXPECT_STREQ(error.what(), "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
+  }
+  EXPECT_EQ(levels.size(), 1000u);
+
+  std::string fine(1000, '[');
+  fine += std::string(1000, ']');
+  EXPECT_EQ(skipError(fine), "");
+  EXPECT_EQ(typedError(fine), "");
+}
+
+TEST(DecoderTest, MemberNameLengthIsLimited) {
+  const std::string longest(detail::Parser::maxNameLength, 'n');
+  EXPECT_EQ(typedError("{\"" + longest + "\": 1}"), "");
+  EXPECT_EQ(typedError("{\"" + longest + "n\": 1}"),
+            "\"t.json\", line 1, column 2: member name longer than 65536 bytes");
+  // Skipped names and streamed strings have no limit.
+  EXPECT_EQ(skipError("{\"" + longest + "n\": 1}"), "");
+  EXPECT_EQ(typedError("[\"" + longest + longest + "\"]"), "");
+}
+
+TEST(DecoderTest, ReadAsObjectRejectsOtherTopLevelValues) {
+  for (const char* json : {"[]", "\"s\"", "1", "null"}) {
+    MemoryInputStream stream(json);
+    Document document(stream, "t.json");
+    EXPECT_THROW(document.readAsObject(), Exception) << json;
+  }
+}
+
+TEST(DecoderTest, TopLevelStringAndScalars) {
+  for (std::size_t size : {1u, 3u, 100u}) {
+    MemoryInputStream stream(" \"a\\tb\" ", size);
+    Document document(stream, "t.json");
+    EXPECT_EQ(readString(document.root()), "a\tb");
+    document.finish();
+  }
+  MemoryInputStream stream("\"a\" x");
+  Document document(stream, "t.json");
+  EXPECT_THROW(readString(document.root()), Exception);
+}
+
+}  // namespace
+}  // namespace korvane::utils::json::decoder

@@ -1,0 +1,31 @@
+// Name: the name of an object member, decoded to UTF-8 and held whole
+// (at most detail::Parser::maxNameLength bytes).
+//
+// Thread safety: as the Object that owns it.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace korvane::utils::json::decoder {
+
+class Name {
+ public:
+  Name() = default;
+  Name(const Name&) = delete;
+  Name& operator=(const Name&) = delete;
+
+  std::string_view view() const noexcept { return text_; }
+
+  // Moves the name out; the Name is empty afterwards.
+  operator std::string() && noexcept { return std::move(text_); }  // NOLINT: conversion by design
+
+  friend bool operator==(const Name& name, std::string_view text) noexcept { return name.text_ == text; }
+
+ private:
+  friend class Object;
+  std::string text_;
+};
+
+}  // namespace korvane::utils::json::decoder

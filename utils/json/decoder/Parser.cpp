@@ -1,0 +1,617 @@
+#include "utils/json/decoder/Parser.h"
+
+#include <bitset>
+#include <stdexcept>
+#include <utility>
+
+#include "utils/core/Format.h"
+#include "utils/json/decoder/WrappedException.h"
+
+namespace korvane::utils::json::decoder::detail {
+
+namespace {
+
+constexpr const char* movedOn =
+    "korvane::utils::json::decoder: a value or view was used after the walk moved past it";
+
+bool isDigit(int c) { return c >= '0' && c <= '9'; }
+
+int hexValue(int c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+void appendUtf8(Utf8Unit& unit, unsigned codePoint) {
+  auto byte = [](unsigned value) { return static_cast<char>(static_cast<unsigned char>(value)); };
+  if (codePoint < 0x80) {
+    unit.bytes[0] = byte(codePoint);
+    unit.length = 1;
+  } else if (codePoint < 0x800) {
+    unit.bytes[0] = byte(0xC0 | (codePoint >> 6));
+    unit.bytes[1] = byte(0x80 | (codePoint & 0x3F));
+    unit.length = 2;
+  } else if (codePoint < 0x10000) {
+    unit.bytes[0] = byte(0xE0 | (codePoint >> 12));
+    unit.bytes[1] = byte(0x80 | ((codePoint >> 6) & 0x3F));
+    unit.bytes[2] = byte(0x80 | (codePoint & 0x3F));
+    unit.length = 3;
+  } else {
+    unit.bytes[0] = byte(0xF0 | (codePoint >> 18));
+    unit.bytes[1] = byte(0x80 | ((codePoint >> 12) & 0x3F));
+    unit.bytes[2] = byte(0x80 | ((codePoint >> 6) & 0x3F));
+    unit.bytes[3] = byte(0x80 | (codePoint & 0x3F));
+    unit.length = 4;
+  }
+}
+
+// What a value starting with `c` is, for type errors.
+std::string describeValue(int c) {
+  switch (c) {
+    case '{': return "an object";
+    case '[': return "an array";
+    case '"': return "a string";
+    case 't':
+    case 'f': return "a boolean";
+    case 'n': return "null";
+    default: break;
+  }
+  if (c == '-' || isDigit(c)) return "a number";
+  return {};
+}
+
+enum SkipState { valueState, objectFirstState, nameState, arrayFirstState, afterState };
+
+}  // namespace
+
+Parser::Parser(io::InputStream<char>& stream, std::string sourceName)
+    : stream_(stream),
+      source_(std::make_shared<const std::string>(std::move(sourceName))),
+      lineStart_(stream.offset()) {}
+
+void Parser::fail(const Position& at, const std::string& message) {
+  error_ = std::make_exception_ptr(
+      WrappedException<std::runtime_error>(locate(at), std::runtime_error(message)));
+  std::rethrow_exception(error_);
+}
+
+std::string Parser::describeNext() {
+  const int c = peek();
+  if (c < 0) return "end of input";
+  if (c == 0) return "a NUL byte";
+  if (c > 0x20 && c < 0x7F) return core::format("'{}'", static_cast<char>(c));
+  if (c < 0x20 || c == 0x7F) return core::format("control character U+{:04X}", c);
+  if (c == 0x20) return "' '";
+  return core::format("byte 0x{:02X}", c);
+}
+
+void Parser::failFound(const std::string& expected) {
+  const Position at = position();
+  fail(at, expected + ", found " + describeNext());
+}
+
+bool Parser::more() {
+  try {
+    return stream_.ensureBuffer(std::nothrow);
+  } catch (...) {
+    error_ = std::current_exception();
+    throw;
+  }
+}
+
+void Parser::skipWhitespace() {
+  for (;;) {
+    const auto span = stream_.buffered();
+    const char* const begin = span.data();
+    const char* const end = begin + span.size();
+    for (const char* p = begin; p != end; ++p) {
+      const char c = *p;
+      if (c == ' ' || c == '\t' || c == '\r') continue;
+      if (c == '\n') {
+        ++line_;
+        lineStart_ = stream_.offset() + static_cast<std::uint64_t>(p - begin) + 1;
+        continuations_ = 0;
+        continue;
+      }
+      stream_.consume(static_cast<std::size_t>(p - begin));
+      return;
+    }
+    stream_.consume(span.size());
+    if (!more()) return;
+  }
+}
+
+std::uint64_t Parser::startDocument() {
+  check();
+  if (started_) throw std::logic_error("korvane::utils::json::decoder: the top-level value was already taken");
+  started_ = true;
+  if (peek() == 0xEF) {
+    // A UTF-8 byte order mark, as some Windows editors write; ignored.
+    const Position at = position();
+    stream_.consume(1);
+    if (peek() != 0xBB) fail(at, "expected a value, found byte 0xEF");
+    stream_.consume(1);
+    if (peek() != 0xBF) fail(at, "expected a value, found byte 0xEF");
+    stream_.consume(1);
+    lineStart_ = stream_.offset();
+  }
+  skipWhitespace();
+  pending_ = ++nextId_;
+  return pending_;
+}
+
+void Parser::requireValue(std::uint64_t id) const {
+  if (id == 0 || pending_ != id) throw std::logic_error(movedOn);
+}
+
+int Parser::peekValue(std::uint64_t id) {
+  check();
+  requireValue(id);
+  return peek();
+}
+
+void Parser::valueDone() {
+  if (frames_.empty()) expectEnd();
+}
+
+void Parser::pendingDone(std::uint64_t id) {
+  if (pending_ == id) pending_ = 0;
+  valueDone();
+}
+
+void Parser::expectEnd() {
+  skipWhitespace();
+  if (peek() >= 0) failFound("expected the end of the input after the top-level value");
+  ended_ = true;
+}
+
+void Parser::skipValue(std::uint64_t id) {
+  check();
+  requireValue(id);
+  skipStructured(valueState, 0, FrameKind::array);
+  pendingDone(id);
+}
+
+void Parser::skipPending() {
+  skipStructured(valueState, 0, FrameKind::array);
+  pending_ = 0;
+}
+
+void Parser::failType(const char* expected) {
+  const Position at = position();
+  const std::string kind = describeValue(peek());
+  fail(at, core::format("expected {}, found {}", expected, kind.empty() ? describeNext() : kind));
+}
+
+std::uint64_t Parser::openContainer(std::uint64_t id, FrameKind kind) {
+  check();
+  requireValue(id);
+  const bool object = kind == FrameKind::object;
+  if (peek() != (object ? '{' : '[')) failType(object ? "an object" : "an array");
+  if (containerFrames_ >= maxDepth) failFound(core::format("nesting deeper than {} levels", maxDepth));
+  stream_.consume(1);
+  frames_.push_back({++nextId_, kind, false});
+  ++containerFrames_;
+  pending_ = 0;
+  return nextId_;
+}
+
+std::uint64_t Parser::openObject(std::uint64_t id) { return openContainer(id, FrameKind::object); }
+
+std::uint64_t Parser::openArray(std::uint64_t id) { return openContainer(id, FrameKind::array); }
+
+std::uint64_t Parser::openString(std::uint64_t id) {
+  check();
+  requireValue(id);
+  if (peek() != '"') failType("a string");
+  stream_.consume(1);
+  frames_.push_back({++nextId_, FrameKind::string, true});
+  pending_ = 0;
+  return nextId_;
+}
+
+core::Uuid Parser::readUuid(std::uint64_t id) {
+  check();
+  requireValue(id);
+  const Position start = position();
+  if (peek() != '"') failType("a string holding a UUID");
+  stream_.consume(1);
+  char text[core::Uuid::textLength + 1];
+  std::size_t length = 0;
+  scanStringBody([&](const char* bytes, std::size_t count) {
+    for (std::size_t i = 0; i < count && length <= core::Uuid::textLength; ++i) text[length++] = bytes[i];
+  });
+  const auto uuid = core::Uuid::fromString(std::string_view(text, length));
+  if (!uuid) fail(start, "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
+  pendingDone(id);
+  return *uuid;
+}
+
+Parser::Frame& Parser::reachFrame(std::uint64_t frameId) {
+  std::size_t index = frames_.size();
+  while (index != 0 && frames_[index - 1].id > frameId) --index;
+  if (index == 0 || frames_[index - 1].id != frameId) throw std::logic_error(movedOn);
+  while (frames_.size() > index) closeTopFrame();
+  return frames_.back();
+}
+
+void Parser::closeTopFrame() {
+  const Frame frame = frames_.back();
+  if (frame.kind == FrameKind::string) {
+    scanStringBody([](const char*, std::size_t) {});
+  } else {
+    if (pending_ != 0) skipPending();
+    const bool object = frame.kind == FrameKind::object;
+    skipStructured(frame.started ? afterState : (object ? objectFirstState : arrayFirstState), 1,
+                   frame.kind);
+  }
+  popFrame();
+}
+
+void Parser::popFrame() {
+  if (frames_.back().kind != FrameKind::string) --containerFrames_;
+  frames_.pop_back();
+  valueDone();
+}
+
+bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t& valueId,
+                        Position& valueStart) {
+  check();
+  Frame& frame = reachFrame(frameId);
+  if (pending_ != 0) skipPending();
+  skipWhitespace();
+  int c = peek();
+  if (c == '}') {
+    stream_.consume(1);
+    popFrame();
+    return false;
+  }
+  if (frame.started) {
+    if (c != ',') failFound("expected ',' or '}' after an object member");
+    stream_.consume(1);
+    skipWhitespace();
+    c = peek();
+  }
+  frame.started = true;
+  if (c != '"') failFound("expected a member name (a string)");
+  const Position nameStart = position();
+  stream_.consume(1);
+  name.clear();
+  scanStringBody([&](const char* bytes, std::size_t count) {
+    if (count > maxNameLength - name.size()) {
+      fail(nameStart, core::format("member name longer than {} bytes", maxNameLength));
+    }
+    name.append(bytes, count);
+  });
+  skipWhitespace();
+  if (peek() != ':') failFound("expected ':' after a member name");
+  stream_.consume(1);
+  skipWhitespace();
+  valueStart = position();
+  valueId = pending_ = ++nextId_;
+  return true;
+}
+
+bool Parser::nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position& valueStart) {
+  check();
+  Frame& frame = reachFrame(frameId);
+  if (pending_ != 0) skipPending();
+  skipWhitespace();
+  const int c = peek();
+  if (c == ']') {
+    stream_.consume(1);
+    popFrame();
+    return false;
+  }
+  if (frame.started) {
+    if (c != ',') failFound("expected ',' or ']' after an array element");
+    stream_.consume(1);
+    skipWhitespace();
+  }
+  frame.started = true;
+  valueStart = position();
+  valueId = pending_ = ++nextId_;
+  return true;
+}
+
+bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit) {
+  check();
+  reachFrame(frameId);
+  const int c = peek();
+  if (c < 0) failFound("expected '\"' to end the string");
+  if (c == '"') {
+    stream_.consume(1);
+    popFrame();
+    return false;
+  }
+  if (plainStringByte[static_cast<unsigned char>(c)]) {
+    unit.bytes[0] = static_cast<char>(c);
+    unit.length = 1;
+    stream_.consume(1);
+    return true;
+  }
+  decodeSpecial(unit);
+  return true;
+}
+
+void Parser::finish() {
+  check();
+  if (!started_) startDocument();
+  while (!frames_.empty()) closeTopFrame();
+  if (pending_ != 0) skipValue(pending_);
+}
+
+void Parser::checkDepth(std::size_t depth) {
+  if (depth > maxDepth) failFound(core::format("nesting deeper than {} levels", maxDepth));
+}
+
+// Skips without recursion: the kinds of the containers open inside the
+// skipped value are kept in a bit set, one bit per level.
+void Parser::skipStructured(int initialState, std::size_t depth, FrameKind outer) {
+  std::bitset<maxDepth + 2> isObject;
+  isObject[1] = outer == FrameKind::object;
+  const std::size_t base = containerFrames_ - depth;
+  int state = initialState;
+  for (;;) {
+    switch (state) {
+      case valueState: {
+        skipWhitespace();
+        const int c = peek();
+        if (c == '{' || c == '[') {
+          checkDepth(base + depth + 1);
+          stream_.consume(1);
+          ++depth;
+          isObject[depth] = c == '{';
+          state = c == '{' ? objectFirstState : arrayFirstState;
+          continue;
+        }
+        if (c == '"') {
+          stream_.consume(1);
+          scanStringBody([](const char*, std::size_t) {});
+        } else if (c == '-' || isDigit(c)) {
+          skipNumber();
+        } else if (c == 't') {
+          skipLiteral("true");
+        } else if (c == 'f') {
+          skipLiteral("false");
+        } else if (c == 'n') {
+          skipLiteral("null");
+        } else {
+          failFound("expected a value");
+        }
+        state = afterState;
+        continue;
+      }
+      case objectFirstState:
+        skipWhitespace();
+        if (peek() == '}') {
+          stream_.consume(1);
+          --depth;
+          state = afterState;
+        } else {
+          state = nameState;
+        }
+        continue;
+      case nameState:
+        skipWhitespace();
+        if (peek() != '"') failFound("expected a member name (a string)");
+        stream_.consume(1);
+        scanStringBody([](const char*, std::size_t) {});
+        skipWhitespace();
+        if (peek() != ':') failFound("expected ':' after a member name");
+        stream_.consume(1);
+        state = valueState;
+        continue;
+      case arrayFirstState:
+        skipWhitespace();
+        if (peek() == ']') {
+          stream_.consume(1);
+          --depth;
+          state = afterState;
+        } else {
+          state = valueState;
+        }
+        continue;
+      default: {
+        if (depth == 0) return;
+        skipWhitespace();
+        const int c = peek();
+        const bool object = isObject[depth];
+        if (c == ',') {
+          stream_.consume(1);
+          state = object ? nameState : valueState;
+        } else if (c == (object ? '}' : ']')) {
+          stream_.consume(1);
+          --depth;
+        } else {
+          failFound(object ? "expected ',' or '}' after an object member"
+                           : "expected ',' or ']' after an array element");
+        }
+        continue;
+      }
+    }
+  }
+}
+
+void Parser::skipDigits() {
+  for (;;) {
+    const auto span = stream_.buffered();
+    std::size_t count = 0;
+    while (count != span.size() && isDigit(span[count])) ++count;
+    stream_.consume(count);
+    if (count != span.size() || !more()) return;
+  }
+}
+
+void Parser::skipNumber() {
+  if (peek() == '-') stream_.consume(1);
+  const int first = peek();
+  if (first == '0') {
+    stream_.consume(1);
+  } else if (isDigit(first)) {
+    skipDigits();
+  } else {
+    failFound("expected a digit in a number");
+  }
+  if (peek() == '.') {
+    stream_.consume(1);
+    if (!isDigit(peek())) failFound("expected a digit after the decimal point");
+    skipDigits();
+  }
+  const int e = peek();
+  if (e == 'e' || e == 'E') {
+    stream_.consume(1);
+    const int sign = peek();
+    if (sign == '+' || sign == '-') stream_.consume(1);
+    if (!isDigit(peek())) failFound("expected a digit in the exponent");
+    skipDigits();
+  }
+}
+
+void Parser::skipLiteral(const char* literal) {
+  const Position start = position();
+  for (const char* p = literal; *p != '\0'; ++p) {
+    if (peek() != static_cast<unsigned char>(*p)) {
+      fail(start, core::format("invalid literal, expected {}", literal));
+    }
+    stream_.consume(1);
+  }
+}
+
+template <typename Sink>
+void Parser::scanStringBody(Sink&& sink) {
+  for (;;) {
+    const auto span = stream_.buffered();
+    const char* const begin = span.data();
+    const char* const end = begin + span.size();
+    const char* p = begin;
+    while (p != end && plainStringByte[static_cast<unsigned char>(*p)]) ++p;
+    const auto count = static_cast<std::size_t>(p - begin);
+    if (count != 0) {
+      sink(begin, count);
+      stream_.consume(count);
+    }
+    if (p == end) {
+      if (!more()) failFound("expected '\"' to end the string");
+      continue;
+    }
+    if (*p == '"') {
+      stream_.consume(1);
+      return;
+    }
+    Utf8Unit unit;
+    decodeSpecial(unit);
+    sink(unit.bytes.data(), unit.length);
+  }
+}
+
+void Parser::decodeSpecial(Utf8Unit& unit) {
+  const int c = peek();
+  if (c == '\\') {
+    const Position start = position();
+    stream_.consume(1);
+    decodeEscape(unit, start);
+  } else if (c >= 0x80) {
+    decodeUtf8(unit);
+  } else if (c == 0) {
+    fail(position(), "a NUL byte is not allowed in a string");
+  } else {
+    fail(position(), core::format("control character U+{:04X} must be escaped in a string", c));
+  }
+}
+
+void Parser::decodeEscape(Utf8Unit& unit, const Position& start) {
+  const int c = peek();
+  char simple = 0;
+  switch (c) {
+    case '"': simple = '"'; break;
+    case '\\': simple = '\\'; break;
+    case '/': simple = '/'; break;
+    case 'b': simple = '\b'; break;
+    case 'f': simple = '\f'; break;
+    case 'n': simple = '\n'; break;
+    case 'r': simple = '\r'; break;
+    case 't': simple = '\t'; break;
+    case 'u': break;
+    default: failFound("invalid escape sequence: expected one of \" \\ / b f n r t u after '\\'");
+  }
+  stream_.consume(1);
+  if (c != 'u') {
+    unit.bytes[0] = simple;
+    unit.length = 1;
+    return;
+  }
+  unsigned codePoint = readHex4();
+  if (codePoint >= 0xDC00 && codePoint <= 0xDFFF) {
+    fail(start, core::format("unpaired low surrogate \\u{:04X}", codePoint));
+  }
+  if (codePoint >= 0xD800 && codePoint <= 0xDBFF) {
+    const Position second = position();
+    if (peek() != '\\') fail(start, core::format("unpaired high surrogate \\u{:04X}", codePoint));
+    stream_.consume(1);
+    if (peek() != 'u') fail(start, core::format("unpaired high surrogate \\u{:04X}", codePoint));
+    stream_.consume(1);
+    const unsigned low = readHex4();
+    if (low < 0xDC00 || low > 0xDFFF) {
+      fail(second, core::format("expected a low surrogate after \\u{:04X}, found \\u{:04X}", codePoint, low));
+    }
+    codePoint = 0x10000 + ((codePoint - 0xD800) << 10) + (low - 0xDC00);
+  }
+  appendUtf8(unit, codePoint);
+}
+
+unsigned Parser::readHex4() {
+  unsigned value = 0;
+  for (int i = 0; i < 4; ++i) {
+    const int digit = hexValue(peek());
+    if (digit < 0) failFound("expected a hexadecimal digit in a \\u escape");
+    stream_.consume(1);
+    value = value * 16 + static_cast<unsigned>(digit);
+  }
+  return value;
+}
+
+// Strict UTF-8 (RFC 3629): no overlong forms, no surrogates, nothing above U+10FFFF.
+void Parser::decodeUtf8(Utf8Unit& unit) {
+  const Position start = position();
+  const int lead = peek();
+  int low = 0x80;
+  int high = 0xBF;
+  int following = 0;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    following = 1;
+  } else if (lead == 0xE0) {
+    following = 2;
+    low = 0xA0;
+  } else if (lead == 0xED) {
+    following = 2;
+    high = 0x9F;
+  } else if (lead >= 0xE1 && lead <= 0xEF) {
+    following = 2;
+  } else if (lead == 0xF0) {
+    following = 3;
+    low = 0x90;
+  } else if (lead == 0xF4) {
+    following = 3;
+    high = 0x8F;
+  } else if (lead >= 0xF1 && lead <= 0xF3) {
+    following = 3;
+  } else {
+    fail(start, core::format("invalid UTF-8 byte 0x{:02X} in a string", lead));
+  }
+  stream_.consume(1);
+  unit.bytes[0] = static_cast<char>(lead);
+  for (int i = 1; i <= following; ++i) {
+    const int c = peek();
+    if (c < low || c > high) fail(start, "invalid UTF-8 sequence in a string");
+    stream_.consume(1);
+    unit.bytes[static_cast<std::size_t>(i)] = static_cast<char>(c);
+    low = 0x80;
+    high = 0xBF;
+  }
+  unit.length = static_cast<std::uint8_t>(following + 1);
+  continuations_ += static_cast<std::uint64_t>(following);
+}
+
+}  // namespace korvane::utils::json::decoder::detail

@@ -1,0 +1,177 @@
+// Parser: the scanner behind the decoder's views. It reads the stream's
+// buffer in place, keeps the position (line, column, offset), the stack of
+// views that are open, and the first error met.
+//
+// Rules it enforces (RFC 8259, strictly): escapes including surrogate pairs
+// are decoded to UTF-8; raw control characters, invalid UTF-8, unpaired
+// surrogates and NUL bytes are errors; numbers are checked against the
+// grammar but never converted; only whitespace may follow the top-level
+// value. A UTF-8 byte order mark at the very start is ignored (columns of
+// line 1 count from after it).
+//
+// Limits that keep hostile input harmless: nesting deeper than maxDepth
+// levels and member names longer than maxNameLength bytes are errors.
+// Skipping is iterative, so no input can exhaust the call stack.
+//
+// Errors are sticky: after the first one every operation throws it again.
+// Using a view or value after the walk has moved past it throws
+// std::logic_error and leaves the parse untouched.
+//
+// Thread safety: one Parser must not be used from two threads at once.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "utils/core/Uuid.h"
+#include "utils/io/InputStream.h"
+#include "utils/json/decoder/Location.h"
+
+namespace korvane::utils::json::decoder::detail {
+
+// A position in the input, cheap to take at every value.
+struct Position {
+  std::uint64_t offset = 0;
+  std::uint64_t line = 0;
+  std::uint64_t column = 0;
+};
+
+enum class FrameKind : std::uint8_t { object, array, string };
+
+// One decoded character of a string: 1 to 4 UTF-8 bytes.
+struct Utf8Unit {
+  std::array<char, 4> bytes{};
+  std::uint8_t length = 0;
+};
+
+// Bytes that a string may hold as they are: printable ASCII except '"' and '\\'.
+inline constexpr std::array<bool, 256> plainStringByte = [] {
+  std::array<bool, 256> table{};
+  for (int c = 0x20; c < 0x80; ++c) table[static_cast<std::size_t>(c)] = c != '"' && c != '\\';
+  return table;
+}();
+
+class Parser {
+ public:
+  static constexpr std::size_t maxDepth = 1000;
+  static constexpr std::size_t maxNameLength = 64 * 1024;
+
+  Parser(io::InputStream<char>& stream, std::string sourceName);
+
+  Parser(const Parser&) = delete;
+  Parser& operator=(const Parser&) = delete;
+
+  // Throws the first error again, if there was one.
+  void check() const {
+    if (error_) std::rethrow_exception(error_);
+  }
+
+  Position position() const noexcept {
+    const std::uint64_t offset = stream_.offset();
+    return {offset, line_, offset - lineStart_ - continuations_ + 1};
+  }
+  Location locate(const Position& position) const {
+    return Location(source_, position.line, position.column, position.offset);
+  }
+
+  // The top-level value: skips a byte order mark and whitespace, and makes
+  // the value pending. Returns its id.
+  std::uint64_t startDocument();
+
+  // REQUIRES for the operations on a value: `id` is the pending value
+  // (otherwise std::logic_error).
+  void requireValue(std::uint64_t id) const;
+  // The first byte of the pending value, or -1 at the end of the input.
+  int peekValue(std::uint64_t id);
+  // Throws the error for a pending value that starts with no value's character.
+  [[noreturn]] void failNotValue() { failFound("expected a value"); }
+  void skipValue(std::uint64_t id);
+  std::uint64_t openObject(std::uint64_t id);
+  std::uint64_t openArray(std::uint64_t id);
+  std::uint64_t openString(std::uint64_t id);
+  core::Uuid readUuid(std::uint64_t id);
+
+  // The walks. Each returns false when the view's closing character has
+  // been consumed; otherwise a new value is pending (its id in *valueId).
+  bool nextMember(std::uint64_t frameId, std::string& name, std::uint64_t& valueId,
+                  Position& valueStart);
+  bool nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position& valueStart);
+  // Next character of an open string; false after the closing quote.
+  bool nextStringUnit(std::uint64_t frameId, Utf8Unit& unit);
+
+  // Fast path of nextStringUnit() for a plain ASCII character buffered.
+  bool tryPlainStringChar(std::uint64_t frameId, char& out) noexcept {
+    if (error_ || frames_.empty() || frames_.back().id != frameId) return false;
+    const auto span = stream_.buffered();
+    if (span.empty()) return false;
+    const char c = span[0];
+    if (!plainStringByte[static_cast<unsigned char>(c)]) return false;
+    out = c;
+    stream_.consume(1);
+    return true;
+  }
+
+  // Consumes everything still open and checks the end of the input.
+  void finish();
+
+ private:
+  struct Frame {
+    std::uint64_t id;
+    FrameKind kind;
+    bool started;
+  };
+
+  [[noreturn]] void fail(const Position& at, const std::string& message);
+  [[noreturn]] void failFound(const std::string& expected);
+  [[noreturn]] void failType(const char* expected);
+  std::string describeNext();
+
+  bool more();
+  int peek() {
+    const auto span = stream_.buffered();
+    if (!span.empty()) return static_cast<unsigned char>(span[0]);
+    return more() ? static_cast<unsigned char>(stream_.buffered()[0]) : -1;
+  }
+  void skipWhitespace();
+
+  // Positions the parse at `frameId`, closing the views opened inside it.
+  Frame& reachFrame(std::uint64_t frameId);
+  std::uint64_t openContainer(std::uint64_t id, FrameKind kind);
+  void closeTopFrame();
+  void popFrame();
+  void valueDone();
+  void pendingDone(std::uint64_t id);
+  void skipPending();
+  void skipStructured(int initialState, std::size_t depth, FrameKind outer);
+  void checkDepth(std::size_t depth);
+  void skipDigits();
+  void skipNumber();
+  void skipLiteral(const char* literal);
+  template <typename Sink>
+  void scanStringBody(Sink&& sink);
+  void decodeSpecial(Utf8Unit& unit);
+  void decodeEscape(Utf8Unit& unit, const Position& start);
+  unsigned readHex4();
+  void decodeUtf8(Utf8Unit& unit);
+  void expectEnd();
+
+  io::InputStream<char>& stream_;
+  std::shared_ptr<const std::string> source_;
+  std::exception_ptr error_;
+  std::vector<Frame> frames_;
+  std::uint64_t nextId_ = 0;
+  std::uint64_t pending_ = 0;
+  std::uint64_t line_ = 1;
+  std::uint64_t lineStart_ = 0;      // offset of the first byte of the line
+  std::uint64_t continuations_ = 0;  // UTF-8 continuation bytes since then
+  std::size_t containerFrames_ = 0;  // object and array frames open
+  bool started_ = false;
+  bool ended_ = false;
+};
+
+}  // namespace korvane::utils::json::decoder::detail

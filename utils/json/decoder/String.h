@@ -1,0 +1,97 @@
+// String: a JSON string being read, walked once, forwards, one decoded
+// UTF-8 byte (char) at a time; escapes are resolved. Streaming: a string of
+// any length is read in constant memory.
+//     std::string text;
+//     for (const char c : value.asString()) text += c;
+// The same rules as for Object apply (see Object.h).
+//
+// Thread safety: as the Document it belongs to.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+
+#include "utils/json/decoder/Parser.h"
+
+namespace korvane::utils::json::decoder {
+
+class String {
+ public:
+  class Iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using difference_type = std::ptrdiff_t;
+    using value_type = char;
+
+    Iterator() = default;
+
+    const char& operator*() const {
+      string_->checkCurrent(step_);
+      return string_->current_;
+    }
+    Iterator& operator++() {
+      string_->checkCurrent(step_);
+      string_->step();
+      step_ = string_->steps_;
+      return *this;
+    }
+    void operator++(int) { ++*this; }
+
+    friend bool operator==(const Iterator& it, std::default_sentinel_t) noexcept {
+      return it.atEnd();
+    }
+
+   private:
+    bool atEnd() const noexcept { return string_ == nullptr || string_->done_; }
+    friend class String;
+    explicit Iterator(String* string) noexcept : string_(string), step_(string->steps_) {}
+
+    String* string_ = nullptr;
+    std::uint64_t step_ = 0;
+  };
+
+  String(const String&) = delete;
+  String& operator=(const String&) = delete;
+  ~String();
+
+  // REQUIRES: called once.
+  Iterator begin();
+  std::default_sentinel_t end() const noexcept { return {}; }
+
+ private:
+  friend class Value;
+  friend class Iterator;
+
+  String(detail::Parser& parser, std::uint64_t frameId) noexcept : parser_(&parser), frameId_(frameId) {}
+
+  // Moves to the next character; false once the closing quote has been read.
+  bool step() {
+    if (unitIndex_ < unit_.length) {
+      current_ = unit_.bytes[unitIndex_++];
+      ++steps_;
+      return true;
+    }
+    if (!done_ && parser_->tryPlainStringChar(frameId_, current_)) {
+      ++steps_;
+      return true;
+    }
+    return stepSlow();
+  }
+  bool stepSlow();
+  void checkCurrent(std::uint64_t step) const {
+    if (step != steps_ || done_) failStale();
+  }
+  [[noreturn]] void failStale() const;
+
+  detail::Parser* parser_;
+  std::uint64_t frameId_;
+  std::uint64_t steps_ = 0;
+  detail::Utf8Unit unit_;
+  std::uint8_t unitIndex_ = 0;
+  char current_ = 0;
+  bool begun_ = false;
+  bool done_ = false;
+};
+
+}  // namespace korvane::utils::json::decoder
