@@ -1,0 +1,4 @@
+# The console escape-sequence writer over an in-memory console.
+korvane_add_fuzzer(ConsoleWriterFuzzer
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/ConsoleWriterFuzzer.cpp
+  LIBRARIES korvane_lineEdit)
