@@ -117,6 +117,7 @@ bool isCombiningMark(char32_t codePoint) {
 }
 
 bool isWideCharacter(char32_t codePoint) {
+  if (codePoint < kWideRanges.front().first) return false;
   const auto range = std::lower_bound(
       kWideRanges.begin(), kWideRanges.end(), codePoint,
       [](const CodePointRange& r, char32_t value) { return r.last < value; });
@@ -132,6 +133,12 @@ std::size_t columnWidth(std::string_view text) {
   std::size_t columns = 0;
   std::size_t offset = 0;
   while (offset < text.size()) {
+    const unsigned char byte = byteAt(text, offset);
+    if (byte < 0x80 && byte != 0x1b) {  // plain ASCII: one column
+      ++columns;
+      ++offset;
+      continue;
+    }
     const std::size_t escape = escapeSequenceLength(text, offset);
     if (escape != 0) {
       offset += escape;

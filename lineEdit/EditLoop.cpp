@@ -49,10 +49,6 @@ class WipeOnExit {
 bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
 
-std::size_t subtractClamped(std::size_t value, std::size_t amount) {
-  return amount > value ? 0 : value - amount;
-}
-
 }  // namespace
 
 EditLoop::EditLoop(EditTerminal& terminal, const EditSettings& settings,
@@ -316,28 +312,38 @@ void EditLoop::refresh() {
 }
 
 // The line scrolls sideways so that the cursor stays on the screen: whole
-// characters are dropped from the left until the text before the cursor fits,
-// then from the right until the rest fits too.
+// characters are dropped from the left until the text before the cursor
+// leaves the last column free for the cursor, then from the right until the
+// rest fits too. Both ends are found by walking out from the cursor, which
+// gives the same window as dropping from the ends but costs only the width of
+// the screen, not the length of the line.
 void EditLoop::refreshSingleLine() {
-  std::string_view visible = text();
-  std::size_t visiblePos = pos_;
-  std::size_t cursorColumns = columnWidth(visible.substr(0, visiblePos));
-  while (visiblePos > 0 && promptColumns_ + cursorColumns >= cols_) {
-    const std::size_t step =
-        std::min(nextCharacterEnd(visible, 0), visiblePos);
-    cursorColumns =
-        subtractClamped(cursorColumns, columnWidth(visible.substr(0, step)));
-    visible.remove_prefix(step);
-    visiblePos -= step;
+  const std::string_view line = text();
+  std::size_t start = pos_;
+  std::size_t cursorColumns = 0;
+  while (start > 0) {
+    const std::size_t previous = previousCharacterStart(line, start);
+    const std::size_t width = columnWidth(line.substr(previous, start - previous));
+    if (promptColumns_ + cursorColumns + width >= cols_) break;
+    cursorColumns += width;
+    start = previous;
   }
-  std::size_t visibleColumns = columnWidth(visible);
+  std::size_t end = pos_;
+  std::size_t visibleColumns = cursorColumns;
+  while (end < len_) {
+    const std::size_t next = nextCharacterEnd(line, end);
+    const std::size_t width = columnWidth(line.substr(end, next - end));
+    if (promptColumns_ + visibleColumns + width > cols_) break;
+    visibleColumns += width;
+    end = next;
+  }
+  std::string_view visible = line.substr(start, end - start);
+  const std::size_t visiblePos = pos_ - start;
+  // Invalid UTF-8 may measure differently in pieces than as a whole.
   while (visible.size() > visiblePos &&
-         promptColumns_ + visibleColumns > cols_) {
-    const std::size_t end = std::max(
-        previousCharacterStart(visible, visible.size()), visiblePos);
-    visibleColumns = subtractClamped(
-        visibleColumns, columnWidth(visible.substr(end)));
-    visible = visible.substr(0, end);
+         promptColumns_ + columnWidth(visible) > cols_) {
+    visible = visible.substr(
+        0, std::max(previousCharacterStart(visible, visible.size()), visiblePos));
   }
 
   std::string out = "\r";

@@ -1,0 +1,129 @@
+#include "lineEdit/LineEditor.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "lineEdit/CancelledException.h"
+
+namespace korvane::lineEdit {
+namespace {
+
+TEST(CancelledExceptionTest, DefaultMessage) {
+  const CancelledException e;
+  EXPECT_STREQ(e.what(), "user cancelled input by pressing pressed Ctrl+C");
+  const std::runtime_error& base = e;
+  EXPECT_STREQ(base.what(), "user cancelled input by pressing pressed Ctrl+C");
+}
+
+TEST(CancelledExceptionTest, OtherMessage) {
+  const CancelledException e("delete cancelled by user");
+  EXPECT_STREQ(e.what(), "delete cancelled by user");
+}
+
+// Replaces a standard descriptor for the lifetime of the object.
+class RedirectedDescriptor {
+ public:
+  RedirectedDescriptor(int target, int replacement)
+      : target_(target), saved_(dup(target)) {
+    dup2(replacement, target);
+    close(replacement);
+  }
+  RedirectedDescriptor(const RedirectedDescriptor&) = delete;
+  RedirectedDescriptor& operator=(const RedirectedDescriptor&) = delete;
+  ~RedirectedDescriptor() {
+    dup2(saved_, target_);
+    close(saved_);
+  }
+
+ private:
+  int target_;
+  int saved_;
+};
+
+// Standard input from a pipe holding `input`, standard output into a pipe
+// whose contents are returned by `output()`.
+class RedirectedStandardStreams {
+ public:
+  explicit RedirectedStandardStreams(const std::string& input) {
+    int in[2];
+    int out[2];
+    EXPECT_EQ(pipe(in), 0);
+    EXPECT_EQ(pipe(out), 0);
+    EXPECT_EQ(write(in[1], input.data(), input.size()),
+              static_cast<ssize_t>(input.size()));
+    close(in[1]);
+    outRead_ = out[0];
+    fcntl(outRead_, F_SETFL, O_NONBLOCK);
+    stdin_ = std::make_unique<RedirectedDescriptor>(0, in[0]);
+    stdout_ = std::make_unique<RedirectedDescriptor>(1, out[1]);
+  }
+  ~RedirectedStandardStreams() { close(outRead_); }
+
+  std::string output() {
+    std::string text;
+    char chunk[256];
+    ssize_t count = 0;
+    while ((count = read(outRead_, chunk, sizeof chunk)) > 0) {
+      text.append(chunk, static_cast<std::size_t>(count));
+    }
+    return text;
+  }
+
+ private:
+  int outRead_ = -1;
+  std::unique_ptr<RedirectedDescriptor> stdin_;
+  std::unique_ptr<RedirectedDescriptor> stdout_;
+};
+
+LineEditorOptions maskedOptions() {
+  return LineEditorOptions{.multiLine = false,
+                           .reserved = 0,
+                           .masked = true,
+                           .maskCharacter = '*'};
+}
+
+TEST(LineEditorTest, RedirectedInputReadsLinesWithoutPrompt) {
+  RedirectedStandardStreams streams("first\nsecond line\n\nlast");
+  LineEditor editor("Password: ", maskedOptions());
+  EXPECT_EQ(editor.readLine(), "first");
+  EXPECT_EQ(editor.readLine(), "second line");
+  EXPECT_EQ(editor.readLine(), "");
+  EXPECT_EQ(editor.readLine(), "last");
+  EXPECT_EQ(editor.readLine(), "");  // end of input
+  EXPECT_EQ(editor.readLine(), "");
+  EXPECT_EQ(streams.output(), "");
+}
+
+TEST(LineEditorTest, TwoEditorsTakeTurns) {
+  RedirectedStandardStreams streams("one\ntwo\nthree\n");
+  LineEditor first("Password: ", maskedOptions());
+  LineEditor second("Repeat password: ", maskedOptions());
+  EXPECT_EQ(first.readLine(), "one");
+  EXPECT_EQ(second.readLine(), "two");
+  EXPECT_EQ(first.readLine(), "three");
+}
+
+TEST(LineEditorTest, LongRedirectedLineIsReadInPieces) {
+  RedirectedStandardStreams streams(std::string(5000, 'a') + "\nnext\n");
+  LineEditor editor("Password: ", maskedOptions());
+  EXPECT_EQ(editor.readLine(), std::string(4096, 'a'));
+  EXPECT_EQ(editor.readLine(), std::string(904, 'a'));
+  EXPECT_EQ(editor.readLine(), "next");
+}
+
+TEST(LineEditorTest, OptionsDefaultToUnmaskedSingleLine) {
+  const LineEditorOptions options;
+  EXPECT_FALSE(options.multiLine);
+  EXPECT_EQ(options.reserved, 0u);
+  EXPECT_FALSE(options.masked);
+  EXPECT_EQ(options.maskCharacter, '*');
+}
+
+}  // namespace
+}  // namespace korvane::lineEdit

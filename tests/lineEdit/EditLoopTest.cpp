@@ -1,0 +1,535 @@
+#include "lineEdit/EditLoop.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "lineEdit/CharacterWidth.h"
+#include "lineEdit/History.h"
+#include "tests/lineEdit/ScriptedTerminal.h"
+
+namespace korvane::lineEdit {
+namespace {
+
+using test::ScriptedTerminal;
+
+constexpr char16_t kEnter = 13;
+constexpr char16_t kCtrlA = 1, kCtrlB = 2, kCtrlC = 3, kCtrlD = 4, kCtrlE = 5,
+                   kCtrlF = 6, kCtrlH = 8, kTab = 9, kCtrlK = 11, kCtrlL = 12,
+                   kCtrlN = 14, kCtrlP = 16, kCtrlT = 20, kCtrlU = 21,
+                   kCtrlW = 23, kEsc = 27, kDel = 127;
+
+EditSettings masked() { return {false, true, '*'}; }
+EditSettings plain() { return {false, false, '*'}; }
+
+struct Outcome {
+  int result = 0;
+  int error = 0;
+  std::string line;
+  std::vector<std::string> writes;
+  std::string output;
+  std::size_t keysLeft = 0;
+};
+
+struct Script {
+  std::u16string keys{};
+  EditSettings settings = masked();
+  std::string prompt = "> ";
+  int columns = 80;
+  std::string bytes{};
+  History* history = nullptr;
+  std::size_t bufferSize = EditLoop::kBufferSize;
+  int writesBeforeFailure = -1;
+
+  Outcome go() const {
+    ScriptedTerminal terminal(keys, bytes, columns);
+    terminal.failWritesAfter(writesBeforeFailure);
+    History local;
+    History& used = history != nullptr ? *history : local;
+    std::vector<char> buffer(bufferSize, 'Z');
+    EditLoop loop(terminal, settings, used);
+    errno = 0;
+    Outcome outcome;
+    outcome.result = loop.run(buffer, prompt);
+    outcome.error = errno;
+    if (outcome.result >= 0) {
+      outcome.line.assign(buffer.data(), static_cast<std::size_t>(outcome.result));
+      EXPECT_EQ(buffer[static_cast<std::size_t>(outcome.result)], '\0');
+    }
+    outcome.writes = terminal.writes();
+    outcome.output = terminal.output();
+    outcome.keysLeft = terminal.keysLeft();
+    return outcome;
+  }
+};
+
+// The bytes a single-line refresh writes.
+std::string refreshed(std::string_view prompt, std::string_view shown,
+                      std::size_t cursorColumn) {
+  return "\r" + std::string(prompt) + std::string(shown) + "\x1b[0K\r\x1b[" +
+         std::to_string(cursorColumn) + "C";
+}
+
+TEST(EditLoopTest, TypingMaskedEchoesOneMaskPerCharacter) {
+  const Outcome o = Script{.keys = u"abc\r"}.go();
+  EXPECT_EQ(o.result, 3);
+  EXPECT_EQ(o.line, "abc");
+  EXPECT_EQ(o.writes, (std::vector<std::string>{"> ", "*", "*", "*"}));
+}
+
+TEST(EditLoopTest, TypingUnmaskedEchoesTheBytes) {
+  const Outcome o = Script{.keys = u"ab\u00e9\r", .settings = plain()}.go();
+  EXPECT_EQ(o.line, "ab\xc3\xa9");
+  EXPECT_EQ(o.output, "> ab\xc3\xa9");
+}
+
+TEST(EditLoopTest, OtherMaskCharacter) {
+  const Outcome o =
+      Script{.keys = u"ab\r", .settings = {false, true, '#'}}.go();
+  EXPECT_EQ(o.output, "> ##");
+}
+
+TEST(EditLoopTest, EnterOnEmptyLineReturnsEmptyString) {
+  History history;
+  const Outcome o = Script{.keys = u"\r", .history = &history}.go();
+  EXPECT_EQ(o.result, 0);
+  EXPECT_EQ(o.line, "");
+  EXPECT_EQ(o.output, "> ");
+  EXPECT_TRUE(history.empty());  // the entry being edited is removed
+}
+
+TEST(EditLoopTest, CtrlCCancelsWithEagain) {
+  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlC + u"cd\r"}.go();
+  EXPECT_EQ(o.result, -1);
+  EXPECT_EQ(o.error, EAGAIN);
+  EXPECT_EQ(o.keysLeft, 3u);
+}
+
+TEST(EditLoopTest, CtrlDOnEmptyLineEndsInput) {
+  History history;
+  const Outcome o =
+      Script{.keys = std::u16string(1, kCtrlD), .history = &history}.go();
+  EXPECT_EQ(o.result, -1);
+  EXPECT_EQ(o.error, 0);
+  EXPECT_TRUE(history.empty());
+}
+
+TEST(EditLoopTest, CtrlDDeletesUnderCursor) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"ab") + kCtrlA + kCtrlD + kEnter}.go();
+  EXPECT_EQ(o.line, "b");
+  ASSERT_EQ(o.writes.size(), 5u);
+  EXPECT_EQ(o.writes[3], refreshed("> ", "**", 2));
+  EXPECT_EQ(o.writes[4], refreshed("> ", "*", 2));
+}
+
+TEST(EditLoopTest, CtrlDAtEndOfNonEmptyLineDoesNothing) {
+  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlD + kEnter}.go();
+  EXPECT_EQ(o.line, "ab");
+  EXPECT_EQ(o.writes.size(), 3u);
+}
+
+TEST(EditLoopTest, BackspaceRemovesWholeMultiByteCharacter) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"a\u00e9\u20ac") + kCtrlH + kDel + kEnter}
+          .go();
+  EXPECT_EQ(o.line, "a");
+  ASSERT_EQ(o.writes.size(), 6u);
+  EXPECT_EQ(o.writes[4], refreshed("> ", "**", 4));
+  EXPECT_EQ(o.writes[5], refreshed("> ", "*", 3));
+}
+
+TEST(EditLoopTest, BackspaceAtStartDoesNothing) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"a") + kCtrlA + kCtrlH + kEnter}.go();
+  EXPECT_EQ(o.line, "a");
+  EXPECT_EQ(o.writes.size(), 3u);  // prompt, echo, Home's refresh
+}
+
+TEST(EditLoopTest, WideCharacterEchoesTwoMasks) {
+  const Outcome o = Script{.keys = u"\u4e2d\r"}.go();
+  EXPECT_EQ(o.line, "\xe4\xb8\xad");
+  EXPECT_EQ(o.writes, (std::vector<std::string>{"> ", "**"}));
+}
+
+TEST(EditLoopTest, SurrogatePairBecomesOneCodePoint) {
+  // U+20000 is wide, U+1F600 is not in the wide ranges.
+  const Outcome o = Script{.keys = u"\U00020000\U0001F600\r"}.go();
+  EXPECT_EQ(o.line, "\xf0\xa0\x80\x80\xf0\x9f\x98\x80");
+  EXPECT_EQ(o.writes, (std::vector<std::string>{"> ", "**", "*"}));
+}
+
+TEST(EditLoopTest, LoneLowSurrogateBecomesReplacementCharacter) {
+  const Outcome o = Script{.keys = std::u16string(1, char16_t{0xDC00}) + kEnter}.go();
+  EXPECT_EQ(o.line, "\xef\xbf\xbd");
+}
+
+TEST(EditLoopTest, CombiningMarkTakesNoColumnAndGoesWithItsCharacter) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"ae\u0301") + kCtrlB + kCtrlB + kCtrlF +
+                  kCtrlF + kCtrlH + kEnter}
+          .go();
+  EXPECT_EQ(o.line, "a");
+  ASSERT_EQ(o.writes.size(), 9u);
+  EXPECT_EQ(o.writes[3], "");  // the mark's echo: no column
+  EXPECT_EQ(o.writes[4], refreshed("> ", "**", 3));  // left over e + mark
+  EXPECT_EQ(o.writes[5], refreshed("> ", "**", 2));
+  EXPECT_EQ(o.writes[6], refreshed("> ", "**", 3));  // right over a
+  EXPECT_EQ(o.writes[7], refreshed("> ", "**", 4));  // right over e + mark
+  EXPECT_EQ(o.writes[8], refreshed("> ", "*", 3));   // both deleted
+}
+
+TEST(EditLoopTest, BackspaceRemovesCharacterWithItsMarks) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"xe\u0301\u0302") + kDel + kEnter}.go();
+  EXPECT_EQ(o.line, "x");
+}
+
+TEST(EditLoopTest, HomeEndLeftRight) {
+  const Outcome o = Script{.keys = std::u16string(u"abc") + kCtrlB + kCtrlB +
+                                u"X" + kCtrlA + u"Y" + kCtrlE + u"Z" + kCtrlF +
+                                kCtrlA + kCtrlA + kEnter}
+                        .go();
+  EXPECT_EQ(o.line, "YaXbcZ");
+  const std::vector<std::string> expected = {
+      "> ", "*", "*", "*",
+      refreshed("> ", "***", 4),     // left
+      refreshed("> ", "***", 3),     // left
+      refreshed("> ", "****", 4),    // X inserted in the middle
+      refreshed("> ", "****", 2),    // home
+      refreshed("> ", "*****", 3),   // Y
+      refreshed("> ", "*****", 7),   // end
+      "*",                           // Z at the end: fast path
+      refreshed("> ", "******", 2),  // home; right at the end did nothing
+  };
+  EXPECT_EQ(o.writes, expected);
+}
+
+TEST(EditLoopTest, KillToEnd) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"abcd") + kCtrlB + kCtrlB + kCtrlK + kEnter}
+          .go();
+  EXPECT_EQ(o.line, "ab");
+  EXPECT_EQ(o.writes.back(), refreshed("> ", "**", 4));
+}
+
+TEST(EditLoopTest, KillLine) {
+  const Outcome o = Script{.keys = std::u16string(u"abcd") + kCtrlB + kCtrlU +
+                                u"x" + kEnter}
+                        .go();
+  EXPECT_EQ(o.line, "x");
+  EXPECT_EQ(o.writes[o.writes.size() - 2], refreshed("> ", "", 2));
+}
+
+TEST(EditLoopTest, KillPreviousWord) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"one two  ") + kCtrlW + kEnter,
+          .settings = plain()}
+          .go();
+  EXPECT_EQ(o.line, "one ");
+  EXPECT_EQ(o.writes.back(), refreshed("> ", "one ", 6));
+}
+
+TEST(EditLoopTest, TransposeSwapsBytesAndAdvances) {
+  const Outcome o = Script{.keys = std::u16string(u"abc") + kCtrlA + kCtrlF +
+                                kCtrlT + kEnter,
+                        .settings = plain()}
+                        .go();
+  EXPECT_EQ(o.line, "bac");
+  EXPECT_EQ(o.writes.back(), refreshed("> ", "bac", 4));
+}
+
+TEST(EditLoopTest, TransposeBeforeLastCharacterKeepsCursor) {
+  const Outcome o = Script{.keys = std::u16string(u"abc") + kCtrlB + kCtrlT +
+                                kCtrlT + kEnter,
+                        .settings = plain()}
+                        .go();
+  EXPECT_EQ(o.line, "abc");  // swapped twice at the same place
+  EXPECT_EQ(o.writes.back(), refreshed("> ", "abc", 4));
+}
+
+TEST(EditLoopTest, TransposeAtEndDoesNothing) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"ab") + kCtrlT + kEnter}.go();
+  EXPECT_EQ(o.line, "ab");
+  EXPECT_EQ(o.writes.size(), 3u);
+}
+
+TEST(EditLoopTest, ClearScreen) {
+  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlL + kEnter}.go();
+  ASSERT_EQ(o.writes.size(), 5u);
+  EXPECT_EQ(o.writes[3], "\x1b[H\x1b[2J");
+  EXPECT_EQ(o.writes[4], refreshed("> ", "**", 4));
+}
+
+TEST(EditLoopTest, TabAndOtherControlsAreOrdinaryCharacters) {
+  const Outcome o =
+      Script{.keys = std::u16string(1, kTab) + char16_t{7} + kEnter}.go();
+  EXPECT_EQ(o.line, "\t\a");
+  EXPECT_EQ(o.output, "> **");
+}
+
+TEST(EditLoopTest, NulKeyIsIgnored) {
+  const Outcome o = Script{.keys = std::u16string(u"a") + char16_t{0} + u"b\r"}.go();
+  EXPECT_EQ(o.line, "ab");
+}
+
+TEST(EditLoopTest, EscapeSequences) {
+  struct Case {
+    std::string bytes;
+    std::string line;
+    std::string lastWrite;
+  };
+  // Starting from "abc" with the cursor after "b".
+  const std::vector<Case> cases = {
+      {"[D", "abc", refreshed("> ", "***", 3)},
+      {"[C", "abc", refreshed("> ", "***", 5)},
+      {"[H", "abc", refreshed("> ", "***", 2)},
+      {"OH", "abc", refreshed("> ", "***", 2)},
+      {"[F", "abc", refreshed("> ", "***", 5)},
+      {"OF", "abc", refreshed("> ", "***", 5)},
+      {"[3~", "ab", refreshed("> ", "**", 4)},
+      {"[5~", "abc", refreshed("> ", "***", 4)},
+      {"[1~", "abc", refreshed("> ", "***", 4)},  // only ESC [ 3 ~ acts
+      {"[Z", "abc", refreshed("> ", "***", 4)},
+      {"xy", "abc", refreshed("> ", "***", 4)},
+      {"[A", "abc", refreshed("> ", "***", 4)},  // no history
+      {"[B", "abc", refreshed("> ", "***", 4)},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.bytes);
+    const Outcome o = Script{.keys = std::u16string(u"abc") + kCtrlB + kEsc +
+                                  kEnter,
+                          .bytes = c.bytes}
+                          .go();
+    EXPECT_EQ(o.line, c.line);
+    EXPECT_EQ(o.writes.back(), c.lastWrite);
+  }
+}
+
+TEST(EditLoopTest, EscapeWithFailedReadIsIgnored) {
+  const Outcome o =
+      Script{.keys = std::u16string(u"ab") + kEsc + u"c\r", .bytes = "["}.go();
+  EXPECT_EQ(o.result, 3);
+  EXPECT_EQ(o.line, "abc");
+  const Outcome third =
+      Script{.keys = std::u16string(u"ab") + kCtrlA + kEsc + kEnter, .bytes = "[3"}
+          .go();
+  EXPECT_EQ(third.line, "ab");
+}
+
+TEST(EditLoopTest, DeleteKeyOnEmptyLineDoesNothingThroughEscape) {
+  // ESC [ 3 ~ deletes only when there is a character under the cursor.
+  const Outcome o =
+      Script{.keys = std::u16string(1, kEsc) + u"\r", .bytes = "[3~"}.go();
+  EXPECT_EQ(o.result, 0);
+  EXPECT_EQ(o.output, "> ");
+}
+
+// Every single-line refresh keeps the prompt and the visible text within the
+// width, with the cursor on the screen.
+void expectWithinWidth(const Outcome& o, std::size_t promptColumns,
+                       std::size_t columns) {
+  for (const std::string& w : o.writes) {
+    if (w.empty() || w[0] != '\r') continue;
+    const std::size_t clear = w.find("\x1b[0K");
+    ASSERT_NE(clear, std::string::npos) << w;
+    const std::string shown = w.substr(1, clear - 1);
+    EXPECT_LE(columnWidth(shown), columns) << w;
+    const std::size_t cursor = std::stoul(w.substr(clear + 7));
+    EXPECT_LT(cursor, columns) << w;
+    EXPECT_GE(cursor, promptColumns) << w;
+  }
+}
+
+TEST(EditLoopTest, LongLineScrollsAtNarrowWidth) {
+  std::u16string keys(20, u'x');
+  keys += kEnter;
+  const Outcome o = Script{.keys = keys, .columns = 10}.go();
+  EXPECT_EQ(o.line, std::string(20, 'x'));
+  // Seven characters fit next to "> " on a 10-column screen (the cursor
+  // needs the last column), the eighth scrolls.
+  ASSERT_EQ(o.writes.size(), 21u);
+  for (std::size_t i = 1; i <= 7; ++i) EXPECT_EQ(o.writes[i], "*");
+  EXPECT_EQ(o.writes[8], refreshed("> ", "*******", 9));
+  EXPECT_EQ(o.writes[20], refreshed("> ", "*******", 9));
+  expectWithinWidth(o, 2, 10);
+}
+
+TEST(EditLoopTest, ScrollingKeepsCursorVisibleWhenMovingLeft) {
+  std::u16string keys(20, u'x');
+  keys += std::u16string(15, kCtrlB);
+  keys += kCtrlA;
+  keys += kEnter;
+  const Outcome o = Script{.keys = keys, .columns = 10}.go();
+  expectWithinWidth(o, 2, 10);
+  // At the start the text is cut on the right: 8 columns remain for it.
+  EXPECT_EQ(o.writes.back(), refreshed("> ", "********", 2));
+}
+
+TEST(EditLoopTest, WideCharactersScrollWithinWidth) {
+  std::u16string keys;
+  for (int i = 0; i < 9; ++i) keys += u"\u4e2da";
+  keys += std::u16string(7, kCtrlB);
+  keys += kEnter;
+  for (const EditSettings& settings : {masked(), plain()}) {
+    const Outcome o = Script{.keys = keys, .settings = settings, .columns = 9}.go();
+    EXPECT_EQ(o.result, 36);
+    expectWithinWidth(o, 2, 9);
+  }
+}
+
+TEST(EditLoopTest, PromptWithEscapeSequenceCountsVisibleColumnsOnly) {
+  const std::string prompt = "\x1b[1mPW\x1b[0m: ";
+  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlA + kEnter,
+                        .prompt = prompt}
+                        .go();
+  EXPECT_EQ(o.writes.back(), refreshed(prompt, "**", 4));
+}
+
+TEST(EditLoopTest, InputStopsAt4095Bytes) {
+  std::u16string keys(5000, u'a');
+  keys += kEnter;
+  const Outcome o = Script{.keys = keys, .columns = 10}.go();
+  EXPECT_EQ(o.result, 4095);
+  EXPECT_EQ(o.line, std::string(4095, 'a'));
+}
+
+TEST(EditLoopTest, CharacterThatDoesNotFitWholeIsDropped) {
+  std::u16string keys(4093, u'a');
+  keys += u"\u20ac\u00e9";  // 3 bytes do not fit, 2 do
+  keys += kEnter;
+  const Outcome o = Script{.keys = keys}.go();
+  EXPECT_EQ(o.result, 4095);
+  EXPECT_EQ(o.line.substr(4093), "\xc3\xa9");
+}
+
+TEST(EditLoopTest, SmallBufferLimitsTheLine) {
+  const Outcome o = Script{.keys = u"abcdef\r", .bufferSize = 4}.go();
+  EXPECT_EQ(o.line, "abc");
+}
+
+TEST(EditLoopTest, EndOfKeysReturnsLineAndKeepsHistoryEntry) {
+  History history;
+  const Outcome o = Script{.keys = u"abc", .history = &history}.go();
+  EXPECT_EQ(o.result, 3);
+  EXPECT_EQ(o.line, "abc");
+  EXPECT_EQ(history.size(), 1u);
+}
+
+TEST(EditLoopTest, EndOfKeysAfterHighSurrogateReturnsLine) {
+  const Outcome o = Script{.keys = std::u16string(u"a") + char16_t{0xD83D}}.go();
+  EXPECT_EQ(o.result, 1);
+}
+
+TEST(EditLoopTest, FailedPromptWriteFails) {
+  const Outcome o = Script{.keys = u"a\r", .writesBeforeFailure = 0}.go();
+  EXPECT_EQ(o.result, -1);
+}
+
+TEST(EditLoopTest, FailedEchoFails) {
+  const Outcome o = Script{.keys = u"ab\r", .writesBeforeFailure = 2}.go();
+  EXPECT_EQ(o.result, -1);
+  EXPECT_EQ(o.keysLeft, 1u);
+}
+
+TEST(EditLoopTest, FailedRefreshIsIgnored) {
+  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlA + u"c\r",
+                        .writesBeforeFailure = 3}
+                        .go();
+  EXPECT_EQ(o.result, 3);
+  EXPECT_EQ(o.line, "cab");
+}
+
+TEST(EditLoopTest, UpAndDownDoNothingWithoutHistory) {
+  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlP + kCtrlN + kEnter}
+                        .go();
+  EXPECT_EQ(o.line, "ab");
+  EXPECT_EQ(o.output, "> **");
+}
+
+TEST(EditLoopTest, HistoryPreviousAndNext) {
+  History history;
+  history.add("first");
+  history.add("second");
+  const Outcome o = Script{.keys = std::u16string(u"x") + kCtrlP + kCtrlP +
+                                kCtrlP + kCtrlN + u"Z" + kCtrlN + kCtrlP +
+                                kCtrlN + kCtrlN + kEnter,
+                        .settings = plain(),
+                        .history = &history}
+                        .go();
+  EXPECT_EQ(o.line, "x");
+  const std::vector<std::string> expected = {
+      "> ", "x",
+      refreshed("> ", "second", 8),   // up
+      refreshed("> ", "first", 7),    // up; the third up is clamped
+      refreshed("> ", "second", 8),   // down
+      "Z",                            // typed at the end
+      refreshed("> ", "x", 3),        // down: back to the edited line
+      refreshed("> ", "secondZ", 9),  // up: the change was kept
+      refreshed("> ", "x", 3),        // down; the last down is clamped
+  };
+  EXPECT_EQ(o.writes, expected);
+  ASSERT_EQ(history.size(), 2u);
+  EXPECT_EQ(history.fromNewest(0), "secondZ");
+  EXPECT_EQ(history.fromNewest(1), "first");
+}
+
+TEST(EditLoopTest, HistoryThroughEscapeSequences) {
+  History history;
+  history.add("old");
+  const Outcome o = Script{.keys = std::u16string(1, kEsc) + kEnter,
+                        .settings = plain(),
+                        .bytes = "[A",
+                        .history = &history}
+                        .go();
+  EXPECT_EQ(o.line, "old");
+}
+
+TEST(EditLoopTest, MultiLineRefreshWrapsRows) {
+  std::u16string keys(9, u'x');
+  keys += kCtrlA;
+  keys += kCtrlE;
+  keys += kCtrlA;
+  keys += kEnter;
+  const Outcome o = Script{.keys = keys,
+                        .settings = {true, true, '*'},
+                        .columns = 10}
+                        .go();
+  EXPECT_EQ(o.line, std::string(9, 'x'));
+  ASSERT_EQ(o.writes.size(), 14u);
+  EXPECT_EQ(o.writes[1], "\r\x1b[0K> *\r\x1b[3C");
+  EXPECT_EQ(o.writes[7], "\r\x1b[0K> *******\r\x1b[9C");
+  // The eighth character fills the row: the cursor goes to the next one.
+  EXPECT_EQ(o.writes[8], "\r\x1b[0K> ********\n\r\r");
+  EXPECT_EQ(o.writes[9],
+            "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
+  // Home: clear both rows, draw, go up one row to the prompt's end.
+  EXPECT_EQ(o.writes[10],
+            "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\x1b[1A\r\x1b[2C");
+  // End: first down to the last row used, then the same.
+  EXPECT_EQ(o.writes[11],
+            "\x1b[1B\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
+  EXPECT_EQ(o.writes[12],
+            "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\x1b[1A\r\x1b[2C");
+  // Enter moves to the end first.
+  EXPECT_EQ(o.writes[13],
+            "\x1b[1B\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
+}
+
+TEST(EditLoopTest, MultiLineWideCharacterAtRowEndWraps) {
+  // "> " and seven columns leave one column: the wide character goes to the
+  // next row and the cursor ends after it at column 2.
+  const Outcome o = Script{.keys = u"aaaaaaa\u4e2d\r",
+                        .settings = {true, false, '*'},
+                        .columns = 10}
+                        .go();
+  EXPECT_EQ(o.writes.back(),
+            "\r\x1b[0K> aaaaaaa\xe4\xb8\xad\r\x1b[2C");
+}
+
+}  // namespace
+}  // namespace korvane::lineEdit

@@ -1,0 +1,146 @@
+#include "lineEdit/TerminalKeyDecoder.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace korvane::lineEdit {
+namespace {
+
+// Bytes as they arrive; '\xff' in a pause script marks a timeout.
+class ScriptedBytes : public TerminalKeyDecoder::ByteSource {
+ public:
+  // pauses: indices of bytes before which the source times out once.
+  ScriptedBytes(std::string bytes, std::vector<std::size_t> pauses = {})
+      : bytes_(std::move(bytes)), pauses_(std::move(pauses)) {}
+
+  Result read(unsigned char& byte, int timeoutMilliseconds) override {
+    for (std::size_t& pause : pauses_) {
+      if (pause == next_) {
+        pause = static_cast<std::size_t>(-1);
+        if (timeoutMilliseconds >= 0) return Result::kTimeout;
+      }
+    }
+    if (next_ == bytes_.size()) {
+      return timeoutMilliseconds >= 0 ? Result::kTimeout : Result::kEnd;
+    }
+    byte = static_cast<unsigned char>(bytes_[next_++]);
+    return Result::kByte;
+  }
+
+ private:
+  std::string bytes_;
+  std::vector<std::size_t> pauses_;
+  std::size_t next_ = 0;
+};
+
+std::u16string decode(std::string bytes, std::vector<std::size_t> pauses = {}) {
+  ScriptedBytes source(std::move(bytes), std::move(pauses));
+  TerminalKeyDecoder decoder(source);
+  std::u16string keys;
+  char16_t key = 0;
+  while (decoder.readKey(key)) keys += key;
+  return keys;
+}
+
+TEST(TerminalKeyDecoderTest, ControlBytesPassThrough) {
+  std::string bytes;
+  std::u16string expected;
+  for (int b = 1; b < 32; ++b) {
+    if (b == 27) continue;
+    bytes += static_cast<char>(b);
+    expected += static_cast<char16_t>(b == 10 ? 13 : b);
+  }
+  bytes += '\x7f';
+  expected += u'\x7f';
+  EXPECT_EQ(decode(bytes), expected);
+}
+
+TEST(TerminalKeyDecoderTest, LineFeedIsEnter) { EXPECT_EQ(decode("a\n"), u"a\r"); }
+
+TEST(TerminalKeyDecoderTest, NulIsSkipped) {
+  EXPECT_EQ(decode(std::string("a\0b", 3)), u"ab");
+}
+
+TEST(TerminalKeyDecoderTest, LoneEscapeCancels) {
+  EXPECT_EQ(decode("\x1b"), u"\x03");
+  // A pause after ESC: the Escape key, then an ordinary '['.
+  EXPECT_EQ(decode("\x1b[A", {1}), u"\x03[A");
+}
+
+TEST(TerminalKeyDecoderTest, CursorKeys) {
+  EXPECT_EQ(decode("\x1b[A\x1b[B\x1b[C\x1b[D"), u"\x10\x0e\x06\x02");
+}
+
+TEST(TerminalKeyDecoderTest, HomeEndDelete) {
+  EXPECT_EQ(decode("\x1b[H\x1bOH\x1b[1~\x1b[7~"), u"\x01\x01\x01\x01");
+  EXPECT_EQ(decode("\x1b[F\x1bOF\x1b[4~\x1b[8~"), u"\x05\x05\x05\x05");
+  EXPECT_EQ(decode("\x1b[3~"), u"\x04");
+}
+
+TEST(TerminalKeyDecoderTest, OtherSequencesAreIgnored) {
+  EXPECT_EQ(decode("a\x1b[5~b"), u"ab");             // Page Up
+  EXPECT_EQ(decode("a\x1b[1;5Cb"), u"ab");           // Ctrl+Right
+  EXPECT_EQ(decode("a\x1b[15;2~b"), u"ab");          // Shift+F5
+  EXPECT_EQ(decode("a\x1bOPb"), u"ab");              // F1
+  EXPECT_EQ(decode("a\x1b[200~b"), u"ab");
+  EXPECT_EQ(decode("a\x1bxb"), u"ab");               // Alt+x
+  EXPECT_EQ(decode("a\x1b[?1;2cb"), u"ab");
+}
+
+TEST(TerminalKeyDecoderTest, SequenceCutShortByControlKeyKeepsTheKey) {
+  EXPECT_EQ(decode("\x1b[1\x03"), u"\x03");
+  EXPECT_EQ(decode("\x1b\x0d"), u"\x03\r");
+}
+
+TEST(TerminalKeyDecoderTest, IncompleteSequenceIsDropped) {
+  EXPECT_EQ(decode("\x1b[1"), u"");
+  EXPECT_EQ(decode("\x1b[1;5", {5}), u"");
+}
+
+TEST(TerminalKeyDecoderTest, RunawaySequenceEnds) {
+  const std::string bytes = "\x1b[" + std::string(100, '1') + "~x";
+  const std::u16string keys = decode(bytes);
+  EXPECT_FALSE(keys.empty());
+  EXPECT_EQ(keys.back(), u'x');
+}
+
+TEST(TerminalKeyDecoderTest, Utf8BecomesUtf16) {
+  EXPECT_EQ(decode("\xc3\xa9\xe2\x82\xac\xe4\xb8\xad"), u"\u00e9\u20ac\u4e2d");
+  EXPECT_EQ(decode("\xf0\x9f\x98\x80"), u"\U0001F600");
+  EXPECT_EQ(decode("\xf4\x8f\xbf\xbf"), u"\U0010FFFF");
+}
+
+TEST(TerminalKeyDecoderTest, InvalidUtf8IsSkipped) {
+  EXPECT_EQ(decode("a\x80z"), u"az");                // stray continuation
+  EXPECT_EQ(decode("a\xc0\xafz"), u"az");            // overlong
+  EXPECT_EQ(decode("a\xe0\x80\xafz"), u"az");        // overlong
+  EXPECT_EQ(decode("a\xed\xa0\x80z"), u"az");        // surrogate
+  EXPECT_EQ(decode("a\xf4\x90\x80\x80z"), u"az");    // above U+10FFFF
+  EXPECT_EQ(decode("a\xff\xfez"), u"az");
+  EXPECT_EQ(decode("a\xc3z"), u"az");                // cut short
+  EXPECT_EQ(decode("a\xe2\x82"), u"a");
+  EXPECT_EQ(decode("\xe2\x82\x03"), u"\x03");
+}
+
+TEST(TerminalKeyDecoderTest, TruncatedCharacterTimesOut) {
+  // C3 is dropped when A9 comes too late, and A9 alone is no character.
+  EXPECT_EQ(decode("\xc3\xa9", {1}), u"");
+}
+
+TEST(TerminalKeyDecoderTest, ReadByteReturnsBytesAsTheyAre) {
+  ScriptedBytes source("\x1b[\xc3");
+  TerminalKeyDecoder decoder(source);
+  unsigned char byte = 0;
+  ASSERT_TRUE(decoder.readByte(byte));
+  EXPECT_EQ(byte, 0x1b);
+  ASSERT_TRUE(decoder.readByte(byte));
+  EXPECT_EQ(byte, '[');
+  ASSERT_TRUE(decoder.readByte(byte));
+  EXPECT_EQ(byte, 0xc3);
+  EXPECT_FALSE(decoder.readByte(byte));
+}
+
+}  // namespace
+}  // namespace korvane::lineEdit
