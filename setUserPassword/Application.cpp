@@ -1,16 +1,172 @@
 #include "setUserPassword/Application.h"
 
+#include <iostream>
+#include <locale>
+#include <new>
+#include <string>
+
+#include "lineEdit/CancelledException.h"
+#include "security/ShaCrypt.h"
 #include "setUserPassword/ConfigurationSearch.h"
+#include "setUserPassword/PasswordStrength.h"
+#include "setUserPassword/UserConfiguration.h"
+#include "utils/core/Format.h"
+#include "utils/core/SecureZero.h"
+#include "utils/io/File.h"
+#include "utils/io/FileInputStream.h"
 
 namespace korvane::setUserPassword {
 
+namespace {
+
+// The most the console editor accepts; longer redirected lines are refused
+// (the hash's cost grows with the square of the password's length).
+constexpr std::size_t longestPassword = 4095;
+
+constexpr lineEdit::LineEditorOptions maskedOptions{false, 0, true, '*'};
+constexpr lineEdit::LineEditorOptions plainOptions{false, 0, false, '*'};
+
+constexpr std::string_view answerPrompt =
+    "Please answer \"y\" or \"n\", or press Return to accept the default of \"n\".";
+
+// Copies a line the editor returned and zeroes the ordinary string's bytes.
+SecureString takeLine(std::string line) {
+  SecureString secure(line);
+  utils::core::secureZero(line.data(), line.capacity());
+  return secure;
+}
+
+std::string toLowerClassic(std::string text) {
+  const std::locale& classic = std::locale::classic();
+  for (char& c : text) c = std::tolower(c, classic);
+  return text;
+}
+
+enum class Answer { yes, no, invalid };
+
+Answer askYesNo(std::string_view prompt) {
+  lineEdit::LineEditor question(prompt, plainOptions);
+  const std::string answer = toLowerClassic(question.readLine());
+  if (answer.empty() || answer == "n") return Answer::no;
+  if (answer == "y") return Answer::yes;
+  std::cout << answerPrompt << std::endl;
+  return Answer::invalid;
+}
+
+}  // namespace
+
 Application::Application(const CommandLine& commandLine)
     : commandLine_(commandLine),
+      passwordEditor_("Password: ", maskedOptions),
+      repeatPasswordEditor_("Repeat password: ", maskedOptions),
       userConfigPath_(resolveUserConfigurationFile(commandLine_)),
-      passwordFilePath_(resolvePasswordFile(commandLine_)) {}
+      passwordFile_(resolvePasswordFile(commandLine_)),
+      userName_(commandLine_.userName) {}
 
 int Application::run() {
-  throw std::runtime_error("setting and removing passwords is not available in this build yet");
+  userUuid_ = findUser(userConfigPath_, userName_);
+  passwordFile_.read();
+  if (commandLine_.remove) {
+    confirmRemoval();
+    passwordFile_.erase(userUuid_);
+  } else {
+    setPassword();
+  }
+  passwordFile_.write();
+  std::cout << "Password for user \"" << userName_ << "\" was "
+            << (commandLine_.remove ? "removed." : "updated.") << std::endl;
+  return 0;
+}
+
+void Application::setPassword() {
+  SecureString password = readNewPassword();
+  const security::ShaCrypt crypt(6, 5000);
+  std::string hash(crypt.hash(password.view()).view());
+  passwordFile_.set(userUuid_, std::move(hash));
+}
+
+void Application::confirmRemoval() const {
+  if (!commandLine_.stdinIsConsole) return;
+  const std::string prompt = utils::core::format(
+      "Are you sure you mant to remove the password for user \"{}\" (y|N)? ", userName_);
+  for (;;) {
+    switch (askYesNo(prompt)) {
+      case Answer::yes: return;
+      case Answer::no: throw lineEdit::CancelledException("delete cancelled by user");
+      case Answer::invalid: break;
+    }
+  }
+}
+
+SecureString Application::readNewPassword() {
+  if (commandLine_.stdinIsConsole) return promptNewPasswordTwice();
+  return readRedirectedPassword();
+}
+
+SecureString Application::readRedirectedPassword() const {
+  utils::io::FileInputStream<char> input(
+      utils::io::File(utils::io::File::PseudoFile::standardInput));
+  SecureString password;
+  password.reserve(longestPassword + 1);
+  // One byte more than allowed is enough to know the line is too long, so
+  // an endless line is refused at once.
+  while (password.size() <= longestPassword && input.ensureBuffer(std::nothrow)) {
+    const int c = input.get();
+    if (c == '\n' || c == '\r') break;
+    password.push_back(static_cast<char>(c));
+  }
+  if (password.empty()) throw WeakPasswordException("empty password");
+  if (password.size() > longestPassword) {
+    throw WeakPasswordException("password is too long (at most 4095 bytes)");
+  }
+  if (!commandLine_.dontRejectInsecurePasswords &&
+      !isStrongEnough(estimatePasswordEntropy(password.c_str()))) {
+    throw WeakPasswordException(
+        "password is too weak (use -DontRejectInsecurePasswords\" to allow weak passwords");
+  }
+  return password;
+}
+
+SecureString Application::promptNewPasswordTwice() {
+  std::cout << "\nPlease enter the new password for user \" " << userName_ << "\"." << std::endl;
+  for (;;) {
+    SecureString password = enterPassword();
+    const SecureString confirmation = takeLine(repeatPasswordEditor_.readLine());
+    if (password == confirmation) return password;
+    std::cout << "The passwords do not match.\n";
+  }
+}
+
+SecureString Application::enterPassword() {
+  for (;;) {
+    SecureString password = takeLine(passwordEditor_.readLine());
+    if (password.empty()) {
+      std::cout << "The password may not be empty. Please enter a password, or press \"Ctrl+C\" "
+                   "to exit."
+                << std::endl;
+      continue;
+    }
+    if (isStrongEnough(estimatePasswordEntropy(password.c_str()))) return password;
+    if (!commandLine_.dontRejectInsecurePasswords) {
+      std::cout << "The password you entered is too weak. Please enter a stronger password, or "
+                   "use the command line option \"-DontRejectInsecurePasswords\" to allow weak "
+                   "passwords."
+                << std::endl;
+      continue;
+    }
+    if (confirmWeakPassword()) return password;
+  }
+}
+
+bool Application::confirmWeakPassword() const {
+  for (;;) {
+    switch (askYesNo("The password you entered is too weak. Are you sure you want to use it "
+                     "(y|N)? ")) {
+      case Answer::yes: return true;
+      case Answer::no: return false;
+      case Answer::invalid: break;
+    }
+  }
 }
 
 }  // namespace korvane::setUserPassword

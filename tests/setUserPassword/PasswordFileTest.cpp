@@ -1,0 +1,241 @@
+#include "setUserPassword/PasswordFile.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/ChildProcess.h"
+
+namespace korvane::setUserPassword {
+namespace {
+
+using korvane::testing::readFile;
+using korvane::testing::TemporaryDirectory;
+using korvane::testing::writeFile;
+using utils::core::Uuid;
+
+const Uuid uuidA = *Uuid::fromString("11111111-2222-4333-8444-555555555555");
+const Uuid uuidB = *Uuid::fromString("aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee");
+
+std::vector<std::string> namesOf(const PasswordFile& file) {
+  std::vector<std::string> names;
+  for (const auto& entry : file.entries()) names.push_back(entry.name);
+  return names;
+}
+
+using Names = std::vector<std::string>;
+
+class PasswordFileTest : public ::testing::Test {
+ protected:
+  PasswordFile readBack() const {
+    PasswordFile file(path_);
+    file.read();
+    return file;
+  }
+
+  std::vector<std::filesystem::path> filesInDirectory() const {
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory_.path())) {
+      files.push_back(entry.path().filename());
+    }
+    return files;
+  }
+
+  TemporaryDirectory directory_;
+  std::filesystem::path path_ = directory_.path() / "passwords.json";
+};
+
+TEST_F(PasswordFileTest, MissingFileReadsAsSchemaOnly) {
+  PasswordFile file(path_);
+  file.read();
+  ASSERT_EQ(file.entries().size(), 1u);
+  EXPECT_EQ(file.entries()[0].name, "$schema");
+  EXPECT_TRUE(file.entries()[0].uuid.isNull());
+  EXPECT_EQ(file.entries()[0].value, PasswordFile::schemaUrl());
+  EXPECT_TRUE(PasswordFile::schemaUrl().starts_with("https://"));
+  EXPECT_TRUE(PasswordFile::schemaUrl().ends_with("/korvane/schema-korvane-passwords.json"));
+}
+
+TEST_F(PasswordFileTest, NewFileHoldsSchemaThenTheUser) {
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidA, "$6$salt$hash");
+  file.write();
+  EXPECT_EQ(readFile(path_), "{\n  \"$schema\": \"" + std::string(PasswordFile::schemaUrl()) +
+                                 "\",\n  \"11111111-2222-4333-8444-555555555555\": "
+                                 "\"$6$salt$hash\"\n}\n");
+  EXPECT_EQ(filesInDirectory(), std::vector<std::filesystem::path>{"passwords.json"});
+}
+
+TEST_F(PasswordFileTest, EmptyObjectHasNoSchema) {
+  writeFile(path_, "{}");
+  PasswordFile file(path_);
+  file.read();
+  EXPECT_TRUE(file.entries().empty());
+  file.set(uuidA, "h");
+  file.write();
+  EXPECT_EQ(namesOf(readBack()), Names{"11111111-2222-4333-8444-555555555555"});
+}
+
+TEST_F(PasswordFileTest, SetKeepsPositionAndSpellingOfTheName) {
+  writeFile(path_, R"({"$schema": "s", "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE": "old",
+                       "x": "y", "11111111-2222-4333-8444-555555555555": "a"})");
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidB, "new");
+  file.write();
+  const PasswordFile back = readBack();
+  EXPECT_EQ(namesOf(back), (Names{"$schema", "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE", "x",
+                                  "11111111-2222-4333-8444-555555555555"}));
+  EXPECT_EQ(back.entries()[1].value, "new");
+  EXPECT_EQ(back.entries()[1].uuid, uuidB);
+  EXPECT_EQ(back.entries()[2].value, "y");
+  EXPECT_EQ(back.entries()[3].value, "a");
+}
+
+TEST_F(PasswordFileTest, SetChangesTheFirstAndDropsLaterDuplicates) {
+  writeFile(path_, R"({"11111111-2222-4333-8444-555555555555": "1", "b": "2",
+                       "11111111-2222-4333-8444-555555555555": "3", "c": "4"})");
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidA, "new");
+  EXPECT_EQ(namesOf(file), (Names{"11111111-2222-4333-8444-555555555555", "b", "c"}));
+  EXPECT_EQ(file.entries()[0].value, "new");
+}
+
+TEST_F(PasswordFileTest, EraseRemovesEveryEntryOfTheUserAndKeepsTheRest) {
+  writeFile(path_, R"({"$schema": "s", "11111111-2222-4333-8444-555555555555": "1", "b": "2",
+                       "11111111-2222-4333-8444-555555555555": "3", "c": "4"})");
+  PasswordFile file(path_);
+  file.read();
+  file.erase(uuidA);
+  EXPECT_EQ(namesOf(file), (Names{"$schema", "b", "c"}));
+  file.erase(uuidB);  // no entry: no change
+  EXPECT_EQ(namesOf(file), (Names{"$schema", "b", "c"}));
+}
+
+TEST_F(PasswordFileTest, UnknownMembersAreWrittenBackUnchanged) {
+  const std::string odd = "tab\t quote\" backslash\\ control\x01 unicode \xC3\xA9 \xF0\x9F\x94\x91";
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidB, odd);
+  file.write();
+  const PasswordFile back = readBack();
+  ASSERT_EQ(back.entries().size(), 2u);
+  EXPECT_EQ(back.entries()[1].value, odd);
+}
+
+TEST_F(PasswordFileTest, NonStringValuesMakeReadingFail) {
+  for (const std::string content : {R"({"a": 1})", R"({"a": {}})", R"({"a": []})",
+                                    R"({"a": true})", R"({"a": null})", R"({"a": "b",})",
+                                    R"([])", R"({"a": "b"} x)"}) {
+    writeFile(path_, content);
+    PasswordFile file(path_);
+    try {
+      file.read();
+      FAIL() << content;
+    } catch (const std::runtime_error& error) {
+      EXPECT_TRUE(std::string(error.what()).starts_with("\"" + path_.string() + "\", line 1"))
+          << error.what();
+    }
+  }
+}
+
+TEST_F(PasswordFileTest, OtherOpenErrorsPropagate) {
+  std::filesystem::create_directory(path_);
+  PasswordFile file(path_);
+  EXPECT_THROW(file.read(), std::system_error);
+}
+
+TEST_F(PasswordFileTest, NewFileIsPrivateWhateverTheUmask) {
+  const mode_t old = ::umask(0);
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidA, "h");
+  file.write();
+  ::umask(old);
+  struct stat status {};
+  ASSERT_EQ(::stat(path_.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0600u);
+}
+
+TEST_F(PasswordFileTest, ReplacementKeepsTheOldMode) {
+  writeFile(path_, "{}");
+  ::chmod(path_.c_str(), 0640);
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidA, "h");
+  file.write();
+  struct stat status {};
+  ASSERT_EQ(::stat(path_.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640u);
+}
+
+TEST_F(PasswordFileTest, FailingWriteLeavesTheOldFile) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root may write any directory";
+  writeFile(path_, R"({"a": "b"})");
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidA, "h");
+  ::chmod(directory_.path().c_str(), 0500);
+  EXPECT_THROW(file.write(), std::system_error);
+  ::chmod(directory_.path().c_str(), 0700);
+  EXPECT_EQ(readFile(path_), R"({"a": "b"})");
+}
+
+TEST_F(PasswordFileTest, MissingDirectoryFailsWithoutCreatingIt) {
+  PasswordFile file(directory_.path() / "missing" / "passwords.json");
+  file.read();
+  file.set(uuidA, "h");
+  EXPECT_THROW(file.write(), std::system_error);
+  EXPECT_FALSE(std::filesystem::exists(directory_.path() / "missing"));
+}
+
+TEST_F(PasswordFileTest, SymbolicLinksAreKept) {
+  std::filesystem::create_directories(directory_.path() / "real");
+  const auto target = directory_.path() / "real" / "passwords.json";
+  writeFile(target, R"({"a": "b"})");
+  // A relative link to a relative link, as installations make them.
+  std::filesystem::create_symlink("real/passwords.json", directory_.path() / "middle.json");
+  std::filesystem::create_symlink("middle.json", path_);
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidA, "h");
+  file.write();
+  EXPECT_TRUE(std::filesystem::is_symlink(path_));
+  EXPECT_TRUE(std::filesystem::is_symlink(directory_.path() / "middle.json"));
+  EXPECT_EQ(namesOf(readBack()), (Names{"a", "11111111-2222-4333-8444-555555555555"}));
+  PasswordFile direct(target);
+  direct.read();
+  EXPECT_EQ(direct.entries().size(), 2u);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_.path() / "real"),
+                          std::filesystem::directory_iterator()),
+            1);
+}
+
+TEST_F(PasswordFileTest, AbsoluteSymbolicLinkIsKept) {
+  const auto target = directory_.path() / "target.json";
+  writeFile(target, "{}");
+  std::filesystem::create_symlink(target, path_);
+  PasswordFile file(path_);
+  file.read();
+  file.set(uuidB, "h");
+  file.write();
+  EXPECT_TRUE(std::filesystem::is_symlink(path_));
+  EXPECT_NE(readFile(target).find("aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee"), std::string::npos);
+}
+
+TEST_F(PasswordFileTest, SymbolicLinkLoopIsAnError) {
+  std::filesystem::create_symlink("loop.json", path_);
+  std::filesystem::create_symlink("passwords.json", directory_.path() / "loop.json");
+  PasswordFile file(path_);
+  EXPECT_THROW(file.read(), std::system_error);
+  EXPECT_THROW(file.write(), std::filesystem::filesystem_error);
+}
+
+}  // namespace
+}  // namespace korvane::setUserPassword
