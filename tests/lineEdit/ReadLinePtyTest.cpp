@@ -1,0 +1,267 @@
+// Runs readLineProbe on a pseudo-terminal and types at it: masked echo, key
+// sequences, cancelling, and the terminal modes after every way a read ends.
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds kTimeout{5000};
+
+std::string hex(std::string_view bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0xF];
+  }
+  return text;
+}
+
+// The probe on the slave side of a pseudo-terminal; the test holds the
+// master side and a descriptor of the slave to look at its modes.
+class ProbeSession {
+ public:
+  explicit ProbeSession(int lines = 1) {
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = 80;
+    pid_ = forkpty(&master_, nullptr, nullptr, &size);
+    if (pid_ == 0) {
+      const std::string count = std::to_string(lines);
+      execl(KORVANE_READ_LINE_PROBE, KORVANE_READ_LINE_PROBE, count.c_str(),
+            static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    if (pid_ > 0) slave_ = open(ptsname(master_), O_RDWR | O_NOCTTY);
+  }
+  ProbeSession(const ProbeSession&) = delete;
+  ProbeSession& operator=(const ProbeSession&) = delete;
+  ~ProbeSession() {
+    if (pid_ > 0 && !exited_) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+    }
+    if (slave_ >= 0) close(slave_);
+    if (master_ >= 0) close(master_);
+  }
+
+  bool started() const { return pid_ > 0 && slave_ >= 0; }
+
+  // Reads output until it holds `text` after the first `from` bytes.
+  bool waitFor(std::string_view text, std::size_t from = 0) {
+    const auto deadline = Clock::now() + kTimeout;
+    while (output_.find(text, from) == std::string::npos) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          deadline - Clock::now());
+      if (left.count() <= 0) return false;
+      pollfd master{master_, POLLIN, 0};
+      if (poll(&master, 1, static_cast<int>(left.count())) <= 0) continue;
+      char chunk[512];
+      const ssize_t count = read(master_, chunk, sizeof chunk);
+      if (count <= 0) return output_.find(text, from) != std::string::npos;
+      output_.append(chunk, static_cast<std::size_t>(count));
+    }
+    return true;
+  }
+
+  void send(std::string_view bytes) {
+    ASSERT_EQ(write(master_, bytes.data(), bytes.size()),
+              static_cast<ssize_t>(bytes.size()));
+  }
+
+  // Waits for the probe to end; returns its waitpid status, or -1.
+  int wait() {
+    const auto deadline = Clock::now() + kTimeout;
+    while (Clock::now() < deadline) {
+      // Keep draining the output so the probe never blocks on a full pty.
+      pollfd master{master_, POLLIN, 0};
+      if (poll(&master, 1, 10) > 0) {
+        char chunk[512];
+        const ssize_t count = read(master_, chunk, sizeof chunk);
+        if (count > 0) output_.append(chunk, static_cast<std::size_t>(count));
+      }
+      int status = 0;
+      if (waitpid(pid_, &status, WNOHANG) == pid_) {
+        exited_ = true;
+        return status;
+      }
+    }
+    return -1;
+  }
+
+  // The modes of the terminal as the probe sees them, hex-encoded like the
+  // probe's "MODES" lines.
+  std::string slaveModes() const {
+    termios mode{};
+    if (tcgetattr(slave_, &mode) != 0) return "none";
+    return hex(std::string_view(reinterpret_cast<const char*>(&mode), sizeof mode));
+  }
+
+  termios slaveTermios() const {
+    termios mode{};
+    tcgetattr(slave_, &mode);
+    return mode;
+  }
+
+  // The hex text of the n-th "MODES " line.
+  std::string modesLine(int n) const {
+    std::size_t at = 0;
+    for (int i = 0; i <= n; ++i) {
+      at = output_.find("MODES ", i == 0 ? 0 : at + 1);
+      if (at == std::string::npos) return "missing";
+    }
+    const std::size_t begin = at + 6;
+    const std::size_t end = output_.find_first_of("\r\n", begin);
+    return output_.substr(begin, end - begin);
+  }
+
+  void signal(int number) const { kill(pid_, number); }
+
+  const std::string& output() const { return output_; }
+
+ private:
+  pid_t pid_ = -1;
+  int master_ = -1;
+  int slave_ = -1;
+  bool exited_ = false;
+  std::string output_;
+};
+
+constexpr std::string_view kCancelled =
+    "CANCELLED user cancelled input by pressing pressed Ctrl+C";
+
+// Types `keys` after the prompt, expects `result` and the terminal modes
+// back as they were.
+void expectRead(std::string_view keys, std::string_view result) {
+  ProbeSession probe;
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("Password: ")) << probe.output();
+  probe.send(keys);
+  ASSERT_TRUE(probe.waitFor(result)) << probe.output();
+  const int status = probe.wait();
+  ASSERT_TRUE(WIFEXITED(status)) << status;
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(probe.modesLine(1), probe.modesLine(0));
+  EXPECT_EQ(probe.slaveModes(), probe.modesLine(0));
+}
+
+TEST(ReadLinePtyTest, TypingEchoesMasks) {
+  ProbeSession probe;
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("MODES "));
+  ASSERT_TRUE(probe.waitFor("Password: ")) << probe.output();
+  const std::size_t promptEnd = probe.output().find("Password: ") + 10;
+  probe.send("abc");
+  ASSERT_TRUE(probe.waitFor("***", promptEnd)) << probe.output();
+  probe.send("\r");
+  ASSERT_TRUE(probe.waitFor("RESULT [616263]")) << probe.output();
+  EXPECT_EQ(probe.output().find("abc"), std::string::npos);  // never echoed
+  ASSERT_TRUE(WIFEXITED(probe.wait()));
+  EXPECT_EQ(probe.modesLine(1), probe.modesLine(0));
+}
+
+TEST(ReadLinePtyTest, EnterOnEmptyLineReturnsEmptyLine) {
+  expectRead("\r", "RESULT []");
+}
+
+TEST(ReadLinePtyTest, LineFeedActsAsEnter) { expectRead("ab\n", "RESULT [6162]"); }
+
+TEST(ReadLinePtyTest, BackspaceRemovesMultiByteCharacter) {
+  expectRead("a\xc3\xa9\x7f" "b\r", "RESULT [6162]");
+  expectRead("a\xe4\xb8\xad\x08\r", "RESULT [61]");
+}
+
+TEST(ReadLinePtyTest, NonAsciiIsReturnedAsUtf8) {
+  expectRead("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\r", "RESULT [c3a9e282acf09f9880]");
+}
+
+TEST(ReadLinePtyTest, CursorKeysAsEscapeSequences) {
+  // "ac", Left, "b", Home, "X", End, "Y", Delete at the end (nothing),
+  // Home, Delete (removes X): "abcY".
+  expectRead("ac\x1b[Db\x1b[HX\x1b[FY\x1b[3~\x1b[H\x1b[3~\r", "RESULT [61626359]");
+  expectRead("ab\x1bOH\x1b[1~X\x1bOF\x1b[4~Y\x1b[7~\x1b[C\x1b[8~\r",
+             "RESULT [586162" "59]");
+}
+
+TEST(ReadLinePtyTest, UnknownSequencesAreIgnored) {
+  expectRead("a\x1b[5~\x1b[1;5C\x1bOPb\r", "RESULT [6162]");
+}
+
+TEST(ReadLinePtyTest, CtrlCCancels) { expectRead("ab\x03", kCancelled); }
+
+TEST(ReadLinePtyTest, LoneEscapeCancels) { expectRead("ab\x1b", kCancelled); }
+
+TEST(ReadLinePtyTest, CtrlDOnEmptyLineCancels) { expectRead("\x04", kCancelled); }
+
+TEST(ReadLinePtyTest, DeleteKeyOnEmptyLineCancels) {
+  expectRead("\x1b[3~", kCancelled);
+}
+
+TEST(ReadLinePtyTest, CtrlDOnNonEmptyLineDeletes) {
+  expectRead("ab\x01\x04\r", "RESULT [62]");
+}
+
+TEST(ReadLinePtyTest, TwoReadsInARow) {
+  ProbeSession probe(2);
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("Password: "));
+  probe.send("x\r");
+  ASSERT_TRUE(probe.waitFor("RESULT [78]")) << probe.output();
+  const std::size_t first = probe.output().find("RESULT [78]");
+  ASSERT_TRUE(probe.waitFor("Password: ", first)) << probe.output();
+  probe.send("\x03");
+  ASSERT_TRUE(probe.waitFor(kCancelled)) << probe.output();
+  ASSERT_TRUE(WIFEXITED(probe.wait()));
+  EXPECT_EQ(probe.modesLine(1), probe.modesLine(0));
+}
+
+TEST(ReadLinePtyTest, RawModeWhileReading) {
+  ProbeSession probe;
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("Password: "));
+  const termios raw = probe.slaveTermios();
+  EXPECT_EQ(raw.c_lflag & (ECHO | ICANON | ISIG | IEXTEN), 0u);
+  EXPECT_EQ(raw.c_iflag & (ICRNL | IXON), 0u);
+  EXPECT_EQ(raw.c_oflag & OPOST, 0u);
+  EXPECT_EQ(raw.c_cc[VMIN], 1);
+  EXPECT_EQ(raw.c_cc[VTIME], 0);
+  EXPECT_NE(probe.slaveModes(), probe.modesLine(0));
+  probe.send("\r");
+  ASSERT_TRUE(probe.waitFor("RESULT []"));
+}
+
+void killProbeAndCheck(int signal) {
+  ProbeSession probe;
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("Password: "));
+  probe.send("secret");
+  ASSERT_TRUE(probe.waitFor("******")) << probe.output();
+  const std::string before = probe.modesLine(0);
+  ASSERT_NE(probe.slaveModes(), before);  // raw mode is on
+  probe.signal(signal);
+  const int status = probe.wait();
+  ASSERT_TRUE(WIFSIGNALED(status)) << status;
+  EXPECT_EQ(WTERMSIG(status), signal);
+  EXPECT_EQ(probe.slaveModes(), before);
+}
+
+TEST(ReadLinePtyTest, ModesRestoredAfterSigterm) { killProbeAndCheck(SIGTERM); }
+
+TEST(ReadLinePtyTest, ModesRestoredAfterSighup) { killProbeAndCheck(SIGHUP); }
+
+}  // namespace
