@@ -1,0 +1,255 @@
+#include "lineEdit/RawLineReader.h"
+
+#include <windows.h>
+#include <io.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <span>
+
+#include "lineEdit/ConsoleWriter.h"
+#include "lineEdit/EditLoop.h"
+#include "lineEdit/EditTerminal.h"
+#include "lineEdit/Win32Console.h"
+#include "utils/core/SecureZero.h"
+
+namespace korvane::lineEdit {
+
+namespace {
+
+constexpr int kStandardOutput = 1;
+constexpr int kStandardError = 2;
+
+// A plain line read stops here; the rest stays for the next read.
+constexpr std::size_t kMaxPlainLineLength = EditLoop::kBufferSize;
+
+// Process-wide reader state.
+struct ReaderState {
+  HANDLE output = INVALID_HANDLE_VALUE;
+  HANDLE input = INVALID_HANDLE_VALUE;
+  DWORD savedInputMode = 0;  // 0: nothing to restore
+  bool rawMode = false;
+  bool exitHandlerRegistered = false;
+};
+
+ReaderState state;
+
+void restoreInputMode() {
+  if (state.savedInputMode != 0) {
+    SetConsoleMode(state.input, state.savedInputMode);
+    state.savedInputMode = 0;
+  }
+  state.rawMode = false;
+}
+
+void restoreAtExit() {
+  if (state.rawMode) restoreInputMode();
+}
+
+// One escape-sequence writer for the process, and one console object per
+// output handle: the writer tells consoles apart by their address.
+ConsoleWriter& consoleWriter() {
+  static ConsoleWriter writer;
+  return writer;
+}
+
+Win32Console& consoleFor(int descriptor) {
+  static Win32Console output(GetStdHandle(STD_OUTPUT_HANDLE));
+  static Win32Console error(GetStdHandle(STD_ERROR_HANDLE));
+  return descriptor == kStandardError ? error : output;
+}
+
+// Bytes to the console writer for standard output and error, to the C
+// library otherwise. Returns the bytes written, 0 on a console failure.
+int writeOutput(int descriptor, const char* data, std::size_t size) {
+  if (descriptor != kStandardOutput && descriptor != kStandardError) {
+    return _write(descriptor, data, static_cast<unsigned>(size));
+  }
+  std::size_t consumed = 0;
+  if (!consoleWriter().write(consoleFor(descriptor), {data, size}, consumed)) {
+    errno = static_cast<int>(GetLastError());
+    return 0;
+  }
+  return static_cast<int>(consumed);
+}
+
+// Ctrl with a letter, when only the right Ctrl key is down: the letters that
+// are editing commands become their control codes, every other key is
+// dropped.
+char16_t controlCodeForLetter(char16_t character) {
+  switch (character) {
+    case u'A': case u'B': case u'C': case u'D': case u'E': case u'F':
+    case u'H': case u'K': case u'N': case u'P': case u'T': case u'U':
+      return static_cast<char16_t>(character - u'A' + 1);
+    default:
+      return 0;
+  }
+}
+
+char16_t codeForVirtualKey(WORD virtualKey) {
+  switch (virtualKey) {
+    case VK_BACK: return 8;
+    case VK_RETURN: return 13;
+    case VK_ESCAPE: return 3;  // Escape cancels like Ctrl+C
+    case VK_END: return 5;
+    case VK_HOME: return 1;
+    case VK_LEFT: return 2;
+    case VK_UP: return 16;
+    case VK_RIGHT: return 6;
+    case VK_DOWN: return 14;
+    case VK_DELETE: return 4;
+    default: return 0;
+  }
+}
+
+class ConsoleTerminal : public EditTerminal {
+ public:
+  bool readKey(char16_t& key) override {
+    for (;;) {
+      INPUT_RECORD record{};
+      DWORD count = 0;
+      if (!ReadConsoleInputW(state.input, &record, 1, &count) || count == 0) {
+        return false;
+      }
+      if (record.EventType != KEY_EVENT || !record.Event.KeyEvent.bKeyDown) {
+        continue;
+      }
+      const KEY_EVENT_RECORD& event = record.Event.KeyEvent;
+      const char16_t character = static_cast<char16_t>(event.uChar.UnicodeChar);
+      const DWORD controls = event.dwControlKeyState;
+      // The mask 0x9 (right Alt, left Ctrl) leaves the right Ctrl key alone.
+      if ((controls & (LEFT_CTRL_PRESSED | RIGHT_CTRL_PRESSED)) != 0 &&
+          (controls & 0x9) == 0) {
+        const char16_t code = controlCodeForLetter(character);
+        if (code == 0) continue;
+        key = code;
+        return true;
+      }
+      const char16_t code = codeForVirtualKey(event.wVirtualKeyCode);
+      if (code != 0) {
+        key = code;
+        return true;
+      }
+      if (character != 0) {
+        key = character;
+        return true;
+      }
+    }
+  }
+
+  bool readByte(char& byte) override {
+    return _read(_fileno(stdin), &byte, 1) == 1;
+  }
+
+  bool write(std::string_view bytes) override {
+    return bytes.empty() ||
+           writeOutput(kStandardOutput, bytes.data(), bytes.size()) > 0;
+  }
+
+  int columns() override {
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!GetConsoleScreenBufferInfo(state.output, &info)) return 80;
+    return info.srWindow.Right - info.srWindow.Left + 1;
+  }
+};
+
+// Byte by byte, so that nothing after the line is taken from the input.
+void readPlainLine(std::string& line) {
+  line.clear();
+  line.reserve(kMaxPlainLineLength);  // no reallocation leaves copies behind
+  const int input = _fileno(stdin);
+  while (line.size() < kMaxPlainLineLength) {
+    char byte = 0;
+    if (_read(input, &byte, 1) != 1 || byte == '\n') break;
+    line.push_back(byte);
+  }
+}
+
+// The edit buffer, wiped however the edit ends.
+class EditBuffer {
+ public:
+  EditBuffer() = default;
+  EditBuffer(const EditBuffer&) = delete;
+  EditBuffer& operator=(const EditBuffer&) = delete;
+  ~EditBuffer() { utils::core::secureZero(std::span<char>(bytes_)); }
+
+  std::span<char> span() { return bytes_; }
+
+ private:
+  std::array<char, EditLoop::kBufferSize> bytes_{};
+};
+
+// Clears ENABLE_PROCESSED_INPUT for its lifetime, so that Ctrl+C arrives as
+// a key instead of a signal; every other mode bit stays as it was.
+class RawMode {
+ public:
+  RawMode() {
+    DWORD mode = 0;
+    if (GetConsoleMode(state.input, &mode)) {
+      state.savedInputMode = mode;
+      SetConsoleMode(state.input, mode & ~static_cast<DWORD>(ENABLE_PROCESSED_INPUT));
+    }
+    state.rawMode = true;
+  }
+  RawMode(const RawMode&) = delete;
+  RawMode& operator=(const RawMode&) = delete;
+  ~RawMode() { restoreInputMode(); }
+};
+
+}  // namespace
+
+bool RawLineReader::read(std::string_view prompt, const EditSettings& settings,
+                         History& history, std::string& line) {
+  line.clear();
+  if (_isatty(_fileno(stdin)) == 0) {
+    readPlainLine(line);
+    return false;
+  }
+  if (!state.exitHandlerRegistered) {
+    std::atexit(restoreAtExit);
+    state.exitHandlerRegistered = true;
+    state.output = GetStdHandle(STD_OUTPUT_HANDLE);
+  }
+  if (state.output == INVALID_HANDLE_VALUE || state.output == nullptr) {
+    errno = ENOTTY;
+    return false;
+  }
+  // The output handle is the process's own standard output: it stays open
+  // (closing it would silence every later line of the program).
+  DWORD outputMode = 0;
+  if (!GetConsoleMode(state.output, &outputMode)) {
+    errno = ENOTTY;
+    return false;
+  }
+  state.input = GetStdHandle(STD_INPUT_HANDLE);
+  if (state.input == INVALID_HANDLE_VALUE || state.input == nullptr) {
+    errno = ENOTTY;
+    return false;
+  }
+  // Text the program printed before must appear before the prompt.
+  std::cout.flush();
+  std::fflush(stdout);
+
+  EditBuffer buffer;
+  int result = -1;
+  int loopErrno = 0;
+  {
+    const RawMode rawMode;
+    ConsoleTerminal terminal;
+    EditLoop loop(terminal, settings, history);
+    result = loop.run(buffer.span(), prompt);
+    loopErrno = errno;
+  }
+  if (result != -1) {
+    line.assign(buffer.span().data(), static_cast<std::size_t>(result));
+  }
+  std::printf("\n");
+  std::fflush(stdout);
+  errno = loopErrno;
+  return result == -1;
+}
+
+}  // namespace korvane::lineEdit
