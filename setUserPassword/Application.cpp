@@ -14,6 +14,8 @@
 #include "utils/core/SecureZero.h"
 #include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
+#include "utils/io/FileReplacement.h"
+#include "utils/io/ReplacementLock.h"
 
 namespace korvane::setUserPassword {
 
@@ -72,7 +74,7 @@ int Application::run() {
   } else {
     setPassword();
   }
-  passwordFile_.write();
+  replacePasswordFile();
   std::cout << "Password for user \"" << userName_ << "\" was "
             << (commandLine_.remove ? "removed." : "updated.") << std::endl;
   return 0;
@@ -83,6 +85,21 @@ void Application::setPassword() {
   const security::ShaCrypt crypt(6, 5000);
   std::string hash(crypt.hash(password.view()).view());
   passwordFile_.set(userUuid_, std::move(hash));
+}
+
+// Another run may have replaced the file while this one waited for its user.
+// Under the lock, the file is read again and this run's one change applied
+// again, so that no run's change is lost.
+void Application::replacePasswordFile() const {
+  const utils::io::ReplacementLock lock(utils::io::resolveReplacementTarget(passwordFile_.path()));
+  PasswordFile current(passwordFile_.path());
+  current.read();
+  if (const PasswordFile::Entry* entry = passwordFile_.find(userUuid_)) {
+    current.set(userUuid_, entry->value);
+  } else {
+    current.erase(userUuid_);
+  }
+  current.write();
 }
 
 void Application::confirmRemoval() const {

@@ -41,6 +41,7 @@ class Application {
 
  private:
   void setPassword();
+  void replacePasswordFile() const;
   void confirmRemoval() const;
 
   // The new password: typed twice at a console, or the first line of

@@ -48,6 +48,7 @@ std::string_view PasswordFile::schemaUrl() noexcept {
 }
 
 void PasswordFile::read() {
+  entries_.clear();
   try {
     utils::io::FileInputStream<char> stream(path_);
     decoder::Document document(stream, path_);
@@ -61,6 +62,12 @@ void PasswordFile::read() {
   } catch (const utils::io::FileNotFoundError&) {
     if (entries_.empty()) entries_.push_back({"$schema", Uuid(), std::string(schemaUrl())});
   }
+}
+
+const PasswordFile::Entry* PasswordFile::find(const Uuid& uuid) const noexcept {
+  const auto found = std::find_if(entries_.begin(), entries_.end(),
+                                  [&](const Entry& entry) { return entry.uuid == uuid; });
+  return found == entries_.end() ? nullptr : &*found;
 }
 
 void PasswordFile::set(const Uuid& uuid, std::string hash) {

@@ -32,9 +32,12 @@ class PasswordFile {
 
   explicit PasswordFile(std::filesystem::path path) : path_(std::move(path)) {}
 
-  // Fills the entries from the file. A missing file reads as a new one that
-  // holds only "$schema"; every other failure throws.
+  // Fills the entries from the file, replacing any held. A missing file
+  // reads as a new one that holds only "$schema"; every other failure throws.
   void read();
+
+  // The first entry for `uuid`, or null.
+  const Entry* find(const utils::core::Uuid& uuid) const noexcept;
 
   // Stores `hash` in the first entry for `uuid` (appending one at the end
   // when there is none) and removes every later entry for it.

@@ -6,20 +6,14 @@
 #include <utility>
 
 #include "utils/io/File.h"
+#include "utils/io/PosixCall.h"
 #include "utils/io/SystemError.h"
 
 namespace korvane::utils::io {
 
-namespace {
+using detail::retryOnInterrupt;
 
-// The one place where interrupted system calls are retried.
-template <typename Call>
-auto retryOnInterrupt(Call call) {
-  for (;;) {
-    const auto result = call();
-    if (result >= 0 || errno != EINTR) return result;
-  }
-}
+namespace {
 
 int openFlags(File::Access access) {
   switch (access) {
