@@ -6,6 +6,7 @@
 #include "lineEdit/CancelledException.h"
 #include "setUserPassword/Application.h"
 #include "setUserPassword/CommandLine.h"
+#include "setUserPassword/ProcessProtection.h"
 #include "utils/windows/RetainConsole.h"
 
 namespace {
@@ -20,6 +21,7 @@ int reportError(const std::exception& error, int status) {
 
 int main(int argc, char** argv) {
   using korvane::setUserPassword::Application;
+  korvane::setUserPassword::protectProcessMemory();
   // The specific handlers come first: both exceptions are runtime errors.
   try {
     const auto commandLine = korvane::setUserPassword::parseCommandLine(argc, argv);

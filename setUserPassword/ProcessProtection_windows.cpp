@@ -1,0 +1,7 @@
+#include "setUserPassword/ProcessProtection.h"
+
+namespace korvane::setUserPassword {
+
+void protectProcessMemory() noexcept {}
+
+}  // namespace korvane::setUserPassword
