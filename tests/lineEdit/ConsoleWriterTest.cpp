@@ -846,6 +846,12 @@ TEST_F(ConsoleWriterTest, SequenceCutShortByTheEndOfTheCallIsDropped) {
   EXPECT_EQ(console_.rowString(0), "ab");
 }
 
+TEST_F(ConsoleWriterTest, IncompleteSequenceTakesTheRestOfTheCallWithIt) {
+  write("a\xf0" "bc");
+  write("d");
+  EXPECT_EQ(console_.rowString(0), "ad");
+}
+
 TEST_F(ConsoleWriterTest, ControlCharactersReachTheConsole) {
   write("ab\rc\nd\te\bf");
   EXPECT_EQ(console_.rowString(0), "cb");
