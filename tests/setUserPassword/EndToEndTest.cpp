@@ -1,0 +1,263 @@
+// The whole program with redirected standard input: what it prints, its
+// exit status, and what it leaves in the password file.
+#include <crypt.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "security/ShaCrypt.h"
+#include "tests/support/ChildProcess.h"
+
+namespace korvane::setUserPassword {
+namespace {
+
+using korvane::testing::ChildResult;
+using korvane::testing::readFile;
+using korvane::testing::runProgram;
+using korvane::testing::TemporaryDirectory;
+using korvane::testing::writeFile;
+
+const std::string program = KORVANE_PASSWORD_PROGRAM;
+constexpr const char* strongPassword = "Correct-Horse-Battery-Staple-91";
+constexpr const char* aliceUuid = "3f2b8c1e-6d4a-4e8b-9a7c-1b2d3e4f5a6b";
+constexpr const char* bobUuid = "8c9d0e1f-2a3b-4c5d-8e6f-7a8b9c0d1e2f";
+
+// The hash stored for `uuid` in a password file written by the tool.
+std::string storedHash(const std::string& file, const std::string& uuid) {
+  const std::string key = "\"" + uuid + "\": \"";
+  const std::size_t at = file.find(key);
+  if (at == std::string::npos) return {};
+  const std::size_t start = at + key.size();
+  return file.substr(start, file.find('"', start) - start);
+}
+
+bool verifies(const std::string& password, const std::string& hash) {
+  crypt_data data{};
+  const char* result = ::crypt_r(password.c_str(), hash.c_str(), &data);
+  return result != nullptr && hash == result;
+}
+
+class EndToEndTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    writeFile(directory_.path() / "users.json",
+              std::string(R"({"users": [{"userName": "alice", "UUID": ")") + aliceUuid +
+                  R"("}, {"userName": "bob", "UUID": ")" + bobUuid + R"("}]})");
+  }
+
+  ChildResult run(std::vector<std::string> arguments, std::optional<std::string_view> input) {
+    arguments.insert(arguments.begin(), {"-ConfigDir", directory_.path().string()});
+    return runProgram(program, std::move(arguments), input,
+                      {{"XDG_CONFIG_DIRS", (directory_.path() / "no-base").string()}});
+  }
+
+  std::string passwordFile() const { return readFile(passwordsPath()); }
+  std::filesystem::path passwordsPath() const { return directory_.path() / "passwords.json"; }
+  bool passwordFileExists() const { return std::filesystem::exists(passwordsPath()); }
+
+  std::string fileLines(bool existing) const {
+    return "Using user configuration file \"" + (directory_.path() / "users.json").string() +
+           "\"\n" + (existing ? "Using password file \"" : "Will create new password file at \"") +
+           passwordsPath().string() + "\"\n";
+  }
+
+  TemporaryDirectory directory_;
+};
+
+TEST_F(EndToEndTest, SetsAPasswordThatVerifies) {
+  const ChildResult result = run({"alice"}, std::string(strongPassword) + "\n");
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.out, fileLines(false) + "Password for user \"alice\" was updated.\n");
+  const std::string hash = storedHash(passwordFile(), aliceUuid);
+  ASSERT_EQ(hash.size(), 106u) << passwordFile();
+  EXPECT_TRUE(hash.starts_with("$6$"));
+  EXPECT_EQ(hash[19], '$');
+  EXPECT_TRUE(verifies(strongPassword, hash));
+  EXPECT_FALSE(verifies(std::string(strongPassword) + "x", hash));
+}
+
+TEST_F(EndToEndTest, NewFileHoldsSchemaThenTheUser) {
+  ASSERT_EQ(run({"alice"}, std::string(strongPassword) + "\n").exitStatus, 0);
+  const std::string file = passwordFile();
+  EXPECT_TRUE(file.starts_with("{\n  \"$schema\": \"https://")) << file;
+  EXPECT_LT(file.find("$schema"), file.find(aliceUuid));
+  EXPECT_TRUE(file.ends_with("\"\n}\n")) << file;
+}
+
+TEST_F(EndToEndTest, CarriageReturnLineEndIsNotPartOfThePassword) {
+  ASSERT_EQ(run({"alice"}, std::string(strongPassword) + "\r\n").exitStatus, 0);
+  EXPECT_TRUE(verifies(strongPassword, storedHash(passwordFile(), aliceUuid)));
+}
+
+TEST_F(EndToEndTest, InputWithoutLineEndIsThePassword) {
+  ASSERT_EQ(run({"alice"}, std::string(strongPassword)).exitStatus, 0);
+  EXPECT_TRUE(verifies(strongPassword, storedHash(passwordFile(), aliceUuid)));
+}
+
+TEST_F(EndToEndTest, OnlyTheFirstLineIsUsed) {
+  ASSERT_EQ(run({"alice"}, std::string(strongPassword) + "\nsecond line\n").exitStatus, 0);
+  EXPECT_TRUE(verifies(strongPassword, storedHash(passwordFile(), aliceUuid)));
+}
+
+TEST_F(EndToEndTest, EmptyInputIsRefusedWithStatus2) {
+  for (const std::string input : {"", "\n", "\r\n", "\nsecond"}) {
+    const ChildResult result = run({"alice"}, input);
+    EXPECT_EQ(result.exitStatus, 2);
+    EXPECT_EQ(result.err, "ERROR: empty password\n");
+    EXPECT_EQ(result.out, fileLines(false));
+    EXPECT_FALSE(passwordFileExists());
+  }
+}
+
+TEST_F(EndToEndTest, WeakPasswordIsRefusedWithStatus2) {
+  const ChildResult result = run({"alice"}, "password\n");
+  EXPECT_EQ(result.exitStatus, 2);
+  EXPECT_EQ(result.err,
+            "ERROR: password is too weak (use -DontRejectInsecurePasswords\" to allow weak "
+            "passwords\n");
+  EXPECT_FALSE(passwordFileExists());
+}
+
+TEST_F(EndToEndTest, WeakPasswordIsTakenWithTheOption) {
+  const ChildResult result = run({"-DontRejectInsecurePasswords", "alice"}, "password\n");
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_TRUE(verifies("password", storedHash(passwordFile(), aliceUuid)));
+}
+
+TEST_F(EndToEndTest, LongestPasswordIsAccepted) {
+  std::string password(4095, 'x');
+  for (std::size_t i = 0; i < password.size(); ++i) password[i] = static_cast<char>('!' + i % 90);
+  const ChildResult result = run({"alice"}, password + "\n");
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  // libcrypt takes keys of at most 511 bytes: recompute with the same salt.
+  const std::string hash = storedHash(passwordFile(), aliceUuid);
+  ASSERT_EQ(hash.size(), 106u);
+  const security::ShaCrypt crypt(6, 5000, hash.substr(3, 16));
+  EXPECT_EQ(crypt.hash(password).view(), hash);
+}
+
+TEST_F(EndToEndTest, LongerPasswordsAreRefusedEvenWhenWeakOnesAreAllowed) {
+  for (const std::size_t length : {4096u, 1u << 20}) {
+    for (const bool allowWeak : {false, true}) {
+      std::vector<std::string> arguments{"alice"};
+      if (allowWeak) arguments.insert(arguments.begin(), "-DontRejectInsecurePasswords");
+      const ChildResult result = run(arguments, std::string(length, 'k') + "\n");
+      EXPECT_EQ(result.exitStatus, 2) << length;
+      EXPECT_EQ(result.err, "ERROR: password is too long (at most 4095 bytes)\n");
+      EXPECT_FALSE(passwordFileExists());
+    }
+  }
+}
+
+TEST_F(EndToEndTest, EndlessLineIsRefusedAtOnce) {
+  // /dev/zero as standard input: a line that never ends.
+  const ChildResult result = runProgram(
+      "/bin/sh", {"-c", "exec \"$0\" \"$@\" </dev/zero", program, "-ConfigDir",
+                  directory_.path().string(), "alice"},
+      std::nullopt);
+  EXPECT_FALSE(result.timedOut);
+  EXPECT_EQ(result.exitStatus, 2);
+  EXPECT_EQ(result.err, "ERROR: password is too long (at most 4095 bytes)\n");
+}
+
+TEST_F(EndToEndTest, TwoRunsUseDifferentSalts) {
+  ASSERT_EQ(run({"alice"}, std::string(strongPassword) + "\n").exitStatus, 0);
+  const std::string first = storedHash(passwordFile(), aliceUuid);
+  ASSERT_EQ(run({"alice"}, std::string(strongPassword) + "\n").exitStatus, 0);
+  const std::string second = storedHash(passwordFile(), aliceUuid);
+  EXPECT_NE(first.substr(3, 16), second.substr(3, 16));
+  EXPECT_TRUE(verifies(strongPassword, second));
+}
+
+TEST_F(EndToEndTest, RemoveWithRedirectedInputAsksNothing) {
+  writeFile(passwordsPath(), std::string(R"({"$schema": "s", ")") + aliceUuid + R"(": "h", ")" +
+                                 bobUuid + R"(": "k", "other": "o"})");
+  const ChildResult result = run({"-Remove", "alice"}, std::nullopt);
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(result.out, fileLines(true) + "Password for user \"alice\" was removed.\n");
+  EXPECT_EQ(passwordFile(), std::string("{\n  \"$schema\": \"s\",\n  \"") + bobUuid +
+                                "\": \"k\",\n  \"other\": \"o\"\n}\n");
+}
+
+TEST_F(EndToEndTest, RemoveWithoutPasswordFileCreatesSchemaOnly) {
+  const ChildResult result = run({"-Remove", "alice"}, std::nullopt);
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(result.out, fileLines(false) + "Password for user \"alice\" was removed.\n");
+  EXPECT_NE(passwordFile().find("$schema"), std::string::npos);
+  EXPECT_EQ(passwordFile().find(aliceUuid), std::string::npos);
+}
+
+TEST_F(EndToEndTest, UnknownUserFailsBeforeAnyPasswordIsRead) {
+  const ChildResult result = run({"carol"}, "");
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.err, "ERROR: the user \"carol\" was not found in the file \"" +
+                            (directory_.path() / "users.json").string() + "\"\n");
+  EXPECT_EQ(result.out, fileLines(false));
+  EXPECT_FALSE(passwordFileExists());
+}
+
+TEST_F(EndToEndTest, MalformedPasswordFileFailsBeforeAnyPasswordIsRead) {
+  const std::string malformed = R"({"a": 1})";
+  writeFile(passwordsPath(), malformed);
+  const ChildResult result = run({"alice"}, "");
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_TRUE(result.err.starts_with("ERROR: \"" + passwordsPath().string() + "\", line 1, column"))
+      << result.err;
+  EXPECT_EQ(passwordFile(), malformed);
+}
+
+TEST_F(EndToEndTest, MissingUsersFileListsTheSearch) {
+  const ChildResult result = runProgram(program, {"alice"}, "",
+                                        {{"XDG_CONFIG_DIRS", "/nonexistent-a:/nonexistent-b"}});
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err,
+            "ERROR: could not find user configuration file \"users.json\" in any of the following "
+            "locations:\n- /nonexistent-a/Korvane/Config/users.json\n- "
+            "/nonexistent-b/Korvane/Config/users.json\n");
+}
+
+TEST_F(EndToEndTest, ExplicitMissingUsersFileIsAFileError) {
+  const ChildResult result = run({"-Users", (directory_.path() / "none.json").string(), "alice"},
+                                 std::string(strongPassword));
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.err, "ERROR: could not open \"" + (directory_.path() / "none.json").string() +
+                            "\": No such file or directory\n");
+}
+
+TEST_F(EndToEndTest, ExplicitMissingPasswordFileIsCreatedThere) {
+  const auto path = directory_.path() / "elsewhere.json";
+  const ChildResult result =
+      run({"-Passwords", path.string(), "bob"}, std::string(strongPassword) + "\n");
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_TRUE(result.out.find("Using password file \"" + path.string() + "\"\n") !=
+              std::string::npos);
+  EXPECT_TRUE(verifies(strongPassword, storedHash(readFile(path), bobUuid)));
+}
+
+TEST_F(EndToEndTest, SuccessLineQuotesTheNameAsGiven) {
+  writeFile(directory_.path() / "users.json",
+            R"({"users": [{"userName": "J\u00f6rg \"the\" admin", "UUID": ")" +
+                std::string(aliceUuid) + R"("}]})");
+  const ChildResult result =
+      run({"J\xC3\xB6rg \"the\" admin"}, std::string(strongPassword) + "\n");
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_TRUE(result.out.ends_with("Password for user \"J\xC3\xB6rg \"the\" admin\" was updated.\n"));
+}
+
+TEST_F(EndToEndTest, FailedWriteReportsNoSuccess) {
+  // The password file's directory does not exist: the write fails.
+  const auto path = directory_.path() / "missing-dir" / "passwords.json";
+  const ChildResult result =
+      run({"-Passwords", path.string(), "alice"}, std::string(strongPassword) + "\n");
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.out.find("was updated"), std::string::npos);
+  EXPECT_TRUE(result.err.starts_with("ERROR: could not open \"" + path.string() + ".")) << result.err;
+  EXPECT_FALSE(std::filesystem::exists(directory_.path() / "missing-dir"));
+}
+
+}  // namespace
+}  // namespace korvane::setUserPassword
