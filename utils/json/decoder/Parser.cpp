@@ -100,7 +100,7 @@ bool Parser::more() {
   }
 }
 
-void Parser::skipWhitespace() {
+void Parser::skipWhitespaceSlow() {
   for (;;) {
     const auto span = stream_.buffered();
     const char* const begin = span.data();
@@ -216,6 +216,21 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   requireValue(id);
   const Position start = position();
   if (peek() != '"') failType("a string holding a UUID");
+  const auto span = stream_.buffered();
+  constexpr std::size_t quoted = core::Uuid::textLength + 2;
+  if (span.size() >= quoted && span[quoted - 1] == '"') {
+    // The common case: the whole string is buffered and holds no escapes.
+    const std::string_view text(span.data() + 1, core::Uuid::textLength);
+    bool plain = true;
+    for (const char c : text) plain = plain && plainStringByte[static_cast<unsigned char>(c)];
+    if (plain) {
+      const auto uuid = core::Uuid::fromString(text);
+      if (!uuid) fail(start, "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
+      stream_.consume(quoted);
+      pendingDone(id);
+      return *uuid;
+    }
+  }
   stream_.consume(1);
   char text[core::Uuid::textLength + 1];
   std::size_t length = 0;
@@ -278,12 +293,21 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t&
   const Position nameStart = position();
   stream_.consume(1);
   name.clear();
-  scanStringBody([&](const char* bytes, std::size_t count) {
-    if (count > maxNameLength - name.size()) {
-      fail(nameStart, core::format("member name longer than {} bytes", maxNameLength));
-    }
-    name.append(bytes, count);
-  });
+  // The common case: the whole name is buffered and holds no escapes.
+  const auto span = stream_.buffered();
+  std::size_t length = 0;
+  while (length < span.size() && plainStringByte[static_cast<unsigned char>(span[length])]) ++length;
+  if (length < span.size() && span[length] == '"' && length <= maxNameLength) {
+    name.assign(span.data(), length);
+    stream_.consume(length + 1);
+  } else {
+    scanStringBody([&](const char* bytes, std::size_t count) {
+      if (count > maxNameLength - name.size()) {
+        fail(nameStart, core::format("member name longer than {} bytes", maxNameLength));
+      }
+      name.append(bytes, count);
+    });
+  }
   skipWhitespace();
   if (peek() != ':') failFound("expected ':' after a member name");
   stream_.consume(1);

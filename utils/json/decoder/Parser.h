@@ -137,7 +137,12 @@ class Parser {
     if (!span.empty()) return static_cast<unsigned char>(span[0]);
     return more() ? static_cast<unsigned char>(stream_.buffered()[0]) : -1;
   }
-  void skipWhitespace();
+  void skipWhitespace() {
+    const auto span = stream_.buffered();
+    if (!span.empty() && static_cast<unsigned char>(span[0]) > ' ') return;
+    skipWhitespaceSlow();
+  }
+  void skipWhitespaceSlow();
 
   // Positions the parse at `frameId`, closing the views opened inside it.
   Frame& reachFrame(std::uint64_t frameId);
