@@ -407,8 +407,7 @@ void ConsoleWriter::interpretControl(Console& console) {
       break;
     }
     case 'J':
-      // Mode 0 stops one cell short of the end of the buffer: clearing the
-      // very last cell would scroll some consoles.
+      // Mode 0 leaves the buffer's very last cell alone, on purpose.
       if (n == 0) {
         fill((height - y) * width - x - 1, x, y);
       } else if (n == 1) {

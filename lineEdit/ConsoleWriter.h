@@ -20,6 +20,9 @@
 // colours come from the environment variable ANSICON_DEF (hexadecimal
 // console attribute, negative for reversed; "7" when unset).
 //
+// The graphic rendition starts as black on black without attributes until
+// the first "m" sequence; the tool's own output never changes colours.
+//
 // Thread safety: none; one thread writes at a time.
 #pragma once
 

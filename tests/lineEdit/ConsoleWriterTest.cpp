@@ -24,8 +24,7 @@ class ConsoleWriterTest : public ::testing::Test {
     EXPECT_EQ(consumed, bytes.size());
   }
 
-  // Row y of the screen as "0123456789"-like text: every cell is set to the
-  // letter of its row followed by its column digit pattern.
+  // Fills row y with the letter 'a' + y, so that moved and erased cells show.
   void fillScreen() {
     for (int y = 0; y < console_.height(); ++y) {
       for (int x = 0; x < console_.width(); ++x) {
