@@ -156,6 +156,12 @@ std::size_t wrappedColumnWidth(std::string_view text, std::size_t startColumn,
   std::size_t column = startColumn;
   std::size_t offset = 0;
   while (offset < text.size()) {
+    const unsigned char byte = byteAt(text, offset);
+    if (byte < 0x80 && byte != 0x1b) {  // plain ASCII: one column
+      ++column;
+      ++offset;
+      continue;
+    }
     const std::size_t escape = escapeSequenceLength(text, offset);
     if (escape != 0) {
       offset += escape;

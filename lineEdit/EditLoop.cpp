@@ -338,8 +338,15 @@ void EditLoop::refreshSingleLine() {
     end = next;
   }
   std::string_view visible = line.substr(start, end - start);
-  const std::size_t visiblePos = pos_ - start;
-  // Invalid UTF-8 may measure differently in pieces than as a whole.
+  std::size_t visiblePos = pos_ - start;
+  // Invalid UTF-8 (Ctrl+T swaps bytes) may measure differently in pieces
+  // than as a whole: check the window as it will be drawn.
+  while (visiblePos > 0 &&
+         promptColumns_ + columnWidth(visible.substr(0, visiblePos)) >= cols_) {
+    const std::size_t step = std::min(nextCharacterEnd(visible, 0), visiblePos);
+    visible.remove_prefix(step);
+    visiblePos -= step;
+  }
   while (visible.size() > visiblePos &&
          promptColumns_ + columnWidth(visible) > cols_) {
     visible = visible.substr(

@@ -1,0 +1,111 @@
+// Feeds arbitrary key streams to the edit loop and checks what must always
+// hold: the line stays within the buffer and NUL-terminated, and on one row
+// the prompt and the visible text never take more than the screen's width.
+//
+// Input: byte 0 selects the settings (bit 0 multi-line, bit 1 masked, bit 2
+// a filled history, bit 3 a wide prompt), byte 1 the width (1 to 128). The
+// rest is the key stream: a byte below 0xF0 is that key code, 0xF0 and above
+// takes the next two bytes as a UTF-16 code unit (low byte first). The bytes
+// read after an escape key come from the same stream.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lineEdit/CharacterWidth.h"
+#include "lineEdit/EditLoop.h"
+#include "lineEdit/EditTerminal.h"
+#include "lineEdit/History.h"
+
+namespace {
+
+using korvane::lineEdit::columnWidth;
+
+class FuzzTerminal : public korvane::lineEdit::EditTerminal {
+ public:
+  FuzzTerminal(const std::uint8_t* data, std::size_t size, int columns,
+               std::string_view prompt, bool checkWidth)
+      : data_(data), size_(size), columns_(columns), prompt_(prompt),
+        checkWidth_(checkWidth) {}
+
+  bool readKey(char16_t& key) override {
+    if (next_ == size_) return false;
+    const std::uint8_t byte = data_[next_++];
+    if (byte < 0xF0) {
+      key = byte;
+      return true;
+    }
+    if (size_ - next_ < 2) return false;
+    key = static_cast<char16_t>(data_[next_] | (data_[next_ + 1] << 8));
+    next_ += 2;
+    return true;
+  }
+
+  bool readByte(char& byte) override {
+    if (next_ == size_) return false;
+    byte = static_cast<char>(data_[next_++]);
+    return true;
+  }
+
+  bool write(std::string_view bytes) override {
+    if (checkWidth_ && !bytes.empty() && bytes[0] == '\r') checkRefresh(bytes);
+    return true;
+  }
+
+  int columns() override { return columns_; }
+
+ private:
+  // "\r", the prompt, the visible text, "\x1b[0K", "\r\x1b[<n>C".
+  void checkRefresh(std::string_view bytes) const {
+    if (bytes.substr(1, prompt_.size()) != prompt_) std::abort();
+    const std::size_t clear = bytes.find("\x1b[0K", 1 + prompt_.size());
+    if (clear == std::string_view::npos) std::abort();
+    const std::string_view visible =
+        bytes.substr(1 + prompt_.size(), clear - 1 - prompt_.size());
+    const std::size_t promptColumns = columnWidth(prompt_);
+    const auto width = static_cast<std::size_t>(columns_);
+    if (promptColumns >= width) return;
+    if (promptColumns + columnWidth(visible) > width) std::abort();
+    const std::size_t cursor = std::strtoul(
+        std::string(bytes.substr(clear + 7)).c_str(), nullptr, 10);
+    if (cursor >= width) std::abort();
+  }
+
+  const std::uint8_t* data_;
+  std::size_t size_;
+  std::size_t next_ = 0;
+  int columns_;
+  std::string_view prompt_;
+  bool checkWidth_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 2) return 0;
+  const std::uint8_t flags = data[0];
+  const int columns = data[1] % 128 + 1;
+  korvane::lineEdit::EditSettings settings;
+  settings.multiLine = (flags & 1) != 0;
+  settings.masked = (flags & 2) != 0;
+  const std::string_view prompt =
+      (flags & 8) != 0 ? "\x1b[1m\xe5\xaf\x86\xe7\xa0\x81\x1b[0m: " : "> ";
+
+  korvane::lineEdit::History history;
+  if ((flags & 4) != 0) {
+    history.add("first");
+    history.add("\xe4\xb8\xad\xcc\x81x");
+    history.add(std::string(5000, 'h'));  // longer than the buffer
+  }
+  FuzzTerminal terminal(data + 2, size - 2, columns, prompt,
+                        !settings.multiLine);
+  std::vector<char> buffer(korvane::lineEdit::EditLoop::kBufferSize);
+  korvane::lineEdit::EditLoop loop(terminal, settings, history);
+  const int result = loop.run(buffer, prompt);
+  if (result < -1 || result > static_cast<int>(buffer.size()) - 1) std::abort();
+  if (result >= 0 && buffer[static_cast<std::size_t>(result)] != '\0') std::abort();
+  if (history.size() > korvane::lineEdit::History::kMaxLength) std::abort();
+  return 0;
+}
