@@ -54,11 +54,24 @@ class Sha256 {
                                           0xa54ff53a, 0x510e527f, 0x9b05688c,
                                           0x1f83d9ab, 0x5be0cd19};
 
+  // Working space of the compression function. It holds words derived
+  // from the message; wipe() it when that is secret.
+  struct Scratch {
+    std::array<std::uint32_t, 16> words;
+    void wipe() noexcept;
+  };
+
   // The compression function: folds `blockCount` whole 64-byte blocks
   // into `state`. For callers that lay out padded messages themselves.
+  // This form wipes its working space before returning.
   // REQUIRES: blocks holds blockCount * kBlockLength bytes.
   static void compress(State& state, const unsigned char* blocks,
                        std::size_t blockCount) noexcept;
+
+  // As above, with the caller's working space left as it is, so that a
+  // caller compressing many messages wipes it once at the end.
+  static void compress(State& state, const unsigned char* blocks, std::size_t blockCount,
+                       Scratch& scratch) noexcept;
 
  private:
   State state_;

@@ -55,11 +55,24 @@ class Sha512 {
       0xa54ff53a5f1d36f1ULL, 0x510e527fade682d1ULL, 0x9b05688c2b3e6c1fULL,
       0x1f83d9abfb41bd6bULL, 0x5be0cd19137e2179ULL};
 
+  // Working space of the compression function. It holds words derived
+  // from the message; wipe() it when that is secret.
+  struct Scratch {
+    alignas(16) std::array<std::uint64_t, 160> words;
+    void wipe() noexcept;
+  };
+
   // The compression function: folds `blockCount` whole 128-byte blocks
   // into `state`. For callers that lay out padded messages themselves.
+  // This form wipes its working space before returning.
   // REQUIRES: blocks holds blockCount * kBlockLength bytes.
   static void compress(State& state, const unsigned char* blocks,
                        std::size_t blockCount) noexcept;
+
+  // As above, with the caller's working space left as it is, so that a
+  // caller compressing many messages wipes it once at the end.
+  static void compress(State& state, const unsigned char* blocks, std::size_t blockCount,
+                       Scratch& scratch) noexcept;
 
  private:
   State state_;

@@ -64,17 +64,44 @@ inline void storeBigEndian(unsigned char* bytes, Word word) noexcept {
   std::memcpy(bytes, &word, sizeof word);
 }
 
-// Hashes the messages of the rounds loop. Each message is assembled block
-// by block in one fixed buffer and compressed as soon as a block is full,
-// so that repeated digests (P and S) are fed as slices without ever being
-// built, and nothing is sized by the key or salt.
+// Writes the padding behind `used` message bytes in `area` (two blocks):
+// 0x80, zero bytes and the message length in bits in the last
+// 2 * sizeof(Word) bytes of the first block that has room for them.
+// Returns the number of blocks to compress.
+// REQUIRES: used + 1 + 2 * sizeof(Word) <= 2 * Hash::kBlockLength.
 template <typename Hash>
-class RoundHasher {
+std::size_t writePadding(unsigned char* area, std::size_t used,
+                         std::size_t messageLength) noexcept {
+  using Word = typename Hash::State::value_type;
+  constexpr std::size_t kBlock = Hash::kBlockLength;
+  constexpr std::size_t kLengthField = 2 * sizeof(Word);
+  const std::size_t blocks = used + 1 + kLengthField <= kBlock ? 1 : 2;
+  const std::size_t end = blocks * kBlock;
+  area[used] = 0x80;
+  std::memset(area + used + 1, 0, end - used - 1 - 8);
+  // Bit counts fit in 64 bits for any message that fits in memory.
+  storeBigEndian<std::uint64_t>(area + end - 8, static_cast<std::uint64_t>(messageLength) << 3);
+  return blocks;
+}
+
+template <typename Hash>
+void storeState(const typename Hash::State& state, typename Hash::Digest& digest) noexcept {
+  using Word = typename Hash::State::value_type;
+  for (std::size_t i = 0; i < state.size(); ++i) {
+    storeBigEndian<Word>(digest.data() + sizeof(Word) * i, state[i]);
+  }
+}
+
+// Hashes a message assembled piece by piece, block by block in one fixed
+// buffer, compressing each block as soon as it is full. Repeated digests
+// (P and S) are fed as slices without ever being built, so nothing is
+// sized by the key or salt.
+template <typename Hash>
+class MessageWriter {
  public:
   static constexpr std::size_t kBlock = Hash::kBlockLength;
   static constexpr std::size_t kDigest = Hash::kDigestLength;
   using Digest = typename Hash::Digest;
-  using Word = typename Hash::State::value_type;
 
   void start() noexcept {
     state_ = Hash::kInitialState;
@@ -91,7 +118,7 @@ class RoundHasher {
       bytes += take;
       length -= take;
       if (filled_ == kBlock) {
-        Hash::compress(state_, block_.data(), 1);
+        Hash::compress(state_, block_.data(), 1, scratch_);
         filled_ = 0;
       }
     }
@@ -104,36 +131,135 @@ class RoundHasher {
   }
 
   void finish(Digest& digest) noexcept {
-    // 0x80, zero bytes and the bit length in the last 2 * sizeof(Word) bytes.
-    constexpr std::size_t kLengthField = 2 * sizeof(Word);
-    block_[filled_++] = 0x80;
-    if (filled_ > kBlock - kLengthField) {
-      std::memset(block_.data() + filled_, 0, kBlock - filled_);
-      Hash::compress(state_, block_.data(), 1);
-      filled_ = 0;
-    }
-    std::memset(block_.data() + filled_, 0, kBlock - kLengthField - filled_);
-    const std::uint64_t bits = static_cast<std::uint64_t>(total_) << 3;
-    if constexpr (sizeof(Word) == 8) {
-      storeBigEndian<std::uint64_t>(block_.data() + kBlock - 16, static_cast<std::uint64_t>(total_) >> 61);
-      storeBigEndian<std::uint64_t>(block_.data() + kBlock - 8, bits);
-    } else {
-      storeBigEndian<std::uint64_t>(block_.data() + kBlock - 8, bits);
-    }
-    Hash::compress(state_, block_.data(), 1);
-    for (std::size_t i = 0; i < state_.size(); ++i) {
-      storeBigEndian<Word>(digest.data() + sizeof(Word) * i, state_[i]);
-    }
+    const std::size_t blocks = writePadding<Hash>(block_.data(), filled_, total_);
+    Hash::compress(state_, block_.data(), blocks, scratch_);
+    storeState<Hash>(state_, digest);
   }
+
+  // The chaining value after the whole blocks added so far, and the bytes
+  // of the partial block behind them.
+  const typename Hash::State& state() const noexcept { return state_; }
+  const unsigned char* tail() const noexcept { return block_.data(); }
+  std::size_t tailLength() const noexcept { return filled_; }
+  // Working space of the compression function, shared with the rounds loop.
+  typename Hash::Scratch& scratch() noexcept { return scratch_; }
 
   void wipe() noexcept { utils::core::secureZero(this, sizeof *this); }
 
  private:
   typename Hash::State state_;
-  alignas(16) std::array<unsigned char, kBlock> block_;
+  // Two blocks, so that finish() can pad in place.
+  alignas(16) std::array<unsigned char, 2 * kBlock> block_;
   std::size_t filled_ = 0;
   std::size_t total_ = 0;
+  typename Hash::Scratch scratch_;
 };
+
+// The last one or two blocks of a round's message, laid out once with their
+// padding: per round only the running digest R is copied in at its place,
+// and the blocks are compressed from a chaining value computed beforehand.
+template <typename Hash>
+struct PreparedMessage {
+  typename Hash::State start;
+  alignas(16) std::array<unsigned char, 2 * Hash::kBlockLength> blocks;
+  std::size_t digestOffset;
+  std::size_t blockCount;  // 0: the message is too long to lay out
+};
+
+// The inputs of the rounds loop: P and S given by the digests DP and DS
+// repeated to the key and salt lengths.
+template <typename Hash>
+struct RoundInputs {
+  const typename Hash::Digest& keyDigest;
+  std::size_t keyLength;
+  const typename Hash::Digest& saltDigest;
+  std::size_t saltLength;
+};
+
+// Round i hashes (odd i) P [S] [P] R or (even i) R [S] [P] P, with S when
+// i is not a multiple of 3 and the middle P when i is not a multiple of 7.
+// So there are eight message shapes, and in each only R changes. Returns
+// the index of the shape of round i.
+inline std::size_t shapeOf(std::size_t round) noexcept {
+  return (round & 1) | (round % 3 != 0 ? 2U : 0U) | (round % 7 != 0 ? 4U : 0U);
+}
+
+// Writes `length` bytes of `digest` repeated end to end; returns the end.
+template <typename Hash>
+unsigned char* copyRepeated(unsigned char* out, const typename Hash::Digest& digest,
+                            std::size_t length) noexcept {
+  for (; length > digest.size(); length -= digest.size()) {
+    out = std::copy(digest.begin(), digest.end(), out);
+  }
+  return std::copy_n(digest.begin(), length, out);
+}
+
+// Lays out the message of one shape. Odd shapes start with constant bytes:
+// their whole blocks are compressed here once, leaving at most one partial
+// block, R and the padding. Even shapes start with R; they are laid out
+// only when R, the rest and the padding fit in two blocks.
+template <typename Hash>
+void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>& writer,
+             PreparedMessage<Hash>& message) noexcept {
+  constexpr std::size_t kDigest = Hash::kDigestLength;
+  const bool odd = (shape & 1) != 0;
+  const std::size_t middle = ((shape & 2) != 0 ? in.saltLength : 0) +
+                             ((shape & 4) != 0 ? in.keyLength : 0);
+  const std::size_t total = kDigest + in.keyLength + middle;
+  writer.start();
+  if (odd) {
+    writer.addRepeated(in.keyDigest, in.keyLength);
+    if ((shape & 2) != 0) writer.addRepeated(in.saltDigest, in.saltLength);
+    if ((shape & 4) != 0) writer.addRepeated(in.keyDigest, in.keyLength);
+    message.start = writer.state();
+    const std::size_t tail = writer.tailLength();
+    std::memcpy(message.blocks.data(), writer.tail(), tail);
+    message.digestOffset = tail;
+    message.blockCount = writePadding<Hash>(message.blocks.data(), tail + kDigest, total);
+    return;
+  }
+  constexpr std::size_t kLengthField = 2 * sizeof(typename Hash::State::value_type);
+  if (total + 1 + kLengthField > message.blocks.size()) {
+    message.blockCount = 0;
+    return;
+  }
+  unsigned char* out = message.blocks.data() + kDigest;
+  if ((shape & 2) != 0) out = copyRepeated<Hash>(out, in.saltDigest, in.saltLength);
+  if ((shape & 4) != 0) out = copyRepeated<Hash>(out, in.keyDigest, in.keyLength);
+  copyRepeated<Hash>(out, in.keyDigest, in.keyLength);
+  message.start = Hash::kInitialState;
+  message.digestOffset = 0;
+  message.blockCount = writePadding<Hash>(message.blocks.data(), total, total);
+}
+
+// Runs the rounds loop on the running digest R.
+template <typename Hash>
+void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::Digest& running,
+               MessageWriter<Hash>& writer, std::array<PreparedMessage<Hash>, 8>& shapes) noexcept {
+  constexpr std::size_t kDigest = Hash::kDigestLength;
+  for (std::size_t shape = 0; shape < shapes.size(); ++shape) {
+    prepare(shape, in, writer, shapes[shape]);
+  }
+  typename Hash::State state;
+  for (std::size_t i = 0; i < rounds; ++i) {
+    PreparedMessage<Hash>& message = shapes[shapeOf(i)];
+    if (message.blockCount != 0) {
+      std::memcpy(message.blocks.data() + message.digestOffset, running.data(), kDigest);
+      state = message.start;
+      Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
+      storeState<Hash>(state, running);
+      continue;
+    }
+    // An even round whose message is too long to lay out: R [S] [P] P.
+    writer.start();
+    writer.add(running.data(), kDigest);
+    if (i % 3 != 0) writer.addRepeated(in.saltDigest, in.saltLength);
+    if (i % 7 != 0) writer.addRepeated(in.keyDigest, in.keyLength);
+    writer.addRepeated(in.keyDigest, in.keyLength);
+    writer.finish(running);
+  }
+  utils::core::secureZero(&state, sizeof state);
+}
 
 // Copies like stpncpy over `count` bytes: stops at a NUL of `source` (or
 // after its `sourceLength` bytes), fills the rest of the span with NUL bytes
@@ -219,7 +345,8 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
   Digest running;
   Digest keyDigest;
   Digest saltDigest;
-  RoundHasher<Hash> hasher;
+  MessageWriter<Hash> writer;
+  std::array<PreparedMessage<Hash>, 8> shapes;
 
   // Digest B: key, salt, key.
   alternate.update(key);
@@ -253,30 +380,16 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
   for (std::size_t i = 0; i < 16U + running[0]; ++i) context.update(salt);
   context.finish(saltDigest);
 
-  for (std::size_t i = 0; i < rounds; ++i) {
-    const bool odd = (i & 1) != 0;
-    hasher.start();
-    if (odd) {
-      hasher.addRepeated(keyDigest, keyLength);
-    } else {
-      hasher.add(running.data(), kDigest);
-    }
-    if (i % 3 != 0) hasher.addRepeated(saltDigest, saltLength);
-    if (i % 7 != 0) hasher.addRepeated(keyDigest, keyLength);
-    if (odd) {
-      hasher.add(running.data(), kDigest);
-    } else {
-      hasher.addRepeated(keyDigest, keyLength);
-    }
-    hasher.finish(running);
-  }
+  runRounds<Hash>(rounds, {keyDigest, keyLength, saltDigest, saltLength}, running, writer,
+                  shapes);
 
   char* const result =
       writeHashString<Scheme>(running, saltText, saltLength, rounds, roundsCustom, buffer, bufferLength);
 
   context.wipe();
   alternate.wipe();
-  hasher.wipe();
+  writer.wipe();
+  utils::core::secureZero(&shapes, sizeof shapes);
   utils::core::secureZero(std::span(alternateDigest));
   utils::core::secureZero(std::span(running));
   utils::core::secureZero(std::span(keyDigest));
