@@ -11,7 +11,6 @@
 #include "setUserPassword/PasswordStrength.h"
 #include "setUserPassword/UserConfiguration.h"
 #include "utils/core/Format.h"
-#include "utils/core/SecureZero.h"
 #include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/io/FileReplacement.h"
@@ -32,11 +31,7 @@ constexpr std::string_view answerPrompt =
     "Please answer \"y\" or \"n\", or press Return to accept the default of \"n\".";
 
 // Copies a line the editor returned and zeroes the ordinary string's bytes.
-SecureString takeLine(std::string line) {
-  SecureString secure(line);
-  utils::core::secureZero(line.data(), line.capacity());
-  return secure;
-}
+SecureString takeLine(std::string line) { return SecureString::consume(line); }
 
 std::string toLowerClassic(std::string text) {
   const std::locale& classic = std::locale::classic();

@@ -10,27 +10,63 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "setUserPassword/ZeroingAllocator.h"
+#include "utils/core/SecureZero.h"
 
 namespace korvane::setUserPassword {
 
-class SecureString {
+template <typename Allocator>
+class BasicSecureString {
  public:
-  using String = std::basic_string<char, std::char_traits<char>, ZeroingAllocator<char>>;
+  using String = std::basic_string<char, std::char_traits<char>, Allocator>;
 
-  SecureString() = default;
-  explicit SecureString(std::string_view text) : text_(text) {}
-  SecureString(const SecureString& other) : text_(other.text_) {}
-  SecureString(SecureString&& other) noexcept;
-  SecureString& operator=(const SecureString& other);
-  SecureString& operator=(SecureString&& other) noexcept;
-  ~SecureString() { wipe(); }
+  BasicSecureString() = default;
+  explicit BasicSecureString(std::string_view text) : text_(text) {}
+  BasicSecureString(const BasicSecureString& other) : text_(other.text_) {}
+  BasicSecureString(BasicSecureString&& other) noexcept : text_(std::move(other.text_)) {
+    // A short string is copied, not stolen: its bytes stay in the source.
+    other.wipe();
+  }
+  BasicSecureString& operator=(const BasicSecureString& other) {
+    if (this != &other) {
+      wipe();
+      text_ = other.text_;
+    }
+    return *this;
+  }
+  BasicSecureString& operator=(BasicSecureString&& other) noexcept {
+    if (this != &other) {
+      wipe();
+      text_ = std::move(other.text_);
+      other.wipe();
+    }
+    return *this;
+  }
+  ~BasicSecureString() { wipe(); }
+
+  // Copies `line` and zeroes the ordinary string's bytes, leaving it empty:
+  // for text that arrived in a std::string, such as an editor's line.
+  static BasicSecureString consume(std::string& line) {
+    BasicSecureString secure(line);
+    utils::core::secureZero(line.data(), line.capacity());
+    line.clear();
+    return secure;
+  }
 
   // Zeroes and releases everything the string holds; it is empty afterwards.
-  void wipe() noexcept;
+  void wipe() noexcept {
+    // The characters first, wherever they are; then the heap block goes
+    // back through the zeroing allocator; then the object's own bytes are
+    // zeroed and an empty string is made in their place.
+    utils::core::secureZero(text_.data(), text_.capacity());
+    std::destroy_at(&text_);
+    utils::core::secureZero(&text_, sizeof text_);
+    std::construct_at(&text_);
+  }
 
   void reserve(std::size_t capacity) { text_.reserve(capacity); }
   void push_back(char c) { text_.push_back(c); }
@@ -42,7 +78,7 @@ class SecureString {
   std::string_view view() const noexcept { return {text_.data(), text_.size()}; }
 
   // Same length and same bytes.
-  friend bool operator==(const SecureString& a, const SecureString& b) noexcept {
+  friend bool operator==(const BasicSecureString& a, const BasicSecureString& b) noexcept {
     return a.view() == b.view();
   }
 
@@ -52,5 +88,7 @@ class SecureString {
  private:
   String text_;
 };
+
+using SecureString = BasicSecureString<ZeroingAllocator<char>>;
 
 }  // namespace korvane::setUserPassword

@@ -1,7 +1,9 @@
-// ZeroingAllocator: a standard allocator that overwrites every block with
-// zeros before giving it back, so that freed memory never keeps a password.
+// ZeroingAllocator: an allocator that overwrites every block with zeros
+// before giving it back, so that freed memory never keeps a password.
+// `Base` does the allocating (std::allocator; tests put a recording one
+// there to see what is released).
 //
-// Thread safety: stateless; as std::allocator.
+// Thread safety: as `Base`.
 #pragma once
 
 #include <cstddef>
@@ -11,20 +13,25 @@
 
 namespace korvane::setUserPassword {
 
-template <typename T>
+template <typename T, typename Base = std::allocator<T>>
 class ZeroingAllocator {
  public:
   using value_type = T;
+  template <typename U>
+  struct rebind {
+    using other =
+        ZeroingAllocator<U, typename std::allocator_traits<Base>::template rebind_alloc<U>>;
+  };
 
   ZeroingAllocator() noexcept = default;
-  template <typename U>
-  ZeroingAllocator(const ZeroingAllocator<U>&) noexcept {}  // NOLINT: rebinding
+  template <typename U, typename UBase>
+  ZeroingAllocator(const ZeroingAllocator<U, UBase>&) noexcept {}  // NOLINT: rebinding
 
-  T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
+  T* allocate(std::size_t count) { return Base().allocate(count); }
 
   void deallocate(T* block, std::size_t count) noexcept {
     utils::core::secureZero(block, count * sizeof(T));
-    std::allocator<T>().deallocate(block, count);
+    Base().deallocate(block, count);
   }
 
   friend bool operator==(const ZeroingAllocator&, const ZeroingAllocator&) noexcept { return true; }

@@ -90,9 +90,9 @@ void Uuid::toStringInternal<char>(char* out) const {
 }
 
 template <>
-std::expected<Uuid, std::error_code> Uuid::fromStringInternal<char>(const char* text,
+Expected<Uuid, std::error_code> Uuid::fromStringInternal<char>(const char* text,
                                                                     std::size_t length) {
-  const auto invalid = std::unexpected(std::make_error_code(std::errc::invalid_argument));
+  const auto invalid = makeUnexpected(std::make_error_code(std::errc::invalid_argument));
   if (length != textLength) return invalid;
   Bytes bytes{};
   std::size_t byte = 0;

@@ -10,10 +10,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <expected>
 #include <string_view>
 #include <system_error>
 
+#include "utils/core/Expected.h"
 #include "utils/core/Format.h"
 #include "utils/string/BasicFixedString.h"
 
@@ -49,10 +49,10 @@ class Uuid {
   // Parses the 36-character text form; std::errc::invalid_argument for any
   // other text.
   template <typename CharT>
-  static std::expected<Uuid, std::error_code> fromStringInternal(const CharT* text,
+  static Expected<Uuid, std::error_code> fromStringInternal(const CharT* text,
                                                                  std::size_t length);
 
-  static std::expected<Uuid, std::error_code> fromString(std::string_view text);
+  static Expected<Uuid, std::error_code> fromString(std::string_view text);
 
  private:
   Bytes bytes_{};
@@ -61,10 +61,10 @@ class Uuid {
 template <>
 void Uuid::toStringInternal<char>(char* out) const;
 template <>
-std::expected<Uuid, std::error_code> Uuid::fromStringInternal<char>(const char* text,
+Expected<Uuid, std::error_code> Uuid::fromStringInternal<char>(const char* text,
                                                                     std::size_t length);
 
-inline std::expected<Uuid, std::error_code> Uuid::fromString(std::string_view text) {
+inline Expected<Uuid, std::error_code> Uuid::fromString(std::string_view text) {
   return fromStringInternal<char>(text.data(), text.size());
 }
 
