@@ -1,0 +1,146 @@
+// A process that replaces a large password file again and again is killed
+// (SIGKILL) at random moments. Whenever it dies, the password file must be
+// whole: it parses, and it is either the last version known to be written
+// or the one after it, never a mixture or a truncated file. Temporary files
+// of the interrupted replacement may remain beside it.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <charconv>
+#include <chrono>
+#include <iostream>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "tests/hardening/Installation.h"
+#include "utils/core/Format.h"
+
+namespace korvane::hardening {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using testing::ChildProcess;
+
+constexpr int entryCount = 200000;
+constexpr int maxIterations = 200;
+constexpr auto timeBudget = std::chrono::seconds(20);
+
+std::string entryUuid(int index) {
+  return utils::core::format("{:08x}-2222-4333-8444-{:012x}", index, index * 31);
+}
+
+std::string middleValue(int index) {
+  return utils::core::format("$6$salt{:06}${:0>86}", index, index);
+}
+
+std::string generationValue(unsigned long generation) {
+  return "generation " + std::to_string(generation);
+}
+
+void writeInitialFile(const std::filesystem::path& path) {
+  std::string text = "{\n  \"$schema\": \"x\"";
+  text.reserve(static_cast<std::size_t>(entryCount) * 130);
+  for (int i = 0; i < entryCount; ++i) {
+    const bool edge = i == 0 || i == entryCount - 1;
+    text += utils::core::format(",\n  \"{}\": \"{}\"", entryUuid(i),
+                                edge ? generationValue(0) : middleValue(i));
+  }
+  text += "\n}\n";
+  testing::writeFile(path, text);
+}
+
+// The generation the whole file holds; fails the test when the file is not
+// one complete version.
+unsigned long checkWhole(const std::filesystem::path& path) {
+  setUserPassword::PasswordFile file(path);
+  file.read();
+  const auto& entries = file.entries();
+  EXPECT_EQ(entries.size(), static_cast<std::size_t>(entryCount) + 1);
+  if (entries.size() != static_cast<std::size_t>(entryCount) + 1) return 0;
+  const std::string& first = entries[1].value;
+  EXPECT_EQ(entries.back().value, first) << "first and last entries from different versions";
+  for (int i = 1; i + 1 < entryCount; ++i) {
+    const auto& entry = entries[static_cast<std::size_t>(i) + 1];
+    if (entry.name != entryUuid(i) || entry.value != middleValue(i)) {
+      ADD_FAILURE() << "entry " << i << " changed: " << entry.name << " " << entry.value;
+      return 0;
+    }
+  }
+  unsigned long generation = 0;
+  std::from_chars(first.data() + 11, first.data() + first.size(), generation);
+  return generation;
+}
+
+unsigned long lastReported(const std::string& output, unsigned long known) {
+  const std::size_t at = output.rfind("wrote ");
+  if (at == std::string::npos) return known;
+  unsigned long generation = known;
+  std::from_chars(output.data() + at + 6, output.data() + output.size(), generation);
+  return generation;
+}
+
+TEST(CrashSafetyTest, KilledReplacementLeavesOldOrNewFile) {
+  testing::TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeInitialFile(path);
+
+  // One undisturbed round tells how long a replacement takes.
+  auto cycle = std::chrono::milliseconds(0);
+  {
+    ChildProcess::Options options;
+    options.arguments = {path.string()};
+    ChildProcess calibration(KORVANE_REWRITER_PROGRAM, std::move(options));
+    ASSERT_TRUE(calibration.expect("ready\n", std::chrono::seconds(60)));
+    ASSERT_TRUE(calibration.expect("wrote 1\n", std::chrono::seconds(60)));
+    const auto start = Clock::now();
+    ASSERT_TRUE(calibration.expect("wrote 2\n", std::chrono::seconds(60)));
+    cycle = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+    calibration.signal(SIGKILL);
+    calibration.wait();
+  }
+  unsigned long known = checkWhole(path);
+  ASSERT_GE(known, 2u);
+
+  std::mt19937 random(20240611);
+  std::uniform_int_distribution<long> delay(0, std::max<long>(1, cycle.count() * 3));
+  const auto deadline = Clock::now() + timeBudget;
+  int iterations = 0;
+  int torn = 0;
+  int advanced = 0;
+  while (iterations < maxIterations && Clock::now() < deadline) {
+    ++iterations;
+    ChildProcess::Options options;
+    options.arguments = {path.string()};
+    ChildProcess rewriter(KORVANE_REWRITER_PROGRAM, std::move(options));
+    ASSERT_TRUE(rewriter.expect("ready\n", std::chrono::seconds(60)));
+    std::this_thread::sleep_for(std::chrono::milliseconds(delay(random)));
+    rewriter.signal(SIGKILL);
+    const auto result = rewriter.wait();
+    ASSERT_EQ(result.signal, SIGKILL) << result.err;
+    const unsigned long reported = lastReported(result.out, known);
+    const unsigned long found = checkWhole(path);
+    ASSERT_FALSE(::testing::Test::HasFailure()) << "after kill " << iterations;
+    // The version after the last reported one may be in place already.
+    ASSERT_TRUE(found == reported || found == reported + 1)
+        << "found generation " << found << ", last reported " << reported;
+    if (found > known) ++advanced;
+    known = found;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+      if (entry.path() != path) {
+        ++torn;
+        std::filesystem::remove(entry.path());
+      }
+    }
+  }
+  std::cout << "crash safety: " << iterations << " kills of a " << entryCount
+            << "-entry replacement (one round " << cycle.count() << " ms), " << advanced
+            << " after a completed replacement, " << torn << " temporary files left behind"
+            << std::endl;
+  ::testing::Test::RecordProperty("killIterations", iterations);
+  EXPECT_GE(iterations, 10);
+}
+
+}  // namespace
+}  // namespace korvane::hardening

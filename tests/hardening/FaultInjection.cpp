@@ -1,0 +1,329 @@
+// A preloadable library (LD_PRELOAD) that makes one chosen system call of
+// the program under test fail, so that the tests can see what the program
+// does when a disk fills up, a device reports an I/O error, a permission is
+// refused or a call is interrupted — things that cannot be provoked for
+// real when the tests run as root.
+//
+// Configuration, read from the environment once:
+//   KORVANE_FAULT=<call>:<n>:<action>   the n-th (1-based) call of <call>
+//       fails. <call> is open, read, write, fsync, rename, close, flock,
+//       fchmod or fchown (each covers its variants: openat, fdatasync,
+//       renameat, ...). <action> is an errno name (ENOSPC, EIO, EACCES,
+//       EINTR, EROFS, EDQUOT, EPERM) or STALL, which blocks the call forever
+//       (to catch the program in the middle of its work).
+//   KORVANE_FAULT_DIR=<dir>   only calls on <dir> itself, on paths below it
+//       and on descriptors opened there count; the loader's and the C
+//       library's own calls are left alone.
+//   KORVANE_FAULT_REPORT=<file>   when the fault strikes, one line is
+//       appended: "<call> <path> <written> <afterRename>", where <written>
+//       tells whether the descriptor was opened for writing and
+//       <afterRename> whether a rename into <dir> had already succeeded.
+//
+// Every failing call behaves as the kernel would: a failing close still
+// releases the descriptor; other calls do nothing before failing.
+//
+// Thread safety: none needed; the program under test has one thread.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+enum Call { callOpen, callRead, callWrite, callFsync, callRename, callClose, callFlock,
+            callFchmod, callFchown, callCount };
+
+constexpr const char* callNames[callCount] = {"open",   "read",  "write",  "fsync", "rename",
+                                              "close",  "flock", "fchmod", "fchown"};
+
+constexpr int stallAction = -1;
+constexpr int maxTracked = 1024;
+constexpr std::size_t maxPath = 512;
+
+struct Tracked {
+  bool inDirectory;
+  bool written;
+  char path[maxPath];
+};
+
+struct Configuration {
+  bool loaded = false;
+  int call = -1;
+  long index = 0;
+  int action = 0;
+  char directory[maxPath] = {};
+  std::size_t directoryLength = 0;
+  char report[maxPath] = {};
+};
+
+Configuration configuration;
+long seen[callCount];
+bool fired = false;
+bool afterRename = false;
+Tracked tracked[maxTracked];
+
+template <typename Function>
+Function next(const char* name) {
+  return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
+}
+
+int errnoByName(const char* name) {
+  static constexpr struct {
+    const char* name;
+    int value;
+  } names[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},       {"EACCES", EACCES}, {"EINTR", EINTR},
+               {"EROFS", EROFS},   {"EDQUOT", EDQUOT}, {"EPERM", EPERM},   {"STALL", stallAction}};
+  for (const auto& entry : names) {
+    if (std::strcmp(entry.name, name) == 0) return entry.value;
+  }
+  return std::atoi(name);
+}
+
+void copyBounded(char* to, const char* from) {
+  std::strncpy(to, from, maxPath - 1);
+  to[maxPath - 1] = '\0';
+}
+
+void load() {
+  if (configuration.loaded) return;
+  configuration.loaded = true;
+  const char* fault = std::getenv("KORVANE_FAULT");
+  const char* directory = std::getenv("KORVANE_FAULT_DIR");
+  if (fault == nullptr || directory == nullptr) return;
+  char spec[128];
+  std::strncpy(spec, fault, sizeof spec - 1);
+  spec[sizeof spec - 1] = '\0';
+  char* firstColon = std::strchr(spec, ':');
+  char* secondColon = firstColon ? std::strchr(firstColon + 1, ':') : nullptr;
+  if (secondColon == nullptr) return;
+  *firstColon = '\0';
+  *secondColon = '\0';
+  for (int call = 0; call < callCount; ++call) {
+    if (std::strcmp(spec, callNames[call]) == 0) configuration.call = call;
+  }
+  configuration.index = std::atol(firstColon + 1);
+  configuration.action = errnoByName(secondColon + 1);
+  copyBounded(configuration.directory, directory);
+  configuration.directoryLength = std::strlen(configuration.directory);
+  if (const char* report = std::getenv("KORVANE_FAULT_REPORT")) {
+    copyBounded(configuration.report, report);
+  }
+}
+
+bool isInDirectory(const char* path) {
+  load();
+  const std::size_t length = configuration.directoryLength;
+  if (path == nullptr || length == 0) return false;
+  if (std::strncmp(path, configuration.directory, length) != 0) return false;
+  return path[length] == '\0' || path[length] == '/';
+}
+
+bool isTrackedDescriptor(int fd) {
+  return fd >= 0 && fd < maxTracked && tracked[fd].inDirectory;
+}
+
+void writeReport(const char* path, bool written) {
+  if (configuration.report[0] == '\0') return;
+  const auto realOpen = next<int (*)(const char*, int, ...)>("open");
+  const auto realWrite = next<ssize_t (*)(int, const void*, size_t)>("write");
+  const auto realClose = next<int (*)(int)>("close");
+  const int fd = realOpen(configuration.report, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  if (fd < 0) return;
+  char line[maxPath + 64];
+  const int length = std::snprintf(line, sizeof line, "%s %s %d %d\n",
+                                   callNames[configuration.call], path ? path : "-",
+                                   written ? 1 : 0, afterRename ? 1 : 0);
+  if (length > 0) realWrite(fd, line, static_cast<size_t>(length));
+  realClose(fd);
+}
+
+// Counts a call of interest; true when this one is to fail (errno is set).
+// A stalled call never returns.
+bool strikes(Call call, const char* path, bool written) {
+  load();
+  if (configuration.call != call || fired) return false;
+  if (++seen[call] != configuration.index) return false;
+  fired = true;
+  writeReport(path, written);
+  if (configuration.action == stallAction) {
+    for (;;) ::pause();
+  }
+  errno = configuration.action;
+  return true;
+}
+
+bool strikesDescriptor(Call call, int fd) {
+  if (!isTrackedDescriptor(fd)) return false;
+  return strikes(call, tracked[fd].path, tracked[fd].written);
+}
+
+void track(int fd, const char* path, int flags) {
+  if (fd < 0 || fd >= maxTracked) return;
+  tracked[fd].inDirectory = isInDirectory(path);
+  tracked[fd].written = (flags & O_ACCMODE) != O_RDONLY;
+  if (tracked[fd].inDirectory) copyBounded(tracked[fd].path, path);
+}
+
+mode_t modeArgument(int flags, va_list arguments) {
+  return (flags & (O_CREAT | O_TMPFILE)) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
+}
+
+int openAt(const char* name, int dirfd, const char* path, int flags, mode_t mode) {
+  // Relative paths against another directory descriptor are not followed.
+  const bool interesting = (dirfd == AT_FDCWD || path[0] == '/') && isInDirectory(path);
+  if (interesting && strikes(callOpen, path, (flags & O_ACCMODE) != O_RDONLY)) return -1;
+  const auto real = next<int (*)(int, const char*, int, ...)>(name);
+  const int fd = real(dirfd, path, flags, mode);
+  if (fd >= 0) track(fd, interesting ? path : "", flags);
+  return fd;
+}
+
+int openPlain(const char* name, const char* path, int flags, mode_t mode) {
+  const bool interesting = isInDirectory(path);
+  if (interesting && strikes(callOpen, path, (flags & O_ACCMODE) != O_RDONLY)) return -1;
+  const auto real = next<int (*)(const char*, int, ...)>(name);
+  const int fd = real(path, flags, mode);
+  if (fd >= 0) track(fd, interesting ? path : "", flags);
+  return fd;
+}
+
+int renameChecked(bool interesting, const char* path, int (*perform)(const void*), const void* data) {
+  if (interesting && strikes(callRename, path, true)) return -1;
+  const int result = perform(data);
+  if (result == 0 && interesting) afterRename = true;
+  return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeArgument(flags, arguments);
+  va_end(arguments);
+  return openPlain("open", path, flags, mode);
+}
+
+int open64(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeArgument(flags, arguments);
+  va_end(arguments);
+  return openPlain("open64", path, flags, mode);
+}
+
+int __open_2(const char* path, int flags) { return openPlain("open", path, flags, 0); }
+int __open64_2(const char* path, int flags) { return openPlain("open64", path, flags, 0); }
+
+int openat(int dirfd, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeArgument(flags, arguments);
+  va_end(arguments);
+  return openAt("openat", dirfd, path, flags, mode);
+}
+
+int openat64(int dirfd, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = modeArgument(flags, arguments);
+  va_end(arguments);
+  return openAt("openat64", dirfd, path, flags, mode);
+}
+
+ssize_t read(int fd, void* buffer, size_t size) {
+  if (strikesDescriptor(callRead, fd)) return -1;
+  return next<ssize_t (*)(int, void*, size_t)>("read")(fd, buffer, size);
+}
+
+ssize_t write(int fd, const void* buffer, size_t size) {
+  if (strikesDescriptor(callWrite, fd)) return -1;
+  return next<ssize_t (*)(int, const void*, size_t)>("write")(fd, buffer, size);
+}
+
+int fsync(int fd) {
+  if (strikesDescriptor(callFsync, fd)) return -1;
+  return next<int (*)(int)>("fsync")(fd);
+}
+
+int fdatasync(int fd) {
+  if (strikesDescriptor(callFsync, fd)) return -1;
+  return next<int (*)(int)>("fdatasync")(fd);
+}
+
+int flock(int fd, int operation) {
+  if (strikesDescriptor(callFlock, fd)) return -1;
+  return next<int (*)(int, int)>("flock")(fd, operation);
+}
+
+int fchmod(int fd, mode_t mode) {
+  if (strikesDescriptor(callFchmod, fd)) return -1;
+  return next<int (*)(int, mode_t)>("fchmod")(fd, mode);
+}
+
+int fchown(int fd, uid_t owner, gid_t group) {
+  if (strikesDescriptor(callFchown, fd)) return -1;
+  return next<int (*)(int, uid_t, gid_t)>("fchown")(fd, owner, group);
+}
+
+int close(int fd) {
+  const bool fails = strikesDescriptor(callClose, fd);
+  const int savedErrno = errno;
+  if (fd >= 0 && fd < maxTracked) tracked[fd].inDirectory = false;
+  // The descriptor is released even when close reports an error.
+  const int result = next<int (*)(int)>("close")(fd);
+  if (!fails) return result;
+  errno = savedErrno;
+  return -1;
+}
+
+int rename(const char* from, const char* to) {
+  struct Arguments {
+    const char* from;
+    const char* to;
+  } arguments{from, to};
+  return renameChecked(isInDirectory(to), to, [](const void* data) {
+    const auto* a = static_cast<const Arguments*>(data);
+    return next<int (*)(const char*, const char*)>("rename")(a->from, a->to);
+  }, &arguments);
+}
+
+int renameat(int fromDir, const char* from, int toDir, const char* to) {
+  struct Arguments {
+    int fromDir;
+    const char* from;
+    int toDir;
+    const char* to;
+  } arguments{fromDir, from, toDir, to};
+  return renameChecked(isInDirectory(to), to, [](const void* data) {
+    const auto* a = static_cast<const Arguments*>(data);
+    return next<int (*)(int, const char*, int, const char*)>("renameat")(a->fromDir, a->from,
+                                                                         a->toDir, a->to);
+  }, &arguments);
+}
+
+int renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned flags) {
+  struct Arguments {
+    int fromDir;
+    const char* from;
+    int toDir;
+    const char* to;
+    unsigned flags;
+  } arguments{fromDir, from, toDir, to, flags};
+  return renameChecked(isInDirectory(to), to, [](const void* data) {
+    const auto* a = static_cast<const Arguments*>(data);
+    return next<int (*)(int, const char*, int, const char*, unsigned)>("renameat2")(
+        a->fromDir, a->from, a->toDir, a->to, a->flags);
+  }, &arguments);
+}
+
+}  // extern "C"

@@ -1,0 +1,232 @@
+// Every system call on the way from reading the two files to replacing the
+// password file is made to fail, one at a time, with the errors a full
+// disk, a failing device or a refused permission give, and with EINTR.
+// An interrupted call must be made again and the run succeed; any other
+// failure must end the run with one "ERROR: " line that names the operation
+// and the file, without the success line, and with the password file as it
+// was (or, once the new file is in place, complete and new).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/hardening/Installation.h"
+
+namespace korvane::hardening {
+namespace {
+
+using testing::ChildProcess;
+using testing::ChildResult;
+
+constexpr int userCount = 4;
+constexpr int changedUser = 1;
+// Enough other members to make the files span several buffers (several
+// reads and writes).
+constexpr int extraMembers = 1500;
+// More calls of one kind than any run makes.
+constexpr int maxCallIndex = 40;
+
+struct FaultReport {
+  bool fired = false;
+  std::string call;
+  std::string path;
+  bool written = false;
+  bool afterRename = false;
+};
+
+FaultReport readReport(const std::filesystem::path& path) {
+  FaultReport report;
+  if (!std::filesystem::exists(path)) return report;
+  std::istringstream line(testing::readFile(path));
+  int written = 0;
+  int afterRename = 0;
+  report.fired = static_cast<bool>(line >> report.call >> report.path >> written >> afterRename);
+  report.written = written != 0;
+  report.afterRename = afterRename != 0;
+  return report;
+}
+
+// The word each kind of call leaves in the error text.
+std::string operationWord(std::string_view call) {
+  if (call == "fsync") return "sync";
+  if (call == "flock") return "lock";
+  if (call == "fchmod") return "permissions";
+  if (call == "fchown") return "owner";
+  return std::string(call);
+}
+
+Environment faultEnvironment(const Installation& installation, std::string_view fault,
+                             const std::filesystem::path& report) {
+  Environment environment = isolatedEnvironment();
+  environment["LD_PRELOAD"] = KORVANE_FAULT_LIBRARY;
+  environment["KORVANE_FAULT"] = std::string(fault);
+  environment["KORVANE_FAULT_DIR"] = installation.directory().string();
+  environment["KORVANE_FAULT_REPORT"] = report.string();
+  // A sanitizer runtime would insist on being loaded first.
+  const char* asanOptions = std::getenv("ASAN_OPTIONS");
+  environment["ASAN_OPTIONS"] =
+      std::string(asanOptions ? asanOptions : "") + (asanOptions ? ":" : "") +
+      "verify_asan_link_order=0";
+  return environment;
+}
+
+struct Tally {
+  int tried = 0;
+  int survived = 0;
+};
+
+class FaultMatrix {
+ public:
+  FaultMatrix() : installation_(userCount) { restore(); }
+
+  void restore() {
+    installation_.removeLeftovers();
+    installation_.writePasswords({0, 1, 2, 3}, extraMembers);
+    before_ = testing::readFile(installation_.passwordsPath());
+    std::filesystem::remove(reportPath());
+  }
+
+  std::filesystem::path reportPath() const { return reportDirectory_.path() / "report"; }
+
+  // Runs the program with one fault; false when the fault did not strike
+  // (the run made fewer such calls).
+  bool runOnce(bool remove, std::string_view call, std::string_view errnoName, int index,
+               Tally& tally) {
+    restore();
+    const std::string fault = std::string(call) + ":" + std::to_string(index) + ":" +
+                              std::string(errnoName);
+    ChildProcess::Options options;
+    options.arguments = installation_.arguments(changedUser, remove);
+    options.environment = faultEnvironment(installation_, fault, reportPath());
+    options.timeout = std::chrono::seconds(60);
+    ChildProcess child(programPath(), std::move(options));
+    child.send(std::string(strongPassword) + "\n");
+    child.closeInput();
+    const ChildResult result = child.wait();
+    const FaultReport report = readReport(reportPath());
+    const std::string context = "fault " + fault + (remove ? " (remove)" : " (set)") +
+                                " on " + report.path + "\nstderr: " + result.err;
+    if (!report.fired) {
+      // Nothing failed: the run must simply have worked.
+      EXPECT_EQ(result.exitStatus, 0) << context;
+      return false;
+    }
+    ++tally.tried;
+    const std::vector<std::string> problems = check(remove, errnoName, report, result);
+    for (const std::string& problem : problems) ADD_FAILURE() << context << "\n" << problem;
+    if (problems.empty()) ++tally.survived;
+    return true;
+  }
+
+ private:
+  std::vector<std::string> check(bool remove, std::string_view errnoName,
+                                 const FaultReport& report, const ChildResult& result) {
+    std::vector<std::string> problems;
+    const auto require = [&](bool condition, std::string_view what) {
+      if (!condition) problems.emplace_back(what);
+    };
+    require(!result.timedOut, "the run did not end");
+    require(result.signal == 0, "the run died of a signal");
+    const std::string success = remove ? "\" was removed." : "\" was updated.";
+    // A descriptor that was only read loses nothing when closing it fails.
+    const bool harmless = errnoName == "EINTR" || (report.call == "close" && !report.written);
+    if (harmless) {
+      require(result.exitStatus == 0, "exit status is not 0");
+      require(result.err.empty(), "standard error is not empty");
+      require(result.out.find(success) != std::string::npos, "no success line");
+      checkNewFile(remove, require);
+      return problems;
+    }
+    require(result.exitStatus == 1, "exit status is not 1");
+    require(result.err.starts_with("ERROR: "), "standard error does not start with ERROR: ");
+    require(std::count(result.err.begin(), result.err.end(), '\n') == 1 &&
+                result.err.ends_with("\n"),
+            "standard error is not exactly one line");
+    require(result.err.find(operationWord(report.call)) != std::string::npos,
+            "the error does not name the operation");
+    require(result.err.find(report.path) != std::string::npos, "the error does not name the file");
+    require(result.out.find(success) == std::string::npos, "a success line was printed");
+    if (report.afterRename) {
+      // The new file is in place; only making that durable failed.
+      checkNewFile(remove, require);
+    } else {
+      require(testing::readFile(installation_.passwordsPath()) == before_,
+              "the password file changed");
+    }
+    return problems;
+  }
+
+  template <typename Require>
+  void checkNewFile(bool remove, const Require& require) {
+    std::vector<setUserPassword::PasswordFile::Entry> entries;
+    try {
+      entries = installation_.readEntries();
+    } catch (const std::exception& error) {
+      require(false, std::string("the password file does not parse: ") + error.what());
+      return;
+    }
+    const std::size_t users = remove ? 3 : 4;
+    require(entries.size() == 1 + users + extraMembers, "wrong number of entries");
+    std::size_t extra = 0;
+    bool changedFound = false;
+    for (const auto& entry : entries) {
+      if (entry.name == Installation::userUuid(changedUser)) {
+        changedFound = true;
+        require(hashMatches(entry.value, strongPassword), "the new hash does not verify");
+      } else if (entry.name.starts_with("member-")) {
+        require(entry.name == extraName(extra), "other members out of order");
+        ++extra;
+      } else if (entry.name != "$schema") {
+        bool kept = false;
+        for (const int other : {0, 2, 3}) {
+          kept = kept || (entry.name == Installation::userUuid(other) &&
+                          entry.value == Installation::initialHash(other));
+        }
+        require(kept, "unexpected or changed entry " + entry.name);
+      }
+    }
+    require(changedFound != remove, "the changed user's entry is wrong");
+    require(extra == extraMembers, "other members were lost");
+  }
+
+  static std::string extraName(std::size_t index) {
+    std::string digits = std::to_string(index);
+    return "member-" + std::string(5 - digits.size(), '0') + digits;
+  }
+
+  Installation installation_;
+  testing::TemporaryDirectory reportDirectory_;
+  std::string before_;
+};
+
+TEST(FaultInjectionTest, EveryFailingCallLeavesThePasswordFileWhole) {
+  FaultMatrix matrix;
+  Tally tally;
+  int runs = 0;
+  for (const bool remove : {false, true}) {
+    for (const char* call :
+         {"open", "read", "write", "fsync", "rename", "close", "flock", "fchmod", "fchown"}) {
+      for (const char* errnoName : {"ENOSPC", "EIO", "EACCES", "EINTR"}) {
+        for (int index = 1; index <= maxCallIndex; ++index) {
+          ++runs;
+          if (!matrix.runOnce(remove, call, errnoName, index, tally)) break;
+        }
+      }
+    }
+  }
+  std::cout << "fault injection: " << runs << " runs, " << tally.tried << " faults tried, "
+            << tally.survived << " survived" << std::endl;
+  ::testing::Test::RecordProperty("faultsTried", tally.tried);
+  ::testing::Test::RecordProperty("faultsSurvived", tally.survived);
+  // Each kind of call must actually have been reached.
+  EXPECT_GT(tally.tried, 100);
+  EXPECT_EQ(tally.survived, tally.tried);
+}
+
+}  // namespace
+}  // namespace korvane::hardening

@@ -1,0 +1,68 @@
+// Installation: a throw-away Korvane installation for the hardening tests:
+// a temporary directory with users.json (users "user00", "user01", …, with
+// UUIDs derived from their numbers) and passwords.json, plus the command
+// lines and environment that run the built program on them without ever
+// looking at the machine's own configuration.
+//
+// Thread safety: one object, one thread.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "setUserPassword/PasswordFile.h"
+#include "tests/support/ChildProcess.h"
+
+namespace korvane::hardening {
+
+using Environment = std::map<std::string, std::optional<std::string>>;
+
+// The built program under test.
+std::filesystem::path programPath();
+
+// An environment in which no standard location holds an installation.
+Environment isolatedEnvironment();
+
+// A password the strength policy accepts.
+inline constexpr std::string_view strongPassword = "Vq7#tR2!mX9@kL4$wZ";
+
+class Installation {
+ public:
+  explicit Installation(int userCount);
+
+  const std::filesystem::path& directory() const noexcept { return directory_.path(); }
+  std::filesystem::path usersPath() const { return directory() / "users.json"; }
+  std::filesystem::path passwordsPath() const { return directory() / "passwords.json"; }
+
+  static std::string userName(int index);
+  static std::string userUuid(int index);
+
+  // passwords.json: "$schema", an entry for each user in `withEntries`, and
+  // `extraMembers` members that are no UUIDs, interleaved with them.
+  void writePasswords(const std::vector<int>& withEntries, int extraMembers);
+  // The value passwords.json holds for user `index` before any run.
+  static std::string initialHash(int index);
+
+  // Arguments that name both files explicitly.
+  std::vector<std::string> arguments(int user, bool remove) const;
+
+  // Reads passwords.json with the product's own reader.
+  std::vector<setUserPassword::PasswordFile::Entry> readEntries() const;
+
+  // Every file in the directory, by name.
+  std::vector<std::string> fileNames() const;
+  // Removes every file but users.json and passwords.json.
+  void removeLeftovers() const;
+
+ private:
+  testing::TemporaryDirectory directory_;
+};
+
+// Verifies a SHA-crypt hash string against a password with libcrypt.
+bool hashMatches(const std::string& hash, std::string_view password);
+
+}  // namespace korvane::hardening
