@@ -190,6 +190,20 @@ TEST(ShaCryptFunctionsTest, KeyLengthsAroundTheDigestLength) {
   }
 }
 
+// Every key length up to where the rounds' messages stop fitting the
+// prepared two-block layout and beyond, with salt lengths varying alongside.
+TEST(ShaCryptFunctionsTest, KeyLengthSweep) {
+  for (std::size_t length = 0; length <= 150; ++length) {
+    std::string key(length, '\0');
+    for (std::size_t i = 0; i < length; ++i) key[i] = static_cast<char>(255 - i);
+    const std::string salt(1 + length % 16, static_cast<char>('A' + length % 26));
+    for (const int tag : {5, 6}) {
+      ASSERT_EQ(callCrypt(tag, key, salt, 1000, false), reference(tag, key, salt, 1000, false))
+          << tag << ' ' << length;
+    }
+  }
+}
+
 TEST(ShaCryptFunctionsTest, KeysMayHoldNulBytes) {
   const std::string_view key = "pass\0word"sv;
   const std::string withNul = callCrypt(6, key, "salt", 1000, false);
