@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Unprivileged.h"
 
 namespace korvane::setUserPassword {
 namespace {
@@ -143,12 +144,15 @@ TEST_F(ConfigurationSearchTest, ExplicitMissingPasswordFileIsUsedNotCreatedElsew
 }
 
 TEST_F(ConfigurationSearchTest, FailingExistenceTestEndsTheSearch) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root may search any directory";
   ::chmod(at("dirA").c_str(), 0);
   writeFile(at("dirB/users.json"), "{}");
-  EXPECT_THROW(
-      (void)findConfigurationFile(withDirectories({"dirA", "dirB"}), "users.json", selectUsersPath),
-      std::filesystem::filesystem_error);
+  korvane::testing::runUnprivileged(
+      [&] {
+        EXPECT_THROW((void)findConfigurationFile(withDirectories({"dirA", "dirB"}), "users.json",
+                                                 selectUsersPath),
+                     std::filesystem::filesystem_error);
+      },
+      {root_.path(), at("dirA")});
   ::chmod(at("dirA").c_str(), 0700);
 }
 

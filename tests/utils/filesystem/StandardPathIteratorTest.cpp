@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Unprivileged.h"
 #include "utils/filesystem/FileExists.h"
 #include "utils/filesystem/PrintablePath.h"
 
@@ -101,18 +102,21 @@ TEST(FileExistsTest, FollowsSymbolicLinks) {
 }
 
 TEST(FileExistsTest, OtherFailuresAreThrown) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root may search any directory";
   korvane::testing::TemporaryDirectory directory;
   const auto closed = directory.path() / "closed";
   std::filesystem::create_directory(closed);
   ::chmod(closed.c_str(), 0);
-  try {
-    (void)fileExists(closed / "users.json");
-    FAIL() << "no error";
-  } catch (const std::filesystem::filesystem_error& error) {
-    EXPECT_EQ(error.code(), std::errc::permission_denied);
-    EXPECT_NE(std::string(error.what()).find("exists"), std::string::npos);
-  }
+  korvane::testing::runUnprivileged(
+      [&] {
+        try {
+          (void)fileExists(closed / "users.json");
+          FAIL() << "no error";
+        } catch (const std::filesystem::filesystem_error& error) {
+          EXPECT_EQ(error.code(), std::errc::permission_denied);
+          EXPECT_NE(std::string(error.what()).find("exists"), std::string::npos);
+        }
+      },
+      {directory.path()});
   ::chmod(closed.c_str(), 0700);
 }
 

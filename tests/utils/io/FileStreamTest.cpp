@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Unprivileged.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/io/FileNotFoundError.h"
 #include "utils/io/FileOutputStream.h"
@@ -153,20 +154,23 @@ TEST(FileStreamTest, FileNotFoundErrorIsAStandardException) {
 }
 
 TEST(FileStreamTest, OtherOpenFailuresNameOperationFileAndReason) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root may open any file";
   TemporaryDirectory directory;
   const auto path = directory.path() / "secret";
   writeFile(path, "x");
   ::chmod(path.c_str(), 0);
-  try {
-    FileInputStream<char> in(path);
-    FAIL() << "opened an unreadable file";
-  } catch (const FileNotFoundError&) {
-    FAIL() << "not a missing file";
-  } catch (const std::system_error& error) {
-    EXPECT_EQ(std::string(error.what()),
-              "could not open \"" + path.string() + "\": Permission denied");
-  }
+  korvane::testing::runUnprivileged(
+      [&] {
+        try {
+          FileInputStream<char> in(path);
+          FAIL() << "opened an unreadable file";
+        } catch (const FileNotFoundError&) {
+          FAIL() << "not a missing file";
+        } catch (const std::system_error& error) {
+          EXPECT_EQ(std::string(error.what()),
+                    "could not open \"" + path.string() + "\": Permission denied");
+        }
+      },
+      {directory.path(), path});
 }
 
 TEST(FileStreamTest, ReadingADirectoryFailsWithAReadError) {
