@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <stdexcept>
 
+#include "utils/core/SecureZero.h"
 #include "utils/json/encoder/Document.h"
 
 namespace korvane::utils::json::encoder {
@@ -17,55 +18,61 @@ constexpr std::array<bool, 256> plainByte = [] {
   return table;
 }();
 
-void writeQuoted(io::OutputStream<char>& stream, std::string_view text) {
+// Appends `text` in double quotes, escaped.
+void appendQuoted(std::string& out, std::string_view text) {
   static constexpr char hex[] = "0123456789abcdef";
-  stream.put('"');
+  out += '"';
   std::size_t runStart = 0;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto c = static_cast<unsigned char>(text[i]);
     if (plainByte[c]) continue;
-    stream.write(text.substr(runStart, i - runStart));
+    out.append(text.data() + runStart, i - runStart);
     runStart = i + 1;
     switch (c) {
-      case '"': stream.write("\\\""); break;
-      case '\\': stream.write("\\\\"); break;
-      case '\b': stream.write("\\b"); break;
-      case '\f': stream.write("\\f"); break;
-      case '\n': stream.write("\\n"); break;
-      case '\r': stream.write("\\r"); break;
-      case '\t': stream.write("\\t"); break;
+      case '"': out += "\\\""; break;
+      case '\\': out += "\\\\"; break;
+      case '\b': out += "\\b"; break;
+      case '\f': out += "\\f"; break;
+      case '\n': out += "\\n"; break;
+      case '\r': out += "\\r"; break;
+      case '\t': out += "\\t"; break;
       default: {
         const char escape[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
-        stream.write(std::string_view(escape, sizeof escape));
+        out.append(escape, sizeof escape);
         break;
       }
     }
   }
-  stream.write(text.substr(runStart));
-  stream.put('"');
+  out.append(text.data() + runStart, text.size() - runStart);
+  out += '"';
 }
 
 }  // namespace
 
 Object::Object(Document& document) noexcept : document_(&document) { document.open_ = this; }
 
-Object::~Object() { close(); }
+Object::~Object() {
+  close();
+  core::secureZero(scratch_.data(), scratch_.capacity());
+}
 
 void Object::addStringView(std::string_view name, std::string_view value) {
   if (document_ == nullptr) {
     throw std::logic_error("korvane::utils::json::encoder::Object::addStringView(): the document is finished");
   }
-  io::OutputStream<char>& stream = document_->stream_;
+  // The member is composed first and written with one call.
   const bool indented = document_->format_ == Format::indented;
+  scratch_.clear();
   if (indented) {
-    stream.write(empty_ ? "\n  " : ",\n  ");
+    scratch_ += empty_ ? "\n  " : ",\n  ";
   } else if (!empty_) {
-    stream.put(',');
+    scratch_ += ',';
   }
+  appendQuoted(scratch_, name);
+  scratch_ += indented ? ": " : ":";
+  appendQuoted(scratch_, value);
+  document_->stream_.write(scratch_);
   empty_ = false;
-  writeQuoted(stream, name);
-  stream.write(indented ? ": " : ":");
-  writeQuoted(stream, value);
 }
 
 void Object::close() noexcept {

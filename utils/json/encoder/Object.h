@@ -12,6 +12,7 @@
 // Thread safety: as the Document it belongs to.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace korvane::utils::json::encoder {
@@ -36,6 +37,7 @@ class Object {
 
   Document* document_;
   bool empty_ = true;
+  std::string scratch_;  // the member being composed; wiped at the end
 };
 
 }  // namespace korvane::utils::json::encoder
