@@ -56,10 +56,10 @@ inline std::uint64_t bigSigma0(std::uint64_t x) noexcept {
 inline std::uint64_t bigSigma1(std::uint64_t x) noexcept {
   return std::rotr(x, 14) ^ std::rotr(x, 18) ^ std::rotr(x, 41);
 }
-inline std::uint64_t smallSigma0(std::uint64_t x) noexcept {
+[[maybe_unused]] inline std::uint64_t smallSigma0(std::uint64_t x) noexcept {
   return std::rotr(x, 1) ^ std::rotr(x, 8) ^ (x >> 7);
 }
-inline std::uint64_t smallSigma1(std::uint64_t x) noexcept {
+[[maybe_unused]] inline std::uint64_t smallSigma1(std::uint64_t x) noexcept {
   return std::rotr(x, 19) ^ std::rotr(x, 61) ^ (x >> 6);
 }
 

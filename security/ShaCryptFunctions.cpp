@@ -5,7 +5,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <span>
 
@@ -289,9 +289,22 @@ char* writeHashString(const typename Scheme::Hash::Digest& digest, const char* s
   std::size_t remaining = bufferLength - kPrefixLength;
 
   if (roundsCustom) {
-    const int written = std::snprintf(out, remaining, "%s%zu$", kRoundsPrefix, rounds);
-    const auto count = static_cast<std::size_t>(written);
-    if (written < 0 || count > remaining) {
+    // "rounds=<decimal>$" with snprintf's semantics: as much as fits before
+    // a terminating NUL is written, and the position advances by the whole
+    // field's length. Formatted by hand to keep the stack small.
+    std::array<char, sizeof kRoundsPrefix + 21> field;
+    std::memcpy(field.data(), kRoundsPrefix, sizeof kRoundsPrefix - 1);
+    char* end = std::to_chars(field.data() + sizeof kRoundsPrefix - 1,
+                              field.data() + field.size() - 1, rounds)
+                    .ptr;
+    *end++ = '$';
+    const auto count = static_cast<std::size_t>(end - field.data());
+    if (remaining > 0) {
+      const std::size_t copied = std::min(count, remaining - 1);
+      std::memcpy(out, field.data(), copied);
+      out[copied] = '\0';
+    }
+    if (count > remaining) {
       errno = ERANGE;
       return nullptr;
     }
