@@ -8,7 +8,8 @@
 set(ZXCVBN_ROOT "" CACHE PATH "Folder with include/zxcvbn.h and lib/ of a prebuilt zxcvbn")
 
 find_path(Zxcvbn_INCLUDE_DIR zxcvbn.h HINTS "${ZXCVBN_ROOT}/include")
-find_library(Zxcvbn_LIBRARY NAMES zxcvbn libzxcvbn.a HINTS "${ZXCVBN_ROOT}/lib")
+# The static library first: the program then starts without loading it.
+find_library(Zxcvbn_LIBRARY NAMES libzxcvbn.a zxcvbn HINTS "${ZXCVBN_ROOT}/lib")
 
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(Zxcvbn REQUIRED_VARS Zxcvbn_LIBRARY Zxcvbn_INCLUDE_DIR)
