@@ -92,6 +92,7 @@ void Parser::failFound(const std::string& expected) {
 }
 
 bool Parser::more() {
+  ++epoch_;
   try {
     return stream_.ensureBuffer(std::nothrow);
   } catch (...) {
@@ -265,6 +266,7 @@ void Parser::closeTopFrame() {
 }
 
 void Parser::popFrame() {
+  ++epoch_;
   if (frames_.back().kind != FrameKind::string) --containerFrames_;
   frames_.pop_back();
   valueDone();
@@ -337,6 +339,17 @@ bool Parser::nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position
   valueStart = position();
   valueId = pending_ = ++nextId_;
   return true;
+}
+
+std::span<const char> Parser::takePlainRun(std::uint64_t frameId) {
+  check();
+  reachFrame(frameId);
+  if (stream_.buffered().empty() && !more()) failFound("expected '\"' to end the string");
+  const auto span = stream_.buffered();
+  std::size_t count = 0;
+  while (count < span.size() && plainStringByte[static_cast<unsigned char>(span[count])]) ++count;
+  stream_.consume(count);
+  return span.first(count);
 }
 
 bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit) {

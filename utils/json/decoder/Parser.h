@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -104,17 +105,13 @@ class Parser {
   // Next character of an open string; false after the closing quote.
   bool nextStringUnit(std::uint64_t frameId, Utf8Unit& unit);
 
-  // Fast path of nextStringUnit() for a plain ASCII character buffered.
-  bool tryPlainStringChar(std::uint64_t frameId, char& out) noexcept {
-    if (error_ || frames_.empty() || frames_.back().id != frameId) return false;
-    const auto span = stream_.buffered();
-    if (span.empty()) return false;
-    const char c = span[0];
-    if (!plainStringByte[static_cast<unsigned char>(c)]) return false;
-    out = c;
-    stream_.consume(1);
-    return true;
-  }
+  // The plain ASCII characters that come next in an open string, taken in
+  // one go (possibly none). The span points into the stream's buffer and
+  // stays valid while epoch() is unchanged.
+  std::span<const char> takePlainRun(std::uint64_t frameId);
+
+  // Changes whenever a view is closed or the stream's buffer is refilled.
+  std::uint64_t epoch() const noexcept { return epoch_; }
 
   // Consumes everything still open and checks the end of the input.
   void finish();
@@ -175,6 +172,7 @@ class Parser {
   std::uint64_t lineStart_ = 0;      // offset of the first byte of the line
   std::uint64_t continuations_ = 0;  // UTF-8 continuation bytes since then
   std::size_t containerFrames_ = 0;  // object and array frames open
+  std::uint64_t epoch_ = 0;
   bool started_ = false;
   bool ended_ = false;
 };

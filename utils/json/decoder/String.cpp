@@ -20,6 +20,17 @@ String::Iterator String::begin() {
 
 bool String::stepSlow() {
   if (done_) failStale();
+  // Characters left in the run while the epoch changed: the walk moved on.
+  if (run_ != runEnd_) failStale();
+  const std::span<const char> run = parser_->takePlainRun(frameId_);
+  if (!run.empty()) {
+    epoch_ = parser_->epoch();
+    run_ = run.data() + 1;
+    runEnd_ = run.data() + run.size();
+    current_ = run.front();
+    ++steps_;
+    return true;
+  }
   const bool more = parser_->nextStringUnit(frameId_, unit_);
   ++steps_;
   if (!more) {

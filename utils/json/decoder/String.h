@@ -67,12 +67,13 @@ class String {
 
   // Moves to the next character; false once the closing quote has been read.
   bool step() {
-    if (unitIndex_ < unit_.length) {
-      current_ = unit_.bytes[unitIndex_++];
+    if (run_ != runEnd_ && parser_->epoch() == epoch_) {
+      current_ = *run_++;
       ++steps_;
       return true;
     }
-    if (!done_ && parser_->tryPlainStringChar(frameId_, current_)) {
+    if (unitIndex_ < unit_.length) {
+      current_ = unit_.bytes[unitIndex_++];
       ++steps_;
       return true;
     }
@@ -87,6 +88,12 @@ class String {
   detail::Parser* parser_;
   std::uint64_t frameId_;
   std::uint64_t steps_ = 0;
+  // Plain characters taken from the stream's buffer in one go, still to be
+  // yielded; valid while the parser's epoch is epoch_.
+  const char* run_ = nullptr;
+  const char* runEnd_ = nullptr;
+  std::uint64_t epoch_ = 0;
+  // A decoded escape or multi-byte character still to be yielded.
   detail::Utf8Unit unit_;
   std::uint8_t unitIndex_ = 0;
   char current_ = 0;
