@@ -116,8 +116,9 @@ SecureString Application::readNewPassword() {
 }
 
 SecureString Application::readRedirectedPassword() const {
-  utils::io::FileInputStream<char> input(
-      utils::io::File(utils::io::File::PseudoFile::standardInput));
+  // Braces: clang reads the parenthesised form as a function declaration.
+  utils::io::FileInputStream<char> input{
+      utils::io::File(utils::io::File::PseudoFile::standardInput)};
   SecureString password;
   password.reserve(longestPassword + 1);
   // One byte more than allowed is enough to know the line is too long, so
