@@ -8,8 +8,10 @@
 set(ZXCVBN_ROOT "" CACHE PATH "Folder with include/zxcvbn.h and lib/ of a prebuilt zxcvbn")
 
 find_path(Zxcvbn_INCLUDE_DIR zxcvbn.h HINTS "${ZXCVBN_ROOT}/include")
-# The static library first: the program then starts without loading it.
-find_library(Zxcvbn_LIBRARY NAMES libzxcvbn.a zxcvbn HINTS "${ZXCVBN_ROOT}/lib")
+# The shared library where there is one: Debian's libzxcvbn.a is not built
+# position-independent, and the program stays a position-independent
+# executable (address-space randomisation for a tool that holds passwords).
+find_library(Zxcvbn_LIBRARY NAMES zxcvbn libzxcvbn.a HINTS "${ZXCVBN_ROOT}/lib")
 
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(Zxcvbn REQUIRED_VARS Zxcvbn_LIBRARY Zxcvbn_INCLUDE_DIR)
