@@ -17,12 +17,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <rapidjson/filereadstream.h>
-#include <rapidjson/filewritestream.h>
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/reader.h>
-#include <rapidjson/writer.h>
-
 #include <algorithm>
 #include <ctime>
 #include <cstdint>
@@ -38,6 +32,9 @@
 #include <utility>
 #include <vector>
 
+#include "bench/support/BenchmarkFiles.h"
+#include "bench/support/ChildMeasurement.h"
+#include "bench/support/RapidJsonReference.h"
 #include "utils/core/Format.h"
 #include "utils/core/Uuid.h"
 #include "utils/io/FileInputStream.h"
@@ -51,47 +48,6 @@ namespace {
 namespace fs = std::filesystem;
 namespace decoder = utils::json::decoder;
 namespace encoder = utils::json::encoder;
-using Entries = std::vector<std::pair<std::string, std::string>>;
-
-std::string userName(std::uint64_t i) { return utils::core::format("user{:07}", i); }
-std::string uuidText(std::uint64_t i) {
-  return utils::core::format("{:08x}-{:04x}-4{:03x}-8{:03x}-{:012x}", i * 2654435761u % 0xFFFFFFFFu, i % 0xFFFF,
-                             i % 0xFFF, (i / 7) % 0xFFF, i);
-}
-
-void generateUsers(const fs::path& path, std::uint64_t count) {
-  std::ofstream out(path, std::ios::binary);
-  out << "{\n  \"version\": 3,\n  \"settings\": {\"limits\": [1, 2.5, -3e10, true, false, null],"
-         " \"nested\": {\"a\": {\"b\": [[], {}]}}},\n  \"users\": [\n";
-  std::string line;
-  for (std::uint64_t i = 1; i <= count; ++i) {
-    line.clear();
-    line += "    {\"userName\": \"" + userName(i) + "\", ";
-    switch (i % 4) {
-      case 0: line += "\"groups\": [\"admins\", \"ops\", 42, null], "; break;
-      case 1: line += "\"profile\": {\"age\": 37, \"ratio\": -0.125e-3, \"active\": true, \"tags\": []}, "; break;
-      case 2: line += "\"notes\": \"line one\\nline \\\"two\\\"\\t\\u00e9\\ud83d\\ude00 \xC3\xA9t\xC3\xA9\", "; break;
-      default: line += "\"quota\": 1234567.891, \"locked\": false, \"manager\": null, "; break;
-    }
-    line += "\"UUID\": \"" + uuidText(i) + "\"}";
-    line += i == count ? "\n" : ",\n";
-    out << line;
-  }
-  out << "  ],\n  \"trailer\": {\"generated\": true}\n}\n";
-  if (!out) throw std::runtime_error("cannot write the users file");
-}
-
-void generatePasswords(const fs::path& path, std::uint64_t count) {
-  std::ofstream out(path, std::ios::binary);
-  out << "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
-  const std::string digest(86, 'x');
-  for (std::uint64_t i = 1; i <= count; ++i) {
-    out << ",\n  \"" << uuidText(i) << "\": \"$6$" << utils::core::format("{:016x}", i) << '$' << digest
-        << '"';
-  }
-  out << "\n}\n";
-  if (!out) throw std::runtime_error("cannot write the password file");
-}
 
 // ---- the decoder and encoder under test
 
@@ -143,206 +99,6 @@ void writePasswordsKorvane(const fs::path& path, const Entries& entries, encoder
     for (const auto& [name, value] : entries) object.add(name, value);
   }
   stream.close();
-}
-
-// ---- the RapidJSON reference
-
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
-
-FilePtr openFile(const fs::path& path, const char* mode) {
-  FilePtr file(std::fopen(path.c_str(), mode));
-  if (!file) throw std::runtime_error("cannot open " + path.string());
-  return file;
-}
-
-struct UsersHandler : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, UsersHandler> {
-  std::string sought;
-  int depth = 0;
-  bool inUsers = false;
-  std::string topKey;
-  std::string key;
-  bool match = false;
-  std::string uuid;
-  std::string found;
-
-  bool userLevel() const { return inUsers && depth == 3; }
-  bool StartObject() {
-    ++depth;
-    if (userLevel()) {
-      match = false;
-      uuid.clear();
-    }
-    return true;
-  }
-  bool EndObject(rapidjson::SizeType) {
-    if (userLevel() && match) found = uuid;
-    --depth;
-    return true;
-  }
-  bool StartArray() {
-    ++depth;
-    if (depth == 2 && topKey == "users") inUsers = true;
-    return true;
-  }
-  bool EndArray(rapidjson::SizeType) {
-    if (depth == 2) inUsers = false;
-    --depth;
-    return true;
-  }
-  bool Key(const char* text, rapidjson::SizeType length, bool) {
-    if (depth == 1) topKey.assign(text, length);
-    if (userLevel()) key.assign(text, length);
-    return true;
-  }
-  bool String(const char* text, rapidjson::SizeType length, bool) {
-    if (!userLevel()) return true;
-    if (key == "userName") match = sought.size() == length && std::memcmp(sought.data(), text, length) == 0;
-    if (key == "UUID") uuid.assign(text, length);
-    return true;
-  }
-  bool Default() { return true; }
-};
-
-std::string findUserRapid(const fs::path& path, const std::string& sought) {
-  FilePtr file = openFile(path, "rb");
-  std::vector<char> buffer(64 * 1024);
-  rapidjson::FileReadStream stream(file.get(), buffer.data(), buffer.size());
-  UsersHandler handler;
-  handler.sought = sought;
-  rapidjson::Reader reader;
-  if (!reader.Parse(stream, handler)) throw std::runtime_error("RapidJSON parse error");
-  const auto uuid = utils::core::Uuid::fromString(handler.found);
-  return uuid ? uuid->toString().str() : std::string("?");
-}
-
-struct EntriesHandler : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, EntriesHandler> {
-  Entries entries;
-  std::string key;
-  bool Key(const char* text, rapidjson::SizeType length, bool) {
-    key.assign(text, length);
-    return true;
-  }
-  bool String(const char* text, rapidjson::SizeType length, bool) {
-    entries.emplace_back(std::move(key), std::string(text, length));
-    return true;
-  }
-  bool StartObject() { return true; }
-  bool EndObject(rapidjson::SizeType) { return true; }
-  bool Default() { return false; }
-};
-
-Entries readPasswordsRapid(const fs::path& path) {
-  FilePtr file = openFile(path, "rb");
-  std::vector<char> buffer(64 * 1024);
-  rapidjson::FileReadStream stream(file.get(), buffer.data(), buffer.size());
-  EntriesHandler handler;
-  rapidjson::Reader reader;
-  if (!reader.Parse(stream, handler)) throw std::runtime_error("RapidJSON parse error");
-  return std::move(handler.entries);
-}
-
-template <typename Writer>
-void writeEntries(Writer& writer, const Entries& entries) {
-  writer.StartObject();
-  for (const auto& [name, value] : entries) {
-    writer.Key(name.data(), static_cast<rapidjson::SizeType>(name.size()));
-    writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
-  }
-  writer.EndObject();
-}
-
-void writePasswordsRapid(const fs::path& path, const Entries& entries, bool pretty) {
-  FilePtr file = openFile(path, "wb");
-  std::vector<char> buffer(64 * 1024);
-  rapidjson::FileWriteStream stream(file.get(), buffer.data(), buffer.size());
-  if (pretty) {
-    rapidjson::PrettyWriter<rapidjson::FileWriteStream> writer(stream);
-    writer.SetIndent(' ', 2);
-    writeEntries(writer, entries);
-  } else {
-    rapidjson::Writer<rapidjson::FileWriteStream> writer(stream);
-    writeEntries(writer, entries);
-  }
-  if (pretty) stream.Put('\n');
-  stream.Flush();
-}
-
-// ---- measurement
-
-std::uint64_t statusKiB(const char* field) {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.rfind(field, 0) == 0) return std::strtoull(line.c_str() + std::strlen(field), nullptr, 10);
-  }
-  return 0;
-}
-
-double cpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-struct Result {
-  double seconds;      // best of the runs
-  double peakMiB;      // peak resident memory above the phase's baseline
-  char check[64];      // a short result, to compare both implementations
-};
-
-// Runs `phase` three times in a child process. `prepare` runs first in the
-// child, outside the timing and before the memory baseline is taken.
-Result measure(const std::function<void()>& prepare, const std::function<std::string()>& phase) {
-  int pipeFds[2];
-  if (pipe(pipeFds) != 0) throw std::runtime_error("pipe failed");
-  const pid_t child = fork();
-  if (child < 0) throw std::runtime_error("fork failed");
-  if (child == 0) {
-    close(pipeFds[0]);
-    Result result{1e300, 0, {}};
-    try {
-      prepare();
-      for (int run = 0; run < 3; ++run) {
-        {
-          std::ofstream clear("/proc/self/clear_refs");
-          clear << "5";  // resets the peak resident size to the current one
-        }
-        const std::uint64_t baseline = statusKiB("VmRSS:");
-        const double start = cpuSeconds();
-        const std::string check = phase();
-        const double took = cpuSeconds() - start;
-        const std::uint64_t peak = statusKiB("VmHWM:");
-        result.seconds = std::min(result.seconds, took);
-        result.peakMiB = std::max(result.peakMiB, static_cast<double>(peak - std::min(peak, baseline)) / 1024.0);
-        std::snprintf(result.check, sizeof result.check, "%s", check.c_str());
-      }
-    } catch (const std::exception& error) {
-      std::snprintf(result.check, sizeof result.check, "ERROR %s", error.what());
-    }
-    const ssize_t written = write(pipeFds[1], &result, sizeof result);
-    _exit(written == static_cast<ssize_t>(sizeof result) ? 0 : 1);
-  }
-  close(pipeFds[1]);
-  Result result{};
-  const ssize_t got = read(pipeFds[0], &result, sizeof result);
-  close(pipeFds[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (got != static_cast<ssize_t>(sizeof result)) throw std::runtime_error("a benchmark child failed");
-  return result;
-}
-
-void report(const char* what, std::uintmax_t bytes, const Result& ours, const Result& reference) {
-  const double mib = static_cast<double>(bytes) / (1024.0 * 1024.0);
-  const double oursRate = mib / ours.seconds;
-  const double referenceRate = mib / reference.seconds;
-  std::printf("%-34s korvane %8.1f MiB/s (peak +%6.1f MiB)   RapidJSON %8.1f MiB/s (peak +%6.1f MiB)   ratio %.2f\n",
-              what, oursRate, ours.peakMiB, referenceRate, reference.peakMiB, oursRate / referenceRate);
-  std::printf("%-34s   results: korvane \"%s\", RapidJSON \"%s\"%s\n", "", ours.check, reference.check,
-              std::strcmp(ours.check, reference.check) == 0 ? "" : "   MISMATCH");
 }
 
 int run(int argc, char** argv) {

@@ -1,6 +1,7 @@
 #include "utils/core/Uuid.h"
 
-#include <bit>
+#include <array>
+#include <cstdint>
 
 #include "utils/core/SystemRandom.h"
 
@@ -15,12 +16,23 @@ constexpr bool isHyphenPosition(std::size_t i) noexcept {
   return i == 8 || i == 13 || i == 18 || i == 23;
 }
 
-constexpr int hexValue(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
+// Value of each byte as a hexadecimal digit, -1 for any other byte.
+constexpr std::array<std::int8_t, 256> hexValues = [] {
+  std::array<std::int8_t, 256> values{};
+  values.fill(-1);
+  for (int i = 0; i < 10; ++i) values[static_cast<std::size_t>('0' + i)] = static_cast<std::int8_t>(i);
+  for (int i = 0; i < 6; ++i) {
+    values[static_cast<std::size_t>('a' + i)] = static_cast<std::int8_t>(10 + i);
+    values[static_cast<std::size_t>('A' + i)] = static_cast<std::int8_t>(10 + i);
+  }
+  return values;
+}();
+
+// Where the two digits of each of the 16 bytes stand in the text form.
+constexpr std::array<std::size_t, 16> digitPositions = {0,  2,  4,  6,  9,  11, 14, 16,
+                                                        19, 21, 24, 26, 28, 30, 32, 34};
+
+int hexValue(char c) noexcept { return hexValues[static_cast<unsigned char>(c)]; }
 
 std::uint64_t mix64(std::uint64_t x) noexcept {
   // splitmix64 finaliser: every input bit affects every output bit.
@@ -94,18 +106,18 @@ Expected<Uuid, std::error_code> Uuid::fromStringInternal<char>(const char* text,
                                                                     std::size_t length) {
   const auto invalid = makeUnexpected(std::make_error_code(std::errc::invalid_argument));
   if (length != textLength) return invalid;
+  if (text[8] != '-' || text[13] != '-' || text[18] != '-' || text[23] != '-') return invalid;
+  // Every digit is looked up and one test at the end sees any bad one (its
+  // value is negative), which keeps the loop free of branches.
   Bytes bytes{};
-  std::size_t byte = 0;
-  for (std::size_t i = 0; i < textLength; ++i) {
-    if (isHyphenPosition(i)) {
-      if (text[i] != '-') return invalid;
-      continue;
-    }
-    const int high = hexValue(text[i]);
-    const int low = hexValue(text[++i]);
-    if (high < 0 || low < 0) return invalid;
-    bytes[byte++] = static_cast<std::uint8_t>(high << 4 | low);
+  int bad = 0;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    const int high = hexValue(text[digitPositions[i]]);
+    const int low = hexValue(text[digitPositions[i] + 1]);
+    bad |= high | low;
+    bytes[i] = static_cast<std::uint8_t>(high << 4 | low);
   }
+  if (bad < 0) return invalid;
   return Uuid(bytes);
 }
 

@@ -1,0 +1,105 @@
+// configurationBenchmark: the tool's own work on large installations, with
+// RapidJSON's SAX reader and writer as the reference:
+//   find user:           findUser() over a users file (one pass, counting
+//                        every UUID for the duplicate test) against a
+//                        RapidJSON scan that only looks for the name;
+//   read + set + write:  PasswordFile read(), set() of the last user and
+//                        write() (temporary file, flush to disk, rename)
+//                        against a RapidJSON read and write of the file.
+// Each phase runs in its own child process; times are CPU time, the best
+// of three; memory is the peak resident size above the phase's baseline.
+//
+//   configurationBenchmark [users]   default 1000000, or KORVANE_BENCH_USERS
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "bench/support/BenchmarkFiles.h"
+#include "bench/support/ChildMeasurement.h"
+#include "bench/support/RapidJsonReference.h"
+#include "setUserPassword/PasswordFile.h"
+#include "setUserPassword/UserConfiguration.h"
+#include "utils/core/Format.h"
+
+namespace korvane::bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+void reportWithTime(const char* what, std::uintmax_t bytes, const Result& ours,
+                    const Result& reference) {
+  report(what, bytes, ours, reference);
+  std::printf("%-34s   time: korvane %.3f s, RapidJSON %.3f s\n", "", ours.seconds,
+              reference.seconds);
+}
+
+int run(int argc, char** argv) {
+  std::uint64_t users = 1000000;
+  if (const char* env = std::getenv("KORVANE_BENCH_USERS")) users = std::strtoull(env, nullptr, 10);
+  if (argc > 1) users = std::strtoull(argv[1], nullptr, 10);
+  if (users == 0) {
+    std::fprintf(stderr, "usage: configurationBenchmark [number of users > 0]\n");
+    return 2;
+  }
+  const fs::path folder =
+      fs::temp_directory_path() / utils::core::format("korvane-config-bench-{}", ::getpid());
+  fs::create_directories(folder);
+  struct Cleanup {
+    fs::path folder;
+    ~Cleanup() {
+      std::error_code ignored;
+      fs::remove_all(folder, ignored);
+    }
+  } cleanup{folder};
+
+  const fs::path usersPath = folder / "users.json";
+  const fs::path passwordsPath = folder / "passwords.json";
+  generateUsers(usersPath, users);
+  generatePasswords(passwordsPath, users);
+  const std::uintmax_t usersBytes = fs::file_size(usersPath);
+  const std::uintmax_t passwordsBytes = fs::file_size(passwordsPath);
+  std::printf("%llu users: users file %.1f MiB, password file %.1f MiB\n",
+              static_cast<unsigned long long>(users), static_cast<double>(usersBytes) / 1048576.0,
+              static_cast<double>(passwordsBytes) / 1048576.0);
+
+  const std::string sought = userName(users);
+  const auto nothing = [] {};
+  reportWithTime(
+      "find the last user", usersBytes,
+      measure(nothing, [&] { return setUserPassword::findUser(usersPath, sought).toString().str(); }),
+      measure(nothing, [&] { return findUserRapid(usersPath, sought); }));
+
+  const auto lastUuid = *utils::core::Uuid::fromString(uuidText(users));
+  const std::string hash = "$6$0123456789abcdef$" + std::string(86, 'y');
+  reportWithTime(
+      "password file read + set + write", passwordsBytes, measure(nothing, [&] {
+        setUserPassword::PasswordFile file(passwordsPath);
+        file.read();
+        file.set(lastUuid, hash);
+        file.write();
+        return utils::core::format("{} entries", file.entries().size());
+      }),
+      measure(nothing, [&] {
+        Entries entries = readPasswordsRapid(passwordsPath);
+        const fs::path temporary = folder / "rapid.json";
+        writePasswordsRapid(temporary, entries, true);
+        fs::rename(temporary, passwordsPath);
+        return utils::core::format("{} entries", entries.size());
+      }));
+  return 0;
+}
+
+}  // namespace
+}  // namespace korvane::bench
+
+int main(int argc, char** argv) {
+  try {
+    return korvane::bench::run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "configurationBenchmark: %s\n", error.what());
+    return 1;
+  }
+}

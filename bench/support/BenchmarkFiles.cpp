@@ -1,0 +1,52 @@
+#include "bench/support/BenchmarkFiles.h"
+
+#include <fstream>
+#include <stdexcept>
+
+#include "utils/core/Format.h"
+
+namespace korvane::bench {
+
+namespace fs = std::filesystem;
+
+std::string userName(std::uint64_t i) { return utils::core::format("user{:07}", i); }
+std::string uuidText(std::uint64_t i) {
+  return utils::core::format("{:08x}-{:04x}-4{:03x}-8{:03x}-{:012x}", i * 2654435761u % 0xFFFFFFFFu, i % 0xFFFF,
+                             i % 0xFFF, (i / 7) % 0xFFF, i);
+}
+
+void generateUsers(const fs::path& path, std::uint64_t count) {
+  std::ofstream out(path, std::ios::binary);
+  out << "{\n  \"version\": 3,\n  \"settings\": {\"limits\": [1, 2.5, -3e10, true, false, null],"
+         " \"nested\": {\"a\": {\"b\": [[], {}]}}},\n  \"users\": [\n";
+  std::string line;
+  for (std::uint64_t i = 1; i <= count; ++i) {
+    line.clear();
+    line += "    {\"userName\": \"" + userName(i) + "\", ";
+    switch (i % 4) {
+      case 0: line += "\"groups\": [\"admins\", \"ops\", 42, null], "; break;
+      case 1: line += "\"profile\": {\"age\": 37, \"ratio\": -0.125e-3, \"active\": true, \"tags\": []}, "; break;
+      case 2: line += "\"notes\": \"line one\\nline \\\"two\\\"\\t\\u00e9\\ud83d\\ude00 \xC3\xA9t\xC3\xA9\", "; break;
+      default: line += "\"quota\": 1234567.891, \"locked\": false, \"manager\": null, "; break;
+    }
+    line += "\"UUID\": \"" + uuidText(i) + "\"}";
+    line += i == count ? "\n" : ",\n";
+    out << line;
+  }
+  out << "  ],\n  \"trailer\": {\"generated\": true}\n}\n";
+  if (!out) throw std::runtime_error("cannot write the users file");
+}
+
+void generatePasswords(const fs::path& path, std::uint64_t count) {
+  std::ofstream out(path, std::ios::binary);
+  out << "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
+  const std::string digest(86, 'x');
+  for (std::uint64_t i = 1; i <= count; ++i) {
+    out << ",\n  \"" << uuidText(i) << "\": \"$6$" << utils::core::format("{:016x}", i) << '$' << digest
+        << '"';
+  }
+  out << "\n}\n";
+  if (!out) throw std::runtime_error("cannot write the password file");
+}
+
+}  // namespace korvane::bench
