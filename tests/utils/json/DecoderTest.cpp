@@ -9,6 +9,7 @@
 
 #include "tests/utils/json/MemoryStreams.h"
 #include "tests/utils/json/Walk.h"
+#include "utils/filesystem/PrintablePath.h"
 
 namespace korvane::utils::json::decoder {
 namespace {
@@ -245,8 +246,10 @@ TEST(DecoderTest, TypeErrorsAreLocatedExceptions) {
 TEST(DecoderTest, ErrorsAreCaughtAsRuntimeErrorsAndStdExceptions) {
   MemoryInputStream stream("[x]");
   Document document(stream, "/etc/xdg/Korvane/Config/users.json");
+  // The file is named as every message names paths (with "\" on Windows).
   const std::string expected =
-      "\"/etc/xdg/Korvane/Config/users.json\", line 1, column 2: expected a value, found 'x'";
+      "\"" + filesystem::toPrintable("/etc/xdg/Korvane/Config/users.json") +
+      "\", line 1, column 2: expected a value, found 'x'";
   try {
     document.finish();
     FAIL() << "no error";
