@@ -60,12 +60,12 @@ inline std::uint32_t smallSigma1(std::uint32_t x) noexcept {
 
 // One round on the working variables, with their roles rotated by the
 // caller instead of the values being shifted, so only d and h change.
-// Maj(a, b, c) is b ^ ((a ^ b) & (b ^ c)), where b ^ c is the previous
-// round's a ^ b: each round leaves its a ^ b in `abOut` for the next one,
-// which reads it as `bc`.
-#define KORVANE_SHA_ROUND(a, b, c, d, e, f, g, h, j, abOut, bc)                         \
+// `kw` is the round constant plus the schedule word. Maj(a, b, c) is
+// b ^ ((a ^ b) & (b ^ c)), where b ^ c is the previous round's a ^ b: each
+// round leaves its a ^ b in `abOut` for the next one, which reads it as `bc`.
+#define KORVANE_SHA_ROUND(a, b, c, d, e, f, g, h, kw, abOut, bc)                        \
   do {                                                                                   \
-    const std::uint32_t t1 = h + bigSigma1(e) + (g ^ (e & (f ^ g))) + k[j] + w[j];      \
+    const std::uint32_t t1 = h + bigSigma1(e) + (g ^ (e & (f ^ g))) + (kw);             \
     d += t1;                                                                            \
     abOut = a ^ b;                                                                      \
     h = t1 + bigSigma0(a) + (b ^ (abOut & bc));                                         \
@@ -92,10 +92,10 @@ inline std::uint32_t smallSigma1(std::uint32_t x) noexcept {
   STEP(c, d, e, f, g, h, a, b, 14, ab0, ab1); \
   STEP(b, c, d, e, f, g, h, a, 15, ab1, ab0)
 #define KORVANE_SHA_PLAIN_STEP(a, b, c, d, e, f, g, h, j, abOut, bc) \
-  KORVANE_SHA_ROUND(a, b, c, d, e, f, g, h, j, abOut, bc)
+  KORVANE_SHA_ROUND(a, b, c, d, e, f, g, h, k[j] + w[j], abOut, bc)
 #define KORVANE_SHA_EXPANDING_STEP(a, b, c, d, e, f, g, h, j, abOut, bc) \
   KORVANE_SHA_EXPAND(j);                                                \
-  KORVANE_SHA_ROUND(a, b, c, d, e, f, g, h, j, abOut, bc)
+  KORVANE_SHA_ROUND(a, b, c, d, e, f, g, h, k[j] + w[j], abOut, bc)
 
 KORVANE_SHA_BODY void compressBody(Sha256::State& state, const unsigned char* blocks,
                                    std::size_t blockCount, Sha256::Scratch& scratch) noexcept {
@@ -123,18 +123,59 @@ KORVANE_SHA_BODY void compressBody(Sha256::State& state, const unsigned char* bl
   }
 }
 
+// Rounds over a block whose schedule, round constants included, was
+// expanded beforehand.
+#define KORVANE_SHA_SCHEDULED_STEP(a, b, c, d, e, f, g, h, j, abOut, bc) \
+  KORVANE_SHA_ROUND(a, b, c, d, e, f, g, h, scheduled[r + (j)], abOut, bc)
+
+KORVANE_SHA_BODY void compressScheduledBody(Sha256::State& state,
+                                            const Sha256::Schedule& schedule) noexcept {
+  const std::uint32_t* const scheduled = schedule.data();
+  std::uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
+  std::uint32_t e = state[4], f = state[5], g = state[6], h = state[7];
+  std::uint32_t ab0;
+  std::uint32_t ab1 = b ^ c;
+  for (int r = 0; r < 64; r += 16) {
+    KORVANE_SHA_SIXTEEN_ROUNDS(KORVANE_SHA_SCHEDULED_STEP);
+  }
+  state[0] += a;
+  state[1] += b;
+  state[2] += c;
+  state[3] += d;
+  state[4] += e;
+  state[5] += f;
+  state[6] += g;
+  state[7] += h;
+}
+
+#undef KORVANE_SHA_SCHEDULED_STEP
+
+// One entry for both kinds of compression, so that the processor-specific
+// variants below are compiled from one place. A null `schedule` selects
+// the blocks.
+KORVANE_SHA_BODY void compressEither(Sha256::State& state, const unsigned char* blocks,
+                                     std::size_t blockCount, Sha256::Scratch* scratch,
+                                     const Sha256::Schedule* schedule) noexcept {
+  if (schedule != nullptr) {
+    compressScheduledBody(state, *schedule);
+  } else {
+    compressBody(state, blocks, blockCount, *scratch);
+  }
+}
+
 #if KORVANE_SHA_DISPATCH_BMI2
 
 __attribute__((target("bmi2"))) void compressBmi2(Sha256::State& state,
                                                   const unsigned char* blocks,
                                                   std::size_t blockCount,
-                                                  Sha256::Scratch& scratch) noexcept {
-  compressBody(state, blocks, blockCount, scratch);
+                                                  Sha256::Scratch* scratch,
+                                                  const Sha256::Schedule* schedule) noexcept {
+  compressEither(state, blocks, blockCount, scratch, schedule);
 }
 
 void compressBaseline(Sha256::State& state, const unsigned char* blocks, std::size_t blockCount,
-                      Sha256::Scratch& scratch) noexcept {
-  compressBody(state, blocks, blockCount, scratch);
+                      Sha256::Scratch* scratch, const Sha256::Schedule* schedule) noexcept {
+  compressEither(state, blocks, blockCount, scratch, schedule);
 }
 
 bool processorHasBmi2() noexcept {
@@ -143,20 +184,20 @@ bool processorHasBmi2() noexcept {
 }
 
 void compressBlocks(Sha256::State& state, const unsigned char* blocks, std::size_t blockCount,
-                    Sha256::Scratch& scratch) noexcept {
+                    Sha256::Scratch* scratch, const Sha256::Schedule* schedule) noexcept {
   static const bool hasBmi2 = processorHasBmi2();
   if (hasBmi2) {
-    compressBmi2(state, blocks, blockCount, scratch);
+    compressBmi2(state, blocks, blockCount, scratch, schedule);
   } else {
-    compressBaseline(state, blocks, blockCount, scratch);
+    compressBaseline(state, blocks, blockCount, scratch, schedule);
   }
 }
 
 #else
 
 void compressBlocks(Sha256::State& state, const unsigned char* blocks, std::size_t blockCount,
-                    Sha256::Scratch& scratch) noexcept {
-  compressBody(state, blocks, blockCount, scratch);
+                    Sha256::Scratch* scratch, const Sha256::Schedule* schedule) noexcept {
+  compressEither(state, blocks, blockCount, scratch, schedule);
 }
 
 #endif
@@ -173,14 +214,27 @@ void compressBlocks(Sha256::State& state, const unsigned char* blocks, std::size
 
 void Sha256::compress(State& state, const unsigned char* blocks, std::size_t blockCount,
                       Scratch& scratch) noexcept {
-  compressBlocks(state, blocks, blockCount, scratch);
+  compressBlocks(state, blocks, blockCount, &scratch, nullptr);
 }
 
 void Sha256::compress(State& state, const unsigned char* blocks,
                       std::size_t blockCount) noexcept {
   Scratch scratch;
-  compressBlocks(state, blocks, blockCount, scratch);
+  compressBlocks(state, blocks, blockCount, &scratch, nullptr);
   scratch.wipe();
+}
+
+void Sha256::compress(State& state, const Schedule& schedule) noexcept {
+  compressBlocks(state, nullptr, 0, nullptr, &schedule);
+}
+
+void Sha256::expand(const unsigned char* block, Schedule& schedule) noexcept {
+  for (std::size_t t = 0; t < 16; ++t) schedule[t] = loadBigEndian(block + sizeof(std::uint32_t) * t);
+  for (std::size_t t = 16; t < schedule.size(); ++t) {
+    schedule[t] = smallSigma1(schedule[t - 2]) + schedule[t - 7] + smallSigma0(schedule[t - 15]) +
+                  schedule[t - 16];
+  }
+  for (std::size_t t = 0; t < schedule.size(); ++t) schedule[t] += kRoundConstants[t];
 }
 
 void Sha256::Scratch::wipe() noexcept {

@@ -73,6 +73,17 @@ class Sha256 {
   static void compress(State& state, const unsigned char* blocks, std::size_t blockCount,
                        Scratch& scratch) noexcept;
 
+  // The message schedule of one block with the round constants added: for
+  // a block that is compressed many times with different chaining values.
+  // It holds words derived from the block; wipe it when that is secret.
+  using Schedule = std::array<std::uint32_t, 64>;
+
+  // Expands one block (kBlockLength bytes) into its schedule.
+  static void expand(const unsigned char* block, Schedule& schedule) noexcept;
+
+  // Compresses the block that `schedule` was expanded from.
+  static void compress(State& state, const Schedule& schedule) noexcept;
+
  private:
   State state_;
   // Count of bytes processed, low half first.

@@ -213,18 +213,59 @@ KORVANE_SHA_BODY void compressBody(Sha512::State& state, const unsigned char* bl
 #undef KORVANE_SHA_EXPAND
 #endif
 
+// Rounds over a block whose schedule, round constants included, was
+// expanded beforehand.
+#define KORVANE_SHA_SCHEDULED_STEP(a, b, c, d, e, f, g, h, j, abOut, bc) \
+  KORVANE_SHA_ROUND(a, b, c, d, e, f, g, h, scheduled[r + (j)], abOut, bc)
+
+KORVANE_SHA_BODY void compressScheduledBody(Sha512::State& state,
+                                            const Sha512::Schedule& schedule) noexcept {
+  const std::uint64_t* const scheduled = schedule.data();
+  std::uint64_t a = state[0], b = state[1], c = state[2], d = state[3];
+  std::uint64_t e = state[4], f = state[5], g = state[6], h = state[7];
+  std::uint64_t ab0;
+  std::uint64_t ab1 = b ^ c;
+  for (int r = 0; r < 80; r += 16) {
+    KORVANE_SHA_SIXTEEN_ROUNDS(KORVANE_SHA_SCHEDULED_STEP);
+  }
+  state[0] += a;
+  state[1] += b;
+  state[2] += c;
+  state[3] += d;
+  state[4] += e;
+  state[5] += f;
+  state[6] += g;
+  state[7] += h;
+}
+
+#undef KORVANE_SHA_SCHEDULED_STEP
+
+// One entry for both kinds of compression, so that the processor-specific
+// variants below are compiled from one place. A null `schedule` selects
+// the blocks.
+KORVANE_SHA_BODY void compressEither(Sha512::State& state, const unsigned char* blocks,
+                                     std::size_t blockCount, Sha512::Scratch* scratch,
+                                     const Sha512::Schedule* schedule) noexcept {
+  if (schedule != nullptr) {
+    compressScheduledBody(state, *schedule);
+  } else {
+    compressBody(state, blocks, blockCount, *scratch);
+  }
+}
+
 #if KORVANE_SHA_DISPATCH_BMI2
 
 __attribute__((target("bmi2"))) void compressBmi2(Sha512::State& state,
                                                   const unsigned char* blocks,
                                                   std::size_t blockCount,
-                                                  Sha512::Scratch& scratch) noexcept {
-  compressBody(state, blocks, blockCount, scratch);
+                                                  Sha512::Scratch* scratch,
+                                                  const Sha512::Schedule* schedule) noexcept {
+  compressEither(state, blocks, blockCount, scratch, schedule);
 }
 
 void compressBaseline(Sha512::State& state, const unsigned char* blocks, std::size_t blockCount,
-                      Sha512::Scratch& scratch) noexcept {
-  compressBody(state, blocks, blockCount, scratch);
+                      Sha512::Scratch* scratch, const Sha512::Schedule* schedule) noexcept {
+  compressEither(state, blocks, blockCount, scratch, schedule);
 }
 
 bool processorHasBmi2() noexcept {
@@ -233,20 +274,20 @@ bool processorHasBmi2() noexcept {
 }
 
 void compressBlocks(Sha512::State& state, const unsigned char* blocks, std::size_t blockCount,
-                    Sha512::Scratch& scratch) noexcept {
+                    Sha512::Scratch* scratch, const Sha512::Schedule* schedule) noexcept {
   static const bool hasBmi2 = processorHasBmi2();
   if (hasBmi2) {
-    compressBmi2(state, blocks, blockCount, scratch);
+    compressBmi2(state, blocks, blockCount, scratch, schedule);
   } else {
-    compressBaseline(state, blocks, blockCount, scratch);
+    compressBaseline(state, blocks, blockCount, scratch, schedule);
   }
 }
 
 #else
 
 void compressBlocks(Sha512::State& state, const unsigned char* blocks, std::size_t blockCount,
-                    Sha512::Scratch& scratch) noexcept {
-  compressBody(state, blocks, blockCount, scratch);
+                    Sha512::Scratch* scratch, const Sha512::Schedule* schedule) noexcept {
+  compressEither(state, blocks, blockCount, scratch, schedule);
 }
 
 #endif
@@ -262,14 +303,27 @@ void compressBlocks(Sha512::State& state, const unsigned char* blocks, std::size
 
 void Sha512::compress(State& state, const unsigned char* blocks, std::size_t blockCount,
                       Scratch& scratch) noexcept {
-  compressBlocks(state, blocks, blockCount, scratch);
+  compressBlocks(state, blocks, blockCount, &scratch, nullptr);
 }
 
 void Sha512::compress(State& state, const unsigned char* blocks,
                       std::size_t blockCount) noexcept {
   Scratch scratch;
-  compressBlocks(state, blocks, blockCount, scratch);
+  compressBlocks(state, blocks, blockCount, &scratch, nullptr);
   scratch.wipe();
+}
+
+void Sha512::compress(State& state, const Schedule& schedule) noexcept {
+  compressBlocks(state, nullptr, 0, nullptr, &schedule);
+}
+
+void Sha512::expand(const unsigned char* block, Schedule& schedule) noexcept {
+  for (std::size_t t = 0; t < 16; ++t) schedule[t] = loadBigEndian(block + sizeof(std::uint64_t) * t);
+  for (std::size_t t = 16; t < schedule.size(); ++t) {
+    schedule[t] = smallSigma1(schedule[t - 2]) + schedule[t - 7] + smallSigma0(schedule[t - 15]) +
+                  schedule[t - 16];
+  }
+  for (std::size_t t = 0; t < schedule.size(); ++t) schedule[t] += kRoundConstants[t];
 }
 
 void Sha512::Scratch::wipe() noexcept {

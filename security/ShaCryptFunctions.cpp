@@ -164,7 +164,20 @@ struct PreparedMessage {
   alignas(16) std::array<unsigned char, 2 * Hash::kBlockLength> blocks;
   std::size_t digestOffset;
   std::size_t blockCount;  // 0: the message is too long to lay out
+  // The expanded second block when it is the same in every round, or null.
+  const typename Hash::Schedule* constantSecondBlock;
 };
+
+// Even shapes begin with R, so when they take two blocks the second one is
+// constant; its schedule is expanded once into `schedule`.
+template <typename Hash>
+void expandConstantBlock(PreparedMessage<Hash>& message,
+                         typename Hash::Schedule& schedule) noexcept {
+  message.constantSecondBlock = nullptr;
+  if (message.blockCount != 2) return;
+  Hash::expand(message.blocks.data() + Hash::kBlockLength, schedule);
+  message.constantSecondBlock = &schedule;
+}
 
 // The inputs of the rounds loop: P and S given by the digests DP and DS
 // repeated to the key and salt lengths.
@@ -200,7 +213,7 @@ unsigned char* copyRepeated(unsigned char* out, const typename Hash::Digest& dig
 // only when R, the rest and the padding fit in two blocks.
 template <typename Hash>
 void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>& writer,
-             PreparedMessage<Hash>& message) noexcept {
+             PreparedMessage<Hash>& message, typename Hash::Schedule& schedule) noexcept {
   constexpr std::size_t kDigest = Hash::kDigestLength;
   const bool odd = (shape & 1) != 0;
   const std::size_t middle = ((shape & 2) != 0 ? in.saltLength : 0) +
@@ -216,11 +229,13 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
     std::memcpy(message.blocks.data(), writer.tail(), tail);
     message.digestOffset = tail;
     message.blockCount = writePadding<Hash>(message.blocks.data(), tail + kDigest, total);
+    message.constantSecondBlock = nullptr;
     return;
   }
   constexpr std::size_t kLengthField = 2 * sizeof(typename Hash::State::value_type);
   if (total + 1 + kLengthField > message.blocks.size()) {
     message.blockCount = 0;
+    message.constantSecondBlock = nullptr;
     return;
   }
   unsigned char* out = message.blocks.data() + kDigest;
@@ -230,23 +245,38 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
   message.start = Hash::kInitialState;
   message.digestOffset = 0;
   message.blockCount = writePadding<Hash>(message.blocks.data(), total, total);
+  expandConstantBlock(message, schedule);
 }
+
+// The laid-out messages of the eight shapes and the constant second
+// blocks of the four even ones.
+template <typename Hash>
+struct Shapes {
+  std::array<PreparedMessage<Hash>, 8> messages;
+  std::array<typename Hash::Schedule, 4> constantBlocks;
+};
 
 // Runs the rounds loop on the running digest R.
 template <typename Hash>
 void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::Digest& running,
-               MessageWriter<Hash>& writer, std::array<PreparedMessage<Hash>, 8>& shapes) noexcept {
+               MessageWriter<Hash>& writer, Shapes<Hash>& shapes) noexcept {
   constexpr std::size_t kDigest = Hash::kDigestLength;
-  for (std::size_t shape = 0; shape < shapes.size(); ++shape) {
-    prepare(shape, in, writer, shapes[shape]);
+  for (std::size_t shape = 0; shape < shapes.messages.size(); ++shape) {
+    // Odd shapes never use the schedule handed to them.
+    prepare(shape, in, writer, shapes.messages[shape], shapes.constantBlocks[shape / 2]);
   }
   typename Hash::State state;
   for (std::size_t i = 0; i < rounds; ++i) {
-    PreparedMessage<Hash>& message = shapes[shapeOf(i)];
+    PreparedMessage<Hash>& message = shapes.messages[shapeOf(i)];
     if (message.blockCount != 0) {
       std::memcpy(message.blocks.data() + message.digestOffset, running.data(), kDigest);
       state = message.start;
-      Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
+      if (message.constantSecondBlock != nullptr) {
+        Hash::compress(state, message.blocks.data(), 1, writer.scratch());
+        Hash::compress(state, *message.constantSecondBlock);
+      } else {
+        Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
+      }
       storeState<Hash>(state, running);
       continue;
     }
@@ -359,7 +389,7 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
   Digest keyDigest;
   Digest saltDigest;
   MessageWriter<Hash> writer;
-  std::array<PreparedMessage<Hash>, 8> shapes;
+  Shapes<Hash> shapes;
 
   // Digest B: key, salt, key.
   alternate.update(key);

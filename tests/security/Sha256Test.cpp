@@ -152,6 +152,24 @@ TEST(Sha256Test, CompressMatchesThePaddedMessage) {
   }
 }
 
+TEST(Sha256Test, ExpandedScheduleCompressesLikeTheBlock) {
+  const std::string blocks = patternMessage(4 * Sha256::kBlockLength);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(blocks.data());
+  Sha256::State chaining = Sha256::kInitialState;
+  for (std::size_t i = 0; i < 4; ++i) {
+    const unsigned char* block = bytes + i * Sha256::kBlockLength;
+    Sha256::Schedule schedule;
+    Sha256::expand(block, schedule);
+    Sha256::State fromBlock = chaining;
+    Sha256::compress(fromBlock, block, 1);
+    Sha256::State fromSchedule = chaining;
+    Sha256::compress(fromSchedule, schedule);
+    ASSERT_EQ(fromSchedule, fromBlock) << i;
+    ASSERT_NE(fromBlock, chaining);
+    chaining = fromBlock;
+  }
+}
+
 TEST(Sha256Test, WipeClearsTheContext) {
   Sha256 context;
   context.update("secret bytes that stay buffered");

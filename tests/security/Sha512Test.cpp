@@ -157,6 +157,24 @@ TEST(Sha512Test, CompressMatchesThePaddedMessage) {
   }
 }
 
+TEST(Sha512Test, ExpandedScheduleCompressesLikeTheBlock) {
+  const std::string blocks = patternMessage(4 * Sha512::kBlockLength);
+  const auto* bytes = reinterpret_cast<const unsigned char*>(blocks.data());
+  Sha512::State chaining = Sha512::kInitialState;
+  for (std::size_t i = 0; i < 4; ++i) {
+    const unsigned char* block = bytes + i * Sha512::kBlockLength;
+    Sha512::Schedule schedule;
+    Sha512::expand(block, schedule);
+    Sha512::State fromBlock = chaining;
+    Sha512::compress(fromBlock, block, 1);
+    Sha512::State fromSchedule = chaining;
+    Sha512::compress(fromSchedule, schedule);
+    ASSERT_EQ(fromSchedule, fromBlock) << i;
+    ASSERT_NE(fromBlock, chaining);
+    chaining = fromBlock;
+  }
+}
+
 TEST(Sha512Test, WipeClearsTheContext) {
   Sha512 context;
   context.update("secret bytes that stay buffered");
