@@ -7,10 +7,13 @@
 // was (or, once the new file is in place, complete and new).
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -27,7 +30,7 @@ constexpr int userCount = 4;
 constexpr int changedUser = 1;
 // Enough other members to make the files span several buffers (several
 // reads and writes).
-constexpr int extraMembers = 1500;
+constexpr int extraMembers = 4000;
 // More calls of one kind than any run makes.
 constexpr int maxCallIndex = 40;
 
@@ -78,6 +81,7 @@ Environment faultEnvironment(const Installation& installation, std::string_view 
 struct Tally {
   int tried = 0;
   int survived = 0;
+  std::map<std::string, int> triedByCall;
 };
 
 class FaultMatrix {
@@ -117,6 +121,7 @@ class FaultMatrix {
       return false;
     }
     ++tally.tried;
+    ++tally.triedByCall[std::string(call)];
     const std::vector<std::string> problems = check(remove, errnoName, report, result);
     for (const std::string& problem : problems) ADD_FAILURE() << context << "\n" << problem;
     if (problems.empty()) ++tally.survived;
@@ -220,10 +225,19 @@ TEST(FaultInjectionTest, EveryFailingCallLeavesThePasswordFileWhole) {
     }
   }
   std::cout << "fault injection: " << runs << " runs, " << tally.tried << " faults tried, "
-            << tally.survived << " survived" << std::endl;
+            << tally.survived << " survived (";
+  for (const auto& [call, tried] : tally.triedByCall) std::cout << ' ' << call << '=' << tried;
+  std::cout << " )" << std::endl;
   ::testing::Test::RecordProperty("faultsTried", tally.tried);
   ::testing::Test::RecordProperty("faultsSurvived", tally.survived);
-  // Each kind of call must actually have been reached.
+  // Each kind of call must actually have been reached (the owner is only
+  // copied by the superuser).
+  for (const char* call : {"open", "read", "write", "fsync", "rename", "close", "flock", "fchmod"}) {
+    EXPECT_GT(tally.triedByCall[call], 0) << call;
+  }
+  if (::geteuid() == 0) {
+    EXPECT_GT(tally.triedByCall["fchown"], 0);
+  }
   EXPECT_GT(tally.tried, 100);
   EXPECT_EQ(tally.survived, tally.tried);
 }
