@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs everything, then builds and runs every test: the release build,
-# the AddressSanitizer + UndefinedBehaviorSanitizer build, and a bounded run
-# of each fuzz target over its seed corpus.
+# Installs everything, then builds and runs every test: the release build
+# and its Debian package, the AddressSanitizer + UndefinedBehaviorSanitizer
+# build, end-to-end runs under Valgrind, a bounded run of each fuzz target
+# over its seed corpus, and the Windows build under Wine.
 #
 #   scripts/test.sh                 # everything
 #   KORVANE_FUZZ_SECONDS=10 scripts/test.sh
@@ -23,7 +24,14 @@ run_preset() {
 }
 
 run_preset release
+echo "== Debian package"
+bash scripts/package.sh || status=1
 run_preset asan
+
+if [[ -x scripts/run-valgrind.sh ]]; then
+  echo "== end-to-end runs under Valgrind"
+  bash scripts/run-valgrind.sh || status=1
+fi
 
 if [[ -x scripts/run-fuzzers.sh ]]; then
   echo "== fuzz targets"
