@@ -9,6 +9,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config git
+  dpkg-dev file        # Debian package: dependency list, stripping
   libfmt-dev libzxcvbn-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libcrypt-dev         # test-only: cross-check of the SHA-crypt functions
