@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <span>
 
+#include "lineEdit/ConsoleKeyCode.h"
 #include "lineEdit/ConsoleWriter.h"
 #include "lineEdit/EditLoop.h"
 #include "lineEdit/EditTerminal.h"
@@ -76,35 +78,6 @@ int writeOutput(int descriptor, const char* data, std::size_t size) {
   return static_cast<int>(consumed);
 }
 
-// Ctrl with a letter, when only the right Ctrl key is down: the letters that
-// are editing commands become their control codes, every other key is
-// dropped.
-char16_t controlCodeForLetter(char16_t character) {
-  switch (character) {
-    case u'A': case u'B': case u'C': case u'D': case u'E': case u'F':
-    case u'H': case u'K': case u'N': case u'P': case u'T': case u'U':
-      return static_cast<char16_t>(character - u'A' + 1);
-    default:
-      return 0;
-  }
-}
-
-char16_t codeForVirtualKey(WORD virtualKey) {
-  switch (virtualKey) {
-    case VK_BACK: return 8;
-    case VK_RETURN: return 13;
-    case VK_ESCAPE: return 3;  // Escape cancels like Ctrl+C
-    case VK_END: return 5;
-    case VK_HOME: return 1;
-    case VK_LEFT: return 2;
-    case VK_UP: return 16;
-    case VK_RIGHT: return 6;
-    case VK_DOWN: return 14;
-    case VK_DELETE: return 4;
-    default: return 0;
-  }
-}
-
 class ConsoleTerminal : public EditTerminal {
  public:
   bool readKey(char16_t& key) override {
@@ -114,27 +87,17 @@ class ConsoleTerminal : public EditTerminal {
       if (!ReadConsoleInputW(state.input, &record, 1, &count) || count == 0) {
         return false;
       }
-      if (record.EventType != KEY_EVENT || !record.Event.KeyEvent.bKeyDown) {
-        continue;
-      }
-      const KEY_EVENT_RECORD& event = record.Event.KeyEvent;
-      const char16_t character = static_cast<char16_t>(event.uChar.UnicodeChar);
-      const DWORD controls = event.dwControlKeyState;
-      // The mask 0x9 (right Alt, left Ctrl) leaves the right Ctrl key alone.
-      if ((controls & (LEFT_CTRL_PRESSED | RIGHT_CTRL_PRESSED)) != 0 &&
-          (controls & 0x9) == 0) {
-        const char16_t code = controlCodeForLetter(character);
-        if (code == 0) continue;
-        key = code;
-        return true;
-      }
-      const char16_t code = codeForVirtualKey(event.wVirtualKeyCode);
-      if (code != 0) {
-        key = code;
-        return true;
-      }
-      if (character != 0) {
-        key = character;
+      if (record.EventType != KEY_EVENT) continue;
+      const KEY_EVENT_RECORD& native = record.Event.KeyEvent;
+      KeyEvent event;
+      event.keyDown = native.bKeyDown != FALSE;
+      event.repeatCount = native.wRepeatCount;
+      event.virtualKeyCode = native.wVirtualKeyCode;
+      event.virtualScanCode = native.wVirtualScanCode;
+      event.character = static_cast<char16_t>(native.uChar.UnicodeChar);
+      event.controlKeyState = native.dwControlKeyState;
+      if (const std::optional<char16_t> code = consoleKeyCode(event)) {
+        key = *code;
         return true;
       }
     }
