@@ -1,5 +1,5 @@
 # The JSON decoder over arbitrary bytes, walked by skipping and through the
 # typed views.
 korvane_add_fuzzer(JsonDecoderFuzzer
-  SOURCES JsonDecoderFuzzer.cpp
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/JsonDecoderFuzzer.cpp
   LIBRARIES korvane_utils_json)
