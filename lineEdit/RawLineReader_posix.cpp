@@ -131,9 +131,12 @@ class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
   }
 };
 
+// Keys come from standard input; the prompt and the echo go to standard
+// output, or, when that is redirected, to the terminal itself (standard
+// input), so that the user still sees what is asked.
 class PosixTerminal : public EditTerminal {
  public:
-  PosixTerminal() : decoder_(source_) {}
+  explicit PosixTerminal(int outputFd) : outputFd_(outputFd), decoder_(source_) {}
 
   bool readKey(char16_t& key) override { return decoder_.readKey(key); }
 
@@ -146,7 +149,7 @@ class PosixTerminal : public EditTerminal {
 
   bool write(std::string_view bytes) override {
     while (!bytes.empty()) {
-      const ssize_t count = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+      const ssize_t count = ::write(outputFd_, bytes.data(), bytes.size());
       if (count < 0) {
         if (errno == EINTR) continue;
         return false;
@@ -158,13 +161,14 @@ class PosixTerminal : public EditTerminal {
 
   int columns() override {
     winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
+    if (ioctl(outputFd_, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
       return 80;
     }
     return size.ws_col;
   }
 
  private:
+  int outputFd_;
   TerminalByteSource source_;
   TerminalKeyDecoder decoder_;
 };
@@ -209,11 +213,11 @@ bool RawLineReader::read(std::string_view prompt, const EditSettings& settings,
     state.exitHandlerRegistered = true;
   }
   line.clear();
-  if (isatty(STDOUT_FILENO) == 0 ||
-      tcgetattr(STDIN_FILENO, &state.savedMode) != 0) {
+  if (tcgetattr(STDIN_FILENO, &state.savedMode) != 0) {
     errno = ENOTTY;
     return false;
   }
+  const int outputFd = isatty(STDOUT_FILENO) != 0 ? STDOUT_FILENO : STDIN_FILENO;
   // Text the program printed before must appear before the prompt, which
   // goes straight to the descriptor.
   std::cout.flush();
@@ -224,14 +228,20 @@ bool RawLineReader::read(std::string_view prompt, const EditSettings& settings,
   int loopErrno = 0;
   {
     const RawMode rawMode;
-    PosixTerminal terminal;
+    PosixTerminal terminal(outputFd);
     EditLoop loop(terminal, settings, history);
     result = loop.run(buffer.span(), prompt);
     loopErrno = errno;
   }
   if (result != -1) line.assign(buffer.span().data(), static_cast<std::size_t>(result));
-  std::fputs("\n", stdout);
-  std::fflush(stdout);
+  if (outputFd == STDOUT_FILENO) {
+    std::fputs("\n", stdout);
+    std::fflush(stdout);
+  } else {
+    if (::write(outputFd, "\n", 1) < 0) {
+      // Only the cursor's line is lost; the line read stands.
+    }
+  }
   errno = loopErrno;
   return result == -1;
 }

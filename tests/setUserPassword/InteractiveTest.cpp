@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
@@ -160,6 +161,27 @@ TEST_F(InteractiveTest, RemovalQuestionRepeatsOnOtherAnswers) {
   ASSERT_TRUE(child->expect(answerText));
   answer(*child, removalQuestion, "y");
   EXPECT_EQ(child->wait().exitStatus, 0);
+}
+
+TEST_F(InteractiveTest, RedirectedOutputStillPromptsOnTheTerminal) {
+  ChildProcess::Options options;
+  options.arguments = {"-ConfigDir", directory_.path().string(), "alice"};
+  options.input = ChildProcess::Stream::terminal;
+  options.output = ChildProcess::Stream::pipe;
+  options.environment = {{"XDG_CONFIG_DIRS", (directory_.path() / "none").string()}};
+  ChildProcess child(program, std::move(options));
+  ASSERT_TRUE(child.expect(header)) << child.output();
+  for (int entry = 0; entry < 2; ++entry) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the editor takes the terminal
+    child.send(strong);
+    child.send("\r");
+  }
+  const ChildResult result = child.wait();
+  EXPECT_FALSE(result.timedOut);
+  EXPECT_EQ(result.exitStatus, 0) << result.out;
+  EXPECT_EQ(result.out.find("Password: "), std::string::npos) << "prompts belong on the terminal";
+  EXPECT_EQ(result.out.find("may not be empty"), std::string::npos);
+  EXPECT_NE(result.out.find("Password for user \"alice\" was updated."), std::string::npos);
 }
 
 TEST_F(InteractiveTest, CancelAtEveryPromptLeavesTheFilesAlone) {
