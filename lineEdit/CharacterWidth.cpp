@@ -129,13 +129,17 @@ std::size_t codePointColumns(char32_t codePoint) {
   return isWideCharacter(codePoint) ? 2 : 1;
 }
 
-std::size_t columnWidth(std::string_view text) {
-  std::size_t columns = 0;
+namespace {
+
+// Calls `visit` with the column width of every character of `text`,
+// passing over escape sequences, which take no room on the screen.
+template <typename Visit>
+void forEachCharacterWidth(std::string_view text, Visit visit) {
   std::size_t offset = 0;
   while (offset < text.size()) {
     const unsigned char byte = byteAt(text, offset);
     if (byte < 0x80 && byte != 0x1b) {  // plain ASCII: one column
-      ++columns;
+      visit(std::size_t{1});
       ++offset;
       continue;
     }
@@ -145,37 +149,28 @@ std::size_t columnWidth(std::string_view text) {
       continue;
     }
     const DecodedCodePoint decoded = decodeUtf8(text, offset);
-    columns += codePointColumns(decoded.codePoint);
+    visit(codePointColumns(decoded.codePoint));
     offset += decoded.length;
   }
+}
+
+}  // namespace
+
+std::size_t columnWidth(std::string_view text) {
+  std::size_t columns = 0;
+  forEachCharacterWidth(text, [&](std::size_t width) { columns += width; });
   return columns;
 }
 
 std::size_t wrappedColumnWidth(std::string_view text, std::size_t startColumn,
                                std::size_t screenColumns) {
   std::size_t column = startColumn;
-  std::size_t offset = 0;
-  while (offset < text.size()) {
-    const unsigned char byte = byteAt(text, offset);
-    if (byte < 0x80 && byte != 0x1b) {  // plain ASCII: one column
-      ++column;
-      ++offset;
-      continue;
-    }
-    const std::size_t escape = escapeSequenceLength(text, offset);
-    if (escape != 0) {
-      offset += escape;
-      continue;
-    }
-    const DecodedCodePoint decoded = decodeUtf8(text, offset);
-    const std::size_t width = codePointColumns(decoded.codePoint);
-    if (width == 2 && screenColumns >= 2 &&
-        column % screenColumns == screenColumns - 1) {
+  forEachCharacterWidth(text, [&](std::size_t width) {
+    if (width == 2 && screenColumns >= 2 && column % screenColumns == screenColumns - 1) {
       ++column;  // the terminal leaves the last column empty and wraps
     }
     column += width;
-    offset += decoded.length;
-  }
+  });
   return column - startColumn;
 }
 

@@ -14,6 +14,7 @@
 #include <iostream>
 #include <span>
 
+#include "lineEdit/EditBuffer.h"
 #include "lineEdit/EditLoop.h"
 #include "lineEdit/EditTerminal.h"
 #include "lineEdit/TerminalKeyDecoder.h"
@@ -185,20 +186,6 @@ void readPlainLine(std::string& line) {
     line.push_back(byte);
   }
 }
-
-// The edit buffer, wiped however the edit ends.
-class EditBuffer {
- public:
-  EditBuffer() = default;
-  EditBuffer(const EditBuffer&) = delete;
-  EditBuffer& operator=(const EditBuffer&) = delete;
-  ~EditBuffer() { utils::core::secureZero(std::span<char>(bytes_)); }
-
-  std::span<char> span() { return bytes_; }
-
- private:
-  std::array<char, EditLoop::kBufferSize> bytes_{};
-};
 
 }  // namespace
 
