@@ -1,5 +1,8 @@
 #include "bench/support/BenchmarkFiles.h"
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
@@ -47,6 +50,25 @@ void generatePasswords(const fs::path& path, std::uint64_t count) {
   }
   out << "\n}\n";
   if (!out) throw std::runtime_error("cannot write the password file");
+}
+
+std::uint64_t benchmarkUsers(int argc, char** argv) {
+  std::uint64_t users = 1000000;
+  if (const char* variable = std::getenv("KORVANE_BENCH_USERS")) {
+    users = std::strtoull(variable, nullptr, 10);
+  }
+  if (argc > 1) users = std::strtoull(argv[1], nullptr, 10);
+  return users;
+}
+
+BenchmarkFolder::BenchmarkFolder(std::string_view name)
+    : path_(fs::temp_directory_path() / utils::core::format("korvane-{}-{}", name, ::getpid())) {
+  fs::create_directories(path_);
+}
+
+BenchmarkFolder::~BenchmarkFolder() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
 }
 
 }  // namespace korvane::bench

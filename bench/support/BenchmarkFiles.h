@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace korvane::bench {
 
@@ -15,5 +16,23 @@ std::string uuidText(std::uint64_t i);
 
 void generateUsers(const std::filesystem::path& path, std::uint64_t count);
 void generatePasswords(const std::filesystem::path& path, std::uint64_t count);
+
+// The number of users to generate: the first argument, else the variable
+// KORVANE_BENCH_USERS, else a million. 0 for an argument that is no number.
+std::uint64_t benchmarkUsers(int argc, char** argv);
+
+// A fresh folder for one benchmark run, removed with its content at the end.
+class BenchmarkFolder {
+ public:
+  explicit BenchmarkFolder(std::string_view name);
+  ~BenchmarkFolder();
+  BenchmarkFolder(const BenchmarkFolder&) = delete;
+  BenchmarkFolder& operator=(const BenchmarkFolder&) = delete;
+
+  const std::filesystem::path& path() const noexcept { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
 
 }  // namespace korvane::bench

@@ -102,22 +102,13 @@ void writePasswordsKorvane(const fs::path& path, const Entries& entries, encoder
 }
 
 int run(int argc, char** argv) {
-  std::uint64_t users = 1000000;
-  if (const char* env = std::getenv("KORVANE_BENCH_USERS")) users = std::strtoull(env, nullptr, 10);
-  if (argc > 1) users = std::strtoull(argv[1], nullptr, 10);
+  const std::uint64_t users = benchmarkUsers(argc, argv);
   if (users == 0) {
     std::fprintf(stderr, "usage: jsonBenchmark [number of users > 0]\n");
     return 2;
   }
-  const fs::path folder = fs::temp_directory_path() / utils::core::format("korvane-json-bench-{}", getpid());
-  fs::create_directories(folder);
-  struct Cleanup {
-    fs::path folder;
-    ~Cleanup() {
-      std::error_code ignored;
-      fs::remove_all(folder, ignored);
-    }
-  } cleanup{folder};
+  const BenchmarkFolder benchmarkFolder("json-bench");
+  const fs::path& folder = benchmarkFolder.path();
 
   const fs::path usersPath = folder / "users.json";
   const fs::path passwordsPath = folder / "passwords.json";
