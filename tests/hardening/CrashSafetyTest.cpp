@@ -28,9 +28,10 @@ using testing::ChildProcess;
 #if defined(NDEBUG)
 constexpr int entryCount = 100000;
 #else
-constexpr int entryCount = 20000;
+constexpr int entryCount = 5000;
 #endif
 constexpr int maxIterations = 200;
+constexpr int minIterations = 10;
 constexpr auto timeBudget = std::chrono::seconds(20);
 
 std::string entryUuid(int index) {
@@ -130,7 +131,8 @@ TEST(CrashSafetyTest, KilledReplacementLeavesOldOrNewFile) {
   int iterations = 0;
   int torn = 0;
   int advanced = 0;
-  while (iterations < maxIterations && Clock::now() < deadline) {
+  // At least a few kills however slow the machine; more while time is left.
+  while (iterations < maxIterations && (iterations < minIterations || Clock::now() < deadline)) {
     ++iterations;
     ChildProcess::Options options;
     options.arguments = {path.string()};
@@ -171,7 +173,6 @@ TEST(CrashSafetyTest, KilledReplacementLeavesOldOrNewFile) {
             << " after a completed replacement, " << torn << " temporary files left behind"
             << std::endl;
   ::testing::Test::RecordProperty("killIterations", iterations);
-  EXPECT_GE(iterations, 10);
 }
 
 }  // namespace
