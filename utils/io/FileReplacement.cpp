@@ -2,6 +2,8 @@
 
 #include <system_error>
 
+#include "utils/io/SystemError.h"
+
 namespace korvane::utils::io {
 
 namespace {
@@ -17,14 +19,16 @@ std::filesystem::path resolveReplacementTarget(const std::filesystem::path& path
     std::error_code error;
     const auto status = std::filesystem::symlink_status(current, error);
     if (error && status.type() != std::filesystem::file_type::not_found) {
-      throw std::filesystem::filesystem_error("stat", current, error);
+      throwFileError("read the attributes of", current, error);
     }
     if (status.type() != std::filesystem::file_type::symlink) return current;
-    const std::filesystem::path target = std::filesystem::read_symlink(current);
+    std::error_code readError;
+    const std::filesystem::path target = std::filesystem::read_symlink(current, readError);
+    if (readError) throwFileError("read the link", current, readError);
     current = target.is_absolute() ? target : current.parent_path() / target;
   }
-  throw std::filesystem::filesystem_error(
-      "resolve link", path, std::make_error_code(std::errc::too_many_symbolic_link_levels));
+  throwFileError("follow the links of", path,
+                 std::make_error_code(std::errc::too_many_symbolic_link_levels));
 }
 
 }  // namespace korvane::utils::io

@@ -15,8 +15,8 @@ namespace korvane::utils::io {
 // The file that `path` finally names: symbolic links in its last component
 // are followed (relative ones from the link's own directory) until a
 // non-link or a missing file is reached, so that replacing the result keeps
-// every link pointing at the new content. Throws filesystem_error on a link
-// loop or a failing query.
+// every link pointing at the new content. Throws std::system_error on a
+// link loop or a failing query.
 std::filesystem::path resolveReplacementTarget(const std::filesystem::path& path);
 
 // Gives the temporary `file` what the replaced file has: its mode bits (and,
@@ -27,8 +27,9 @@ void copyAttributesForReplacement(File& file, const std::filesystem::path& targe
 
 // Moves `from` over `to`, replacing it: POSIX rename(2) followed by a sync
 // of the directory; Windows MoveFileExW with replace, copy and
-// write-through. A failure throws filesystem_error for "rename" with both
-// paths.
+// write-through. A failed move throws filesystem_error for "rename" with
+// both paths; a failed sync after it, std::system_error saying that the
+// new file is in place.
 void replaceFile(const std::filesystem::path& from, const std::filesystem::path& to);
 
 }  // namespace korvane::utils::io
