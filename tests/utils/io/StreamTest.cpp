@@ -1,0 +1,106 @@
+// The buffering of InputStream and OutputStream over in-memory sources and
+// sinks; the same on every system.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <string>
+
+#include "utils/io/InputStream.h"
+#include "utils/io/OutputStream.h"
+
+namespace korvane::utils::io {
+namespace {
+
+// A source that hands out its text a few characters at a time, so that
+// every buffer boundary is crossed.
+class ChunkedInputStream : public virtual InputStream<char> {
+ public:
+  ChunkedInputStream(std::string text, std::size_t bufferSize)
+      : InputStream<char>(bufferSize), text_(std::move(text)) {}
+
+ protected:
+  std::size_t readSome(std::span<char> into) override {
+    const std::size_t count = std::min(into.size(), text_.size() - offset_);
+    text_.copy(into.data(), count, offset_);
+    offset_ += count;
+    return count;
+  }
+
+ private:
+  std::string text_;
+  std::size_t offset_ = 0;
+};
+
+class RecordingOutputStream : public virtual OutputStream<char> {
+ public:
+  explicit RecordingOutputStream(std::size_t bufferSize) : OutputStream<char>(bufferSize) {}
+  std::string written;
+  int writes = 0;
+  bool failNext = false;
+
+ protected:
+  void writeSome(std::span<const char> text) override {
+    if (failNext) throw std::runtime_error("sink failed");
+    written.append(text.data(), text.size());
+    ++writes;
+  }
+};
+
+std::string readAll(InputStream<char>& stream) {
+  std::string text;
+  for (int c; (c = stream.get()) >= 0;) text.push_back(static_cast<char>(c));
+  return text;
+}
+
+TEST(InputStreamTest, ReadsAcrossEveryBufferBoundary) {
+  std::string text;
+  for (int i = 0; i < 300; ++i) text.push_back(static_cast<char>(i));
+  for (std::size_t size = 1; size <= 17; ++size) {
+    ChunkedInputStream stream(text, size);
+    EXPECT_EQ(readAll(stream), text) << size;
+    EXPECT_EQ(stream.offset(), text.size());
+    EXPECT_FALSE(stream.ensureBuffer(std::nothrow));
+    EXPECT_EQ(stream.get(), -1);
+  }
+}
+
+TEST(InputStreamTest, EmptyInputEndsAtOnce) {
+  ChunkedInputStream stream("", 4);
+  EXPECT_FALSE(stream.ensureBuffer(std::nothrow));
+  EXPECT_EQ(stream.get(), -1);
+}
+
+TEST(InputStreamTest, BufferedSpanAndConsume) {
+  ChunkedInputStream stream("abcdef", 4);
+  ASSERT_TRUE(stream.ensureBuffer(std::nothrow));
+  EXPECT_EQ(std::string(stream.buffered().begin(), stream.buffered().end()), "abcd");
+  stream.consume(3);
+  EXPECT_EQ(stream.get(), 'd');
+  EXPECT_EQ(stream.buffered().size(), 0u);
+  EXPECT_EQ(stream.get(), 'e');
+}
+
+TEST(OutputStreamTest, BuffersAndFlushes) {
+  RecordingOutputStream stream(4);
+  stream.write("ab");
+  EXPECT_EQ(stream.written, "");
+  stream.write("cde");
+  stream.put('f');
+  stream.write("a long text beyond the buffer");
+  stream.flush();
+  EXPECT_EQ(stream.written, "abcdefa long text beyond the buffer");
+}
+
+TEST(OutputStreamTest, FirstFailureIsKeptForFlush) {
+  RecordingOutputStream stream(4);
+  stream.failNext = true;
+  stream.writeNoThrow("abcdefgh");  // does not throw
+  stream.failNext = false;
+  stream.writeNoThrow("ij");
+  EXPECT_THROW(stream.flush(), std::runtime_error);
+  EXPECT_THROW(stream.write("more text than fits"), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace korvane::utils::io
