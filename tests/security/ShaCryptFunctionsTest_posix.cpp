@@ -17,9 +17,18 @@ constexpr std::string_view kSaltAlphabet =
 
 std::string systemCrypt(int tag, const std::string& key, const std::string& salt,
                         std::size_t rounds, bool roundsField) {
-  const std::string setting = "$" + std::to_string(tag) + "$" +
-                              (roundsField ? "rounds=" + std::to_string(rounds) + "$" : "") +
-                              salt + "$";
+  // Built by appending: GCC 12 warns wrongly (-Wrestrict) about the
+  // temporaries of a chain of "+" at -O3.
+  std::string setting = "$";
+  setting += std::to_string(tag);
+  setting += '$';
+  if (roundsField) {
+    setting += "rounds=";
+    setting += std::to_string(rounds);
+    setting += '$';
+  }
+  setting += salt;
+  setting += '$';
   auto data = std::make_unique<crypt_data>();
   const char* result = crypt_r(key.c_str(), setting.c_str(), data.get());
   return result == nullptr ? std::string("<null>") : std::string(result);
