@@ -26,7 +26,7 @@ bool standardInputIsConsole() noexcept {
 }
 
 std::filesystem::path pathFromArgument(std::string_view argument) {
-  if (argument.size() >= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+  if (argument.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw std::invalid_argument(
         "korvane::setUserPassword::pathFromArgument(): the option value is 2^31 bytes or longer");
   }

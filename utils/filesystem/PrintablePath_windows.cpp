@@ -20,7 +20,7 @@ UINT fileApiCodePage() {
 
 std::string toPrintable(const std::filesystem::path& path) {
   const std::wstring& wide = path.native();
-  if (wide.size() >= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+  if (wide.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw std::invalid_argument("korvane::utils::filesystem::toPrintable(): path too long");
   }
   std::string narrow;
