@@ -13,6 +13,7 @@
 
 #include "lineEdit/ConsoleKeyCode.h"
 #include "lineEdit/ConsoleWriter.h"
+#include "lineEdit/EditBuffer.h"
 #include "lineEdit/EditLoop.h"
 #include "lineEdit/EditTerminal.h"
 #include "lineEdit/Win32Console.h"
@@ -130,20 +131,6 @@ void readPlainLine(std::string& line) {
     line.push_back(byte);
   }
 }
-
-// The edit buffer, wiped however the edit ends.
-class EditBuffer {
- public:
-  EditBuffer() = default;
-  EditBuffer(const EditBuffer&) = delete;
-  EditBuffer& operator=(const EditBuffer&) = delete;
-  ~EditBuffer() { utils::core::secureZero(std::span<char>(bytes_)); }
-
-  std::span<char> span() { return bytes_; }
-
- private:
-  std::array<char, EditLoop::kBufferSize> bytes_{};
-};
 
 // Clears ENABLE_PROCESSED_INPUT for its lifetime, so that Ctrl+C arrives as
 // a key instead of a signal; every other mode bit stays as it was.
