@@ -8,6 +8,7 @@
 // Thread safety: one object must not be used from two threads at once.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <memory>
 #include <new>
@@ -28,7 +29,8 @@ class InputStream {
   InputStream(const InputStream&) = delete;
   InputStream& operator=(const InputStream&) = delete;
 
-  virtual ~InputStream() { core::secureZero(buffer_.get(), capacity_ * sizeof(CharT)); }
+  // Only the part of the buffer that reads ever filled needs zeroing.
+  virtual ~InputStream() { core::secureZero(buffer_.get(), filled_ * sizeof(CharT)); }
 
   // Makes sure at least one character is buffered. Returns false at the end
   // of the input. A read failure is not the end of the input: it still
@@ -74,6 +76,7 @@ class InputStream {
       return false;
     }
     limit_ = got;
+    filled_ = std::max(filled_, got);
     return true;
   }
 
@@ -82,6 +85,7 @@ class InputStream {
   std::size_t position_ = 0;
   std::size_t limit_ = 0;
   std::size_t consumedBefore_ = 0;
+  std::size_t filled_ = 0;  // the most of the buffer any read filled
   bool ended_ = false;
 };
 

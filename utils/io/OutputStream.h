@@ -8,6 +8,7 @@
 // Thread safety: one object must not be used from two threads at once.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <exception>
@@ -29,13 +30,15 @@ class OutputStream {
   OutputStream(const OutputStream&) = delete;
   OutputStream& operator=(const OutputStream&) = delete;
 
-  // Derived classes flush in their own destructor; this one only wipes.
-  virtual ~OutputStream() { core::secureZero(buffer_.get(), capacity_ * sizeof(CharT)); }
+  // Derived classes flush in their own destructor; this one only wipes
+  // the part of the buffer that was ever used.
+  virtual ~OutputStream() { core::secureZero(buffer_.get(), filled_ * sizeof(CharT)); }
 
   void write(std::basic_string_view<CharT> text) {
     if (text.size() <= capacity_ - used_) {
       std::memcpy(buffer_.get() + used_, text.data(), text.size() * sizeof(CharT));
       used_ += text.size();
+      filled_ = std::max(filled_, used_);
       return;
     }
     writeSlow(text);
@@ -44,6 +47,7 @@ class OutputStream {
   void put(CharT c) {
     if (used_ == capacity_) flushBuffer();
     buffer_[used_++] = c;
+    filled_ = std::max(filled_, used_);
   }
 
   // As write(), but a failure is kept for the next flush() instead of thrown.
@@ -78,6 +82,7 @@ class OutputStream {
     }
     std::memcpy(buffer_.get(), text.data(), text.size() * sizeof(CharT));
     used_ = text.size();
+    filled_ = std::max(filled_, used_);
   }
 
   void flushBuffer() {
@@ -99,6 +104,7 @@ class OutputStream {
   std::unique_ptr<CharT[]> buffer_;
   std::size_t capacity_;
   std::size_t used_ = 0;
+  std::size_t filled_ = 0;  // the most of the buffer ever in use
   std::exception_ptr error_;
 };
 
