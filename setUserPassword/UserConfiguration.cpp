@@ -60,7 +60,7 @@ class UserSearch {
     uuid_ = uuid;
   }
 
-  Uuid result(const std::filesystem::path& path) const {
+  Uuid result(const std::filesystem::path& path) {
     const std::string file = utils::filesystem::toPrintable(path);
     if (matches_ == 0) {
       throw std::runtime_error(utils::core::format("the user \"{}\" was not found in the file \"{}\"",
