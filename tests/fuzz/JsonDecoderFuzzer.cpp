@@ -98,9 +98,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string skippedSmall = outcome(text, 1, [](Document& d) { walkSkipping(d); });
   const std::string typed = outcome(text, 4096, [](Document& d) { walkTyped(d); });
   const std::string typedSmall = outcome(text, 3, [](Document& d) { walkTyped(d); });
+  const std::string typedRuns = outcome(text, 2, [](Document& d) { walkTyped(d, true); });
   // Member names over 64 KiB are refused only when they are read.
   const bool comparable = size < 60000;
-  if (skipped != skippedSmall || typed != typedSmall || (comparable && skipped != typed)) {
+  if (skipped != skippedSmall || typed != typedSmall || typed != typedRuns ||
+      (comparable && skipped != typed)) {
     std::fprintf(stderr, "walks disagree:\n  %s\n  %s\n  %s\n  %s\n", skipped.c_str(), skippedSmall.c_str(),
                  typed.c_str(), typedSmall.c_str());
     std::abort();

@@ -403,3 +403,66 @@ TEST(DecoderTest, TopLevelStringAndScalars) {
 
 }  // namespace
 }  // namespace korvane::utils::json::decoder
+
+namespace korvane::utils::json::decoder {
+namespace {
+
+// The member values of a one-level object, read either through the string
+// walk or in runs with appendTo(); errors become "error: <text>".
+std::string memberValues(const std::string& json, std::size_t bufferSize, bool inRuns) {
+  MemoryInputStream stream(json, bufferSize);
+  Document document(stream, "t.json");
+  std::string values;
+  try {
+    for (Member& member : document.readAsObject()) {
+      if (inRuns) {
+        std::string text;
+        member.value().asString().appendTo(text);
+        values += text;
+      } else {
+        values += readString(member.value());
+      }
+      values += '|';
+    }
+    document.finish();
+  } catch (const Exception& error) {
+    values += std::string("error: ") + error.what();
+  }
+  return values;
+}
+
+TEST(DecoderTest, AppendToGivesWhatTheWalkGives) {
+  const std::vector<std::string> texts = {
+      R"({"a": "plain", "b": "", "c": "esc \" \\ \/ \b\f\n\r\t \u00e9 \ud834\udd1e end"})",
+      "{\"a\": \"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 mixed\", \"b\": \"" + std::string(300, 'x') +
+          "\"}",
+      R"({"a": "ok", "b": "bad \q escape"})",
+      "{\"a\": \"invalid \xC3 utf-8\"}",
+      R"({"a": "lone \ud800 surrogate"})",
+      R"({"a": "unterminated)",
+  };
+  for (const std::string& text : texts) {
+    for (const std::size_t size : {1u, 2u, 3u, 5u, 7u, 64u * 1024u}) {
+      EXPECT_EQ(memberValues(text, size, true), memberValues(text, size, false))
+          << "buffer " << size << " text " << text;
+    }
+  }
+  EXPECT_EQ(memberValues(texts[0], 3, true),
+            "plain||esc \" \\ / \b\f\n\r\t \xC3\xA9 \xF0\x9D\x84\x9E end|");
+}
+
+TEST(DecoderTest, AppendToTakesTheWalksPlace) {
+  MemoryInputStream stream(R"({"a": "text"})");
+  Document document(stream, "t.json");
+  for (Member& member : document.readAsObject()) {
+    String string = member.value().asString();
+    std::string text;
+    string.appendTo(text);
+    EXPECT_EQ(text, "text");
+    EXPECT_THROW(string.begin(), std::logic_error);
+    EXPECT_THROW(string.appendTo(text), std::logic_error);
+  }
+}
+
+}  // namespace
+}  // namespace korvane::utils::json::decoder

@@ -10,14 +10,16 @@ namespace korvane::utils::json::test {
 
 // Reads `value` through the typed views; appends a rough rendering of what
 // was read to `out` (names and strings in full), so that tests can compare.
-inline void walkTyped(decoder::Value& value, std::string& out) {
+// Strings are read character by character, or with appendTo() when
+// `inRuns` is set.
+inline void walkTyped(decoder::Value& value, std::string& out, bool inRuns = false) {
   switch (value.kind()) {
     case decoder::Kind::object:
       out += '{';
       for (decoder::Member& member : value.asObject()) {
         out += member.name().view();
         out += ':';
-        walkTyped(member.value(), out);
+        walkTyped(member.value(), out, inRuns);
         out += ',';
       }
       out += '}';
@@ -25,14 +27,18 @@ inline void walkTyped(decoder::Value& value, std::string& out) {
     case decoder::Kind::array:
       out += '[';
       for (decoder::Value& element : value.asArray()) {
-        walkTyped(element, out);
+        walkTyped(element, out, inRuns);
         out += ',';
       }
       out += ']';
       break;
     case decoder::Kind::string:
       out += '"';
-      for (const char c : value.asString()) out += c;
+      if (inRuns) {
+        value.asString().appendTo(out);
+      } else {
+        for (const char c : value.asString()) out += c;
+      }
       out += '"';
       break;
     default:
@@ -42,9 +48,9 @@ inline void walkTyped(decoder::Value& value, std::string& out) {
   }
 }
 
-inline std::string walkTyped(decoder::Document& document) {
+inline std::string walkTyped(decoder::Document& document, bool inRuns = false) {
   std::string out;
-  walkTyped(document.root(), out);
+  walkTyped(document.root(), out, inRuns);
   document.finish();
   return out;
 }

@@ -18,6 +18,24 @@ String::Iterator String::begin() {
   return Iterator(this);
 }
 
+void String::appendTo(std::string& out) {
+  if (begun_) throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
+  begun_ = true;
+  for (;;) {
+    const std::span<const char> run = parser_->takePlainRun(frameId_);
+    if (!run.empty()) {
+      out.append(run.data(), run.size());
+      continue;
+    }
+    if (!parser_->nextStringUnit(frameId_, unit_)) {
+      unit_.length = 0;
+      done_ = true;
+      return;
+    }
+    out.append(unit_.bytes.data(), unit_.length);
+  }
+}
+
 bool String::stepSlow() {
   if (done_) failStale();
   // Characters left in the run while the epoch changed: the walk moved on.

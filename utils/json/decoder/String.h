@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <string>
 
 #include "utils/json/decoder/Parser.h"
 
@@ -58,6 +59,11 @@ class String {
   // REQUIRES: called once.
   Iterator begin();
   std::default_sentinel_t end() const noexcept { return {}; }
+
+  // Appends the whole string to `out` a run of plain characters at a time
+  // rather than character by character; the same text as the walk yields.
+  // REQUIRES: instead of begin(), called once.
+  void appendTo(std::string& out);
 
  private:
   friend class Value;
