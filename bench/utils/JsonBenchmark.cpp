@@ -85,7 +85,7 @@ Entries readPasswordsKorvane(const fs::path& path) {
   Entries entries;
   for (decoder::Member& member : document.readAsObject()) {
     std::string value;
-    for (const char c : member.value().asString()) value += c;
+    member.value().asString().appendTo(value);
     entries.emplace_back(std::move(member.name()), std::move(value));
   }
   return entries;
