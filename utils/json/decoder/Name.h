@@ -21,7 +21,12 @@ class Name {
   // Moves the name out; the Name is empty afterwards.
   operator std::string() && noexcept { return std::move(text_); }  // NOLINT: conversion by design
 
-  friend bool operator==(const Name& name, std::string_view text) noexcept { return name.text_ == text; }
+  // Sized by `text`, which is usually a literal: the compiler can then
+  // compare in place instead of calling memcmp.
+  friend bool operator==(const Name& name, std::string_view text) noexcept {
+    return name.text_.size() == text.size() &&
+           std::char_traits<char>::compare(name.text_.data(), text.data(), text.size()) == 0;
+  }
 
  private:
   friend class Object;
