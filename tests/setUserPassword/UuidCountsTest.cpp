@@ -28,6 +28,19 @@ TEST(UuidCountsTest, CountsLikeAMap) {
   EXPECT_EQ(counts.distinct(), pool.size());
 }
 
+TEST(UuidCountsTest, IncrementsNotYetAppliedAreCounted) {
+  UuidCounts counts;
+  const Uuid a = Uuid::create();
+  const Uuid b = Uuid::create();
+  counts.increment(a);
+  EXPECT_EQ(counts.count(a), 1u);
+  counts.increment(b);
+  counts.increment(a);
+  EXPECT_EQ(counts.count(a), 2u);
+  EXPECT_EQ(counts.count(b), 1u);
+  EXPECT_EQ(counts.distinct(), 2u);
+}
+
 TEST(UuidCountsTest, NullUuidIsCounted) {
   UuidCounts counts;
   EXPECT_EQ(counts.count(Uuid()), 0u);
