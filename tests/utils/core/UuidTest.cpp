@@ -18,6 +18,19 @@ TEST(UuidTest, DefaultIsNull) {
   EXPECT_EQ(uuid.toString().view(), "00000000-0000-0000-0000-000000000000");
 }
 
+TEST(UuidTest, EveryByteCountsForEqualityAndNullness) {
+  for (std::size_t i = 0; i < 16; ++i) {
+    Uuid::Bytes bytes{};
+    bytes[i] = 1;
+    const Uuid one(bytes);
+    EXPECT_FALSE(one.isNull()) << i;
+    EXPECT_NE(one, Uuid()) << i;
+    EXPECT_EQ(one, Uuid(bytes)) << i;
+    bytes[i] = 2;
+    EXPECT_NE(one, Uuid(bytes)) << i;
+  }
+}
+
 TEST(UuidTest, TextRoundTrip) {
   const auto parsed = Uuid::fromString(sampleText);
   ASSERT_TRUE(parsed.has_value());
