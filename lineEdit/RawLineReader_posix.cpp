@@ -12,13 +12,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <span>
 
 #include "lineEdit/EditBuffer.h"
 #include "lineEdit/EditLoop.h"
 #include "lineEdit/EditTerminal.h"
 #include "lineEdit/TerminalKeyDecoder.h"
-#include "utils/core/SecureZero.h"
 
 namespace korvane::lineEdit {
 
