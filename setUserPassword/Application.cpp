@@ -132,6 +132,11 @@ SecureString Application::readRedirectedPassword() const {
   if (password.size() > longestPassword) {
     throw WeakPasswordException("password is too long (at most 4095 bytes)");
   }
+  // No login form can send a NUL byte and crypt(3) stops at it: such a
+  // password could never be used.
+  if (password.view().find('\0') != std::string_view::npos) {
+    throw WeakPasswordException("password contains a NUL character");
+  }
   if (!commandLine_.dontRejectInsecurePasswords &&
       !isStrongEnough(estimatePasswordEntropy(password.c_str()))) {
     throw WeakPasswordException(

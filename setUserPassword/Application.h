@@ -24,8 +24,8 @@ namespace korvane::setUserPassword {
 
 class Application {
  public:
-  // Redirected password input that cannot be used: empty, too long or too
-  // weak. The program ends with status 2.
+  // Redirected password input that cannot be used: empty, too long, holding
+  // a NUL byte, or too weak. The program ends with status 2.
   class WeakPasswordException : public std::runtime_error {
    public:
     using std::runtime_error::runtime_error;

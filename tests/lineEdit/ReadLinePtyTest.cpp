@@ -202,6 +202,16 @@ TEST(ReadLinePtyTest, UnknownSequencesAreIgnored) {
   expectRead("a\x1b[5~\x1b[1;5C\x1bOPb\r", "RESULT [6162]");
 }
 
+// Ctrl+@ and Ctrl+Space send a NUL byte: it never becomes part of the line
+// and is not echoed.
+TEST(ReadLinePtyTest, NulByteIsIgnored) {
+  expectRead(std::string_view("a\0b\0\r", 5), "RESULT [6162]");
+}
+
+TEST(ReadLinePtyTest, NulByteAloneGivesAnEmptyLine) {
+  expectRead(std::string_view("\0\r", 2), "RESULT []");
+}
+
 TEST(ReadLinePtyTest, CtrlCCancels) { expectRead("ab\x03", kCancelled); }
 
 TEST(ReadLinePtyTest, LoneEscapeCancels) { expectRead("ab\x1b", kCancelled); }

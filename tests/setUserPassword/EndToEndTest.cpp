@@ -163,6 +163,42 @@ TEST_F(EndToEndTest, EndlessLineIsRefusedAtOnce) {
   EXPECT_EQ(result.err, "ERROR: password is too long (at most 4095 bytes)\n");
 }
 
+TEST_F(EndToEndTest, PasswordWithNulByteIsRefusedEvenWhenWeakOnesAreAllowed) {
+  using namespace std::string_literals;
+  // A strong password with a NUL inside, a NUL alone, a NUL first, and a
+  // weak password with a NUL (refused for the NUL before any estimate).
+  for (const std::string& input : {"Qx7-vortex-MARBLE-quill-93-zephyr\0abc\n"s, "\0\n"s,
+                                   "\0Qx7-vortex-MARBLE-quill-93-zephyr"s, "ab\0c\r\n"s}) {
+    for (const bool allowWeak : {false, true}) {
+      std::vector<std::string> arguments{"alice"};
+      if (allowWeak) arguments.insert(arguments.begin(), "-DontRejectInsecurePasswords");
+      const ChildResult result = run(arguments, input);
+      EXPECT_EQ(result.exitStatus, 2) << input.size() << allowWeak;
+      EXPECT_EQ(result.err, "ERROR: password contains a NUL character\n");
+      EXPECT_EQ(result.out, fileLines(false));
+      EXPECT_FALSE(passwordFileExists());
+    }
+  }
+}
+
+TEST_F(EndToEndTest, NulByteAfterTheFirstLineIsNotLookedAt) {
+  using namespace std::string_literals;
+  const ChildResult result = run({"alice"}, std::string(strongPassword) + "\n\0second\n"s);
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_TRUE(verifies(strongPassword, storedHash(passwordFile(), aliceUuid)));
+}
+
+TEST_F(EndToEndTest, EmptyAndLengthTestsComeBeforeTheNulTest) {
+  using namespace std::string_literals;
+  const ChildResult tooLong = run({"alice"}, "\0"s + std::string(5000, 'k') + "\n");
+  EXPECT_EQ(tooLong.exitStatus, 2);
+  EXPECT_EQ(tooLong.err, "ERROR: password is too long (at most 4095 bytes)\n");
+  const ChildResult empty = run({"alice"}, "\n\0"s);
+  EXPECT_EQ(empty.exitStatus, 2);
+  EXPECT_EQ(empty.err, "ERROR: empty password\n");
+  EXPECT_FALSE(passwordFileExists());
+}
+
 TEST_F(EndToEndTest, TwoRunsUseDifferentSalts) {
   ASSERT_EQ(run({"alice"}, std::string(strongPassword) + "\n").exitStatus, 0);
   const std::string first = storedHash(passwordFile(), aliceUuid);

@@ -1,5 +1,7 @@
 // The whole program at a console (a pseudo-terminal): prompts, masked echo,
 // the questions, cancelling, and what ends up in the password file.
+#include <crypt.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -87,6 +89,33 @@ TEST_F(InteractiveTest, SetsAPasswordTypedTwiceWithMaskedEcho) {
   EXPECT_NE(result.out.find(std::string("\n") + header), std::string::npos);
   EXPECT_FALSE(unchanged());
   EXPECT_NE(readFile(passwordsPath()).find(aliceUuid), std::string::npos);
+}
+
+TEST_F(InteractiveTest, CtrlAtTypedInThePasswordIsNotPartOfIt) {
+  // Ctrl+@ and Ctrl+Space send a NUL byte; the editor ignores it, so the
+  // stored password is the one without it (and a login can match it).
+  const std::string typed = std::string("Correct-Horse-\0Battery-Staple-91", 32);
+  auto child = start({"alice"});
+  answer(*child, "Password: ", typed);
+  answer(*child, "Repeat password: ", typed);
+  ASSERT_TRUE(child->expect("Password for user \"alice\" was updated.")) << child->output();
+  const ChildResult result = child->wait();
+  EXPECT_EQ(result.exitStatus, 0);
+  // One mask for each character but the NUL.
+  const std::string masks = "Password: " + std::string(std::strlen(strong), '*');
+  const std::size_t echo = result.out.find(masks);
+  ASSERT_NE(echo, std::string::npos) << result.out;
+  EXPECT_NE(result.out[echo + masks.size()], '*') << result.out;
+  const std::string file = readFile(passwordsPath());
+  const std::string key = std::string("\"") + aliceUuid + "\": \"";
+  const std::size_t at = file.find(key);
+  ASSERT_NE(at, std::string::npos) << file;
+  const std::size_t start = at + key.size();
+  const std::string hash = file.substr(start, file.find('"', start) - start);
+  crypt_data data{};
+  const char* computed = ::crypt_r(strong, hash.c_str(), &data);
+  ASSERT_NE(computed, nullptr);
+  EXPECT_EQ(hash, computed);
 }
 
 TEST_F(InteractiveTest, MismatchAsksForBothAgainWithoutTheHeader) {
