@@ -95,7 +95,9 @@ void PasswordFile::write() const {
   const std::filesystem::path target = utils::io::resolveReplacementTarget(path_);
   std::filesystem::path temporary = target;
   temporary += utils::core::format(".{}", Uuid::create());
-  utils::io::FileOutputStream<char> stream(temporary, utils::io::File::Access::createOrTruncate,
+  // Created exclusively: whatever is already at that name (a file, a link
+  // planted there) is neither followed nor truncated; the write fails.
+  utils::io::FileOutputStream<char> stream(temporary, utils::io::File::Access::createNew,
                                            std::filesystem::perms::owner_read |
                                                std::filesystem::perms::owner_write);
   utils::io::copyAttributesForReplacement(stream.file(), target);

@@ -46,9 +46,10 @@ class PasswordFile {
   // Removes every entry for `uuid`.
   void erase(const utils::core::Uuid& uuid);
 
-  // Writes the entries to "<path>.<random UUID>" and moves that file over
-  // the password file. On failure the password file is untouched and the
-  // temporary file is left behind.
+  // Writes the entries to "<path>.<random UUID>", a file created there
+  // exclusively (anything already at that name makes it fail), and moves
+  // that file over the password file. On failure the password file is
+  // untouched and the temporary file is left behind.
   void write() const;
 
   const std::filesystem::path& path() const noexcept { return path_; }

@@ -25,6 +25,9 @@ class File {
     write = 1,             // existing file, writing
     readWrite = 2,         // existing file, both
     createOrTruncate = 3,  // create the file, or empty an existing one, for writing
+    // Create a new file for writing. Fails when anything is at the path
+    // already, a symbolic link included, which is never followed.
+    createNew = 4,
   };
 
   // Mode bits a new file is created with (before the process's umask).
@@ -38,7 +41,8 @@ class File {
   explicit File(PseudoFile pseudoFile);
 
   // Opens `path`. Reading a file that does not exist throws
-  // FileNotFoundError; every other failure throws std::system_error.
+  // FileNotFoundError; every other failure throws std::system_error (with
+  // createNew, std::errc::file_exists when something is at the path).
   // Opening does not block on a FIFO without a writer; reading it then
   // sees the end of input.
   File(const std::filesystem::path& path, Access access,

@@ -19,12 +19,21 @@ DWORD desiredAccess(File::Access access) {
     case File::Access::write: return GENERIC_WRITE;
     case File::Access::readWrite: return GENERIC_READ | GENERIC_WRITE;
     case File::Access::createOrTruncate: return GENERIC_WRITE;
+    case File::Access::createNew: return GENERIC_WRITE;
   }
   return GENERIC_READ;
 }
 
 DWORD creationDisposition(File::Access access) {
-  return access == File::Access::createOrTruncate ? CREATE_ALWAYS : OPEN_EXISTING;
+  switch (access) {
+    case File::Access::read:
+    case File::Access::write:
+    case File::Access::readWrite: return OPEN_EXISTING;
+    case File::Access::createOrTruncate: return CREATE_ALWAYS;
+    // Fails on any name that exists, a link included, without following it.
+    case File::Access::createNew: return CREATE_NEW;
+  }
+  return OPEN_EXISTING;
 }
 
 DWORD standardHandleId(File::PseudoFile pseudoFile) {

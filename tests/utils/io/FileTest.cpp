@@ -1,0 +1,85 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/ChildProcess.h"
+#include "utils/io/File.h"
+
+namespace korvane::utils::io {
+namespace {
+
+using korvane::testing::readFile;
+using korvane::testing::TemporaryDirectory;
+using korvane::testing::writeFile;
+
+// Opening with createNew must fail on `path` with "file exists", naming it.
+void expectFileExists(const std::filesystem::path& path) {
+  try {
+    File file(path, File::Access::createNew);
+    FAIL() << "created over something that was there";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::file_exists);
+    EXPECT_EQ(std::string(error.what()), "could not open \"" + path.string() + "\": File exists");
+  }
+}
+
+TEST(FileTest, CreateNewMakesAFileWithTheGivenMode) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "new";
+  const mode_t oldMask = ::umask(0);
+  {
+    File file(path, File::Access::createNew,
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    file.write(std::string_view("content"));
+    file.close();
+  }
+  ::umask(oldMask);
+  EXPECT_EQ(readFile(path), "content");
+  struct stat status {};
+  ASSERT_EQ(::lstat(path.c_str(), &status), 0);
+  EXPECT_TRUE(S_ISREG(status.st_mode));
+  EXPECT_EQ(status.st_mode & 07777, 0600u);
+}
+
+TEST(FileTest, CreateNewRefusesAnExistingFileAndLeavesItAlone) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "taken";
+  writeFile(path, "precious");
+  expectFileExists(path);
+  EXPECT_EQ(readFile(path), "precious");
+}
+
+TEST(FileTest, CreateNewNeverFollowsALink) {
+  TemporaryDirectory directory;
+  const auto victim = directory.path() / "victim";
+  const auto link = directory.path() / "link";
+  writeFile(victim, "precious");
+  std::filesystem::create_symlink(victim, link);
+  expectFileExists(link);
+  EXPECT_EQ(readFile(victim), "precious");
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+}
+
+TEST(FileTest, CreateNewNeverCreatesThroughADanglingLink) {
+  TemporaryDirectory directory;
+  const auto missing = directory.path() / "missing";
+  const auto link = directory.path() / "link";
+  std::filesystem::create_symlink(missing, link);
+  expectFileExists(link);
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(missing)));
+}
+
+TEST(FileTest, CreateOrTruncateStillEmptiesAnExistingFile) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "file";
+  writeFile(path, "old content");
+  File file(path, File::Access::createOrTruncate);
+  file.close();
+  EXPECT_EQ(readFile(path), "");
+}
+
+}  // namespace
+}  // namespace korvane::utils::io
