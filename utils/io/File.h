@@ -82,6 +82,9 @@ class File {
  private:
   static const NativeHandle invalidHandle;
 
+  // Closes an owned open handle without reporting a failure.
+  void release() noexcept;
+
   std::filesystem::path path_;
   NativeHandle handle_;
   bool owned_;

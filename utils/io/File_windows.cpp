@@ -84,22 +84,7 @@ File::File(const std::filesystem::path& path, Access access, std::filesystem::pe
   handle_ = fromHandle(handle);
 }
 
-File::File(File&& other) noexcept
-    : path_(std::move(other.path_)),
-      handle_(std::exchange(other.handle_, invalidHandle)),
-      owned_(other.owned_) {}
-
-File& File::operator=(File&& other) noexcept {
-  if (this != &other) {
-    if (owned_ && isOpen()) ::CloseHandle(toHandle(handle_));
-    path_ = std::move(other.path_);
-    handle_ = std::exchange(other.handle_, invalidHandle);
-    owned_ = other.owned_;
-  }
-  return *this;
-}
-
-File::~File() {
+void File::release() noexcept {
   if (owned_ && isOpen()) ::CloseHandle(toHandle(handle_));
 }
 

@@ -1,9 +1,11 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "tests/support/ChildProcess.h"
 #include "utils/io/File.h"
@@ -14,6 +16,10 @@ namespace {
 using korvane::testing::readFile;
 using korvane::testing::TemporaryDirectory;
 using korvane::testing::writeFile;
+
+bool isOpenDescriptor(File::NativeHandle handle) {
+  return ::fcntl(static_cast<int>(handle), F_GETFD) != -1;
+}
 
 // Opening with createNew must fail on `path` with "file exists", naming it.
 void expectFileExists(const std::filesystem::path& path) {
@@ -79,6 +85,50 @@ TEST(FileTest, CreateOrTruncateStillEmptiesAnExistingFile) {
   File file(path, File::Access::createOrTruncate);
   file.close();
   EXPECT_EQ(readFile(path), "");
+}
+
+TEST(FileTest, MoveConstructionTakesTheFileOver) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "file";
+  File first(path, File::Access::createNew);
+  const File::NativeHandle handle = first.nativeHandle();
+  File second(std::move(first));
+  EXPECT_FALSE(first.isOpen());  // NOLINT(bugprone-use-after-move): tested on purpose
+  ASSERT_TRUE(second.isOpen());
+  EXPECT_EQ(second.nativeHandle(), handle);
+  EXPECT_EQ(second.path(), path);
+  second.write(std::string_view("moved"));
+  second.close();
+  EXPECT_EQ(readFile(path), "moved");
+}
+
+TEST(FileTest, MoveAssignmentClosesTheFileItHeld) {
+  TemporaryDirectory directory;
+  File target(directory.path() / "a", File::Access::createNew);
+  const File::NativeHandle replaced = target.nativeHandle();
+  File source(directory.path() / "b", File::Access::createNew);
+  const File::NativeHandle taken = source.nativeHandle();
+  target = std::move(source);
+  EXPECT_FALSE(isOpenDescriptor(replaced));
+  EXPECT_EQ(target.nativeHandle(), taken);
+  EXPECT_EQ(target.path(), directory.path() / "b");
+  EXPECT_TRUE(isOpenDescriptor(taken));
+}
+
+TEST(FileTest, DestructorClosesOwnedFilesOnly) {
+  TemporaryDirectory directory;
+  File::NativeHandle handle = 0;
+  {
+    const File file(directory.path() / "file", File::Access::createNew);
+    handle = file.nativeHandle();
+    EXPECT_TRUE(isOpenDescriptor(handle));
+  }
+  EXPECT_FALSE(isOpenDescriptor(handle));
+  {
+    File standardError(File::PseudoFile::standardError);
+    File moved(std::move(standardError));
+  }
+  EXPECT_TRUE(isOpenDescriptor(2));
 }
 
 }  // namespace

@@ -1,0 +1,24 @@
+#include "utils/io/File.h"
+
+#include <utility>
+
+namespace korvane::utils::io {
+
+File::File(File&& other) noexcept
+    : path_(std::move(other.path_)),
+      handle_(std::exchange(other.handle_, invalidHandle)),
+      owned_(other.owned_) {}
+
+File& File::operator=(File&& other) noexcept {
+  if (this != &other) {
+    release();
+    path_ = std::move(other.path_);
+    handle_ = std::exchange(other.handle_, invalidHandle);
+    owned_ = other.owned_;
+  }
+  return *this;
+}
+
+File::~File() { release(); }
+
+}  // namespace korvane::utils::io
