@@ -48,8 +48,9 @@ class PasswordFile {
 
   // Writes the entries to "<path>.<random UUID>", a file created there
   // exclusively (anything already at that name makes it fail), and moves
-  // that file over the password file. On failure the password file is
-  // untouched and the temporary file is left behind.
+  // that file over the password file (see replaceFile). On failure the
+  // temporary file is left behind and the password file is untouched,
+  // unless the in-place copy of replaceFile failed, which says so.
   void write() const;
 
   const std::filesystem::path& path() const noexcept { return path_; }

@@ -7,14 +7,17 @@
 // Configuration, read from the environment once:
 //   KORVANE_FAULT=<call>:<n>:<action>   the n-th (1-based) call of <call>
 //       fails. <call> is open, read, write, fsync, rename, close, flock,
-//       fchmod or fchown (each covers its variants: openat, fdatasync,
-//       renameat, ...). <action> is an errno name (ENOSPC, EIO, EACCES,
-//       EINTR, EROFS, EDQUOT, EPERM) or STALL, which blocks the call forever
-//       (to catch the program in the middle of its work).
+//       fchmod, fchown, ftruncate or unlink (each covers its variants:
+//       openat, fdatasync, renameat, ...). <action> is an errno name
+//       (ENOSPC, EIO, EACCES, EINTR, EROFS, EDQUOT, EPERM, EXDEV, EBUSY) or
+//       STALL, which blocks the call forever (to catch the program in the
+//       middle of its work). Up to four faults separated by commas strike
+//       one after the other: the calls of a later one are counted from the
+//       moment the one before it struck.
 //   KORVANE_FAULT_DIR=<dir>   only calls on <dir> itself, on paths below it
 //       and on descriptors opened there count; the loader's and the C
 //       library's own calls are left alone.
-//   KORVANE_FAULT_REPORT=<file>   when the fault strikes, one line is
+//   KORVANE_FAULT_REPORT=<file>   when a fault strikes, one line is
 //       appended: "<call> <path> <written> <afterRename>", where <written>
 //       tells whether the descriptor was opened for writing and
 //       <afterRename> whether a rename into <dir> had already succeeded.
@@ -38,14 +41,16 @@
 namespace {
 
 enum Call { callOpen, callRead, callWrite, callFsync, callRename, callClose, callFlock,
-            callFchmod, callFchown, callCount };
+            callFchmod, callFchown, callFtruncate, callUnlink, callCount };
 
-constexpr const char* callNames[callCount] = {"open",   "read",  "write",  "fsync", "rename",
-                                              "close",  "flock", "fchmod", "fchown"};
+constexpr const char* callNames[callCount] = {"open",  "read",   "write",  "fsync",
+                                              "rename", "close", "flock",  "fchmod",
+                                              "fchown", "ftruncate", "unlink"};
 
 constexpr int stallAction = -1;
 constexpr int maxTracked = 1024;
 constexpr std::size_t maxPath = 512;
+constexpr int maxFaults = 4;
 
 struct Tracked {
   bool inDirectory;
@@ -53,11 +58,16 @@ struct Tracked {
   char path[maxPath];
 };
 
-struct Configuration {
-  bool loaded = false;
+struct Fault {
   int call = -1;
   long index = 0;
   int action = 0;
+};
+
+struct Configuration {
+  bool loaded = false;
+  Fault faults[maxFaults];
+  int faultCount = 0;
   char directory[maxPath] = {};
   std::size_t directoryLength = 0;
   char report[maxPath] = {};
@@ -65,7 +75,7 @@ struct Configuration {
 
 Configuration configuration;
 long seen[callCount];
-bool fired = false;
+int struck = 0;  // the faults that have struck so far
 bool afterRename = false;
 Tracked tracked[maxTracked];
 
@@ -79,7 +89,8 @@ int errnoByName(const char* name) {
     const char* name;
     int value;
   } names[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},       {"EACCES", EACCES}, {"EINTR", EINTR},
-               {"EROFS", EROFS},   {"EDQUOT", EDQUOT}, {"EPERM", EPERM},   {"STALL", stallAction}};
+               {"EROFS", EROFS},   {"EDQUOT", EDQUOT}, {"EPERM", EPERM},   {"EXDEV", EXDEV},
+               {"EBUSY", EBUSY},   {"STALL", stallAction}};
   for (const auto& entry : names) {
     if (std::strcmp(entry.name, name) == 0) return entry.value;
   }
@@ -97,19 +108,25 @@ void load() {
   const char* fault = std::getenv("KORVANE_FAULT");
   const char* directory = std::getenv("KORVANE_FAULT_DIR");
   if (fault == nullptr || directory == nullptr) return;
-  char spec[128];
-  std::strncpy(spec, fault, sizeof spec - 1);
-  spec[sizeof spec - 1] = '\0';
-  char* firstColon = std::strchr(spec, ':');
-  char* secondColon = firstColon ? std::strchr(firstColon + 1, ':') : nullptr;
-  if (secondColon == nullptr) return;
-  *firstColon = '\0';
-  *secondColon = '\0';
-  for (int call = 0; call < callCount; ++call) {
-    if (std::strcmp(spec, callNames[call]) == 0) configuration.call = call;
+  char specs[256];
+  std::strncpy(specs, fault, sizeof specs - 1);
+  specs[sizeof specs - 1] = '\0';
+  for (char* spec = specs; spec != nullptr && configuration.faultCount < maxFaults;) {
+    char* comma = std::strchr(spec, ',');
+    if (comma != nullptr) *comma = '\0';
+    char* firstColon = std::strchr(spec, ':');
+    char* secondColon = firstColon ? std::strchr(firstColon + 1, ':') : nullptr;
+    if (secondColon == nullptr) return;
+    *firstColon = '\0';
+    *secondColon = '\0';
+    Fault& parsed = configuration.faults[configuration.faultCount++];
+    for (int call = 0; call < callCount; ++call) {
+      if (std::strcmp(spec, callNames[call]) == 0) parsed.call = call;
+    }
+    parsed.index = std::atol(firstColon + 1);
+    parsed.action = errnoByName(secondColon + 1);
+    spec = comma != nullptr ? comma + 1 : nullptr;
   }
-  configuration.index = std::atol(firstColon + 1);
-  configuration.action = errnoByName(secondColon + 1);
   copyBounded(configuration.directory, directory);
   configuration.directoryLength = std::strlen(configuration.directory);
   if (const char* report = std::getenv("KORVANE_FAULT_REPORT")) {
@@ -129,7 +146,7 @@ bool isTrackedDescriptor(int fd) {
   return fd >= 0 && fd < maxTracked && tracked[fd].inDirectory;
 }
 
-void writeReport(const char* path, bool written) {
+void writeReport(int call, const char* path, bool written) {
   if (configuration.report[0] == '\0') return;
   const auto realOpen = next<int (*)(const char*, int, ...)>("open");
   const auto realWrite = next<ssize_t (*)(int, const void*, size_t)>("write");
@@ -138,7 +155,7 @@ void writeReport(const char* path, bool written) {
   if (fd < 0) return;
   char line[maxPath + 64];
   const int length = std::snprintf(line, sizeof line, "%s %s %d %d\n",
-                                   callNames[configuration.call], path ? path : "-",
+                                   callNames[call], path ? path : "-",
                                    written ? 1 : 0, afterRename ? 1 : 0);
   if (length > 0) realWrite(fd, line, static_cast<size_t>(length));
   realClose(fd);
@@ -148,14 +165,17 @@ void writeReport(const char* path, bool written) {
 // A stalled call never returns.
 bool strikes(Call call, const char* path, bool written) {
   load();
-  if (configuration.call != call || fired) return false;
-  if (++seen[call] != configuration.index) return false;
-  fired = true;
-  writeReport(path, written);
-  if (configuration.action == stallAction) {
+  if (struck >= configuration.faultCount) return false;
+  const Fault& fault = configuration.faults[struck];
+  if (fault.call != call) return false;
+  if (++seen[call] != fault.index) return false;
+  ++struck;
+  for (long& count : seen) count = 0;
+  writeReport(call, path, written);
+  if (fault.action == stallAction) {
     for (;;) ::pause();
   }
-  errno = configuration.action;
+  errno = fault.action;
   return true;
 }
 
@@ -273,6 +293,27 @@ int fchmod(int fd, mode_t mode) {
 int fchown(int fd, uid_t owner, gid_t group) {
   if (strikesDescriptor(callFchown, fd)) return -1;
   return next<int (*)(int, uid_t, gid_t)>("fchown")(fd, owner, group);
+}
+
+int ftruncate(int fd, off_t length) {
+  if (strikesDescriptor(callFtruncate, fd)) return -1;
+  return next<int (*)(int, off_t)>("ftruncate")(fd, length);
+}
+
+int ftruncate64(int fd, off64_t length) {
+  if (strikesDescriptor(callFtruncate, fd)) return -1;
+  return next<int (*)(int, off64_t)>("ftruncate64")(fd, length);
+}
+
+int unlink(const char* path) {
+  if (isInDirectory(path) && strikes(callUnlink, path, true)) return -1;
+  return next<int (*)(const char*)>("unlink")(path);
+}
+
+int unlinkat(int dirfd, const char* path, int flags) {
+  const bool interesting = (dirfd == AT_FDCWD || path[0] == '/') && isInDirectory(path);
+  if (interesting && strikes(callUnlink, path, true)) return -1;
+  return next<int (*)(int, const char*, int)>("unlinkat")(dirfd, path, flags);
 }
 
 int close(int fd) {

@@ -7,6 +7,7 @@
 // was (or, once the new file is in place, complete and new).
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -57,6 +58,8 @@ FaultReport readReport(const std::filesystem::path& path) {
 // The word each kind of call leaves in the error text.
 std::string operationWord(std::string_view call) {
   if (call == "fsync") return "sync";
+  if (call == "ftruncate") return "truncate";
+  if (call == "unlink") return "remove";
   if (call == "flock") return "lock";
   if (call == "fchmod") return "permissions";
   if (call == "fchown") return "owner";
@@ -247,6 +250,183 @@ TEST(FaultInjectionTest, EveryFailingCallLeavesThePasswordFileWhole) {
   }
   EXPECT_GT(tally.tried, 100);
   EXPECT_EQ(tally.survived, tally.tried);
+}
+
+// The replace when rename(2) cannot replace the password file: EBUSY (it is
+// a mount point, as a file bind-mounted into a container) or EXDEV (another
+// file system). The content is copied over the file in place; every step of
+// that copy is then made to fail in turn.
+class InPlaceCopyTest : public ::testing::Test {
+ protected:
+  InPlaceCopyTest() : installation_(userCount) {}
+
+  struct Run {
+    ChildResult result;
+    FaultReport last;  // the last fault that struck
+    int struck = 0;
+    ino_t inodeBefore = 0;
+  };
+
+  Run run(std::string_view fault) {
+    installation_.removeLeftovers();
+    installation_.writePasswords({0, 1, 2, 3}, extraMembers);
+    ::chmod(installation_.passwordsPath().c_str(), 0640);
+    before_ = testing::readFile(installation_.passwordsPath());
+    std::filesystem::remove(reportPath());
+    Run run;
+    run.inodeBefore = inode(installation_.passwordsPath());
+    ChildProcess::Options options;
+    options.arguments = installation_.arguments(changedUser, false);
+    options.environment = faultEnvironment(installation_, fault, reportPath());
+    options.timeout = std::chrono::seconds(60);
+    ChildProcess child(programPath(), std::move(options));
+    child.send(std::string(strongPassword) + "\n");
+    child.closeInput();
+    run.result = child.wait();
+    if (std::filesystem::exists(reportPath())) {
+      std::istringstream lines(testing::readFile(reportPath()));
+      for (std::string line; std::getline(lines, line);) {
+        std::istringstream fields(line);
+        int written = 0;
+        int afterRename = 0;
+        fields >> run.last.call >> run.last.path >> written >> afterRename;
+        run.last.fired = true;
+        run.last.written = written != 0;
+        ++run.struck;
+      }
+    }
+    return run;
+  }
+
+  static ino_t inode(const std::filesystem::path& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
+  }
+
+  static unsigned mode(const std::filesystem::path& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+  }
+
+  // The temporary files left in the installation.
+  std::vector<std::filesystem::path> leftovers() const {
+    std::vector<std::filesystem::path> paths;
+    for (const std::string& name : installation_.fileNames()) {
+      if (name != "users.json" && name != "passwords.json") {
+        paths.push_back(installation_.directory() / name);
+      }
+    }
+    return paths;
+  }
+
+  // Problems with `path` as the complete new password file.
+  static std::string checkNewContent(const std::filesystem::path& path) {
+    setUserPassword::PasswordFile file(path);
+    try {
+      file.read();
+    } catch (const std::exception& error) {
+      return std::string("does not parse: ") + error.what();
+    }
+    if (file.entries().size() != 1 + userCount + extraMembers) return "wrong number of entries";
+    for (const auto& entry : file.entries()) {
+      if (entry.name == Installation::userUuid(changedUser)) {
+        return hashMatches(entry.value, strongPassword) ? "" : "the new hash does not verify";
+      }
+    }
+    return "the changed user's entry is missing";
+  }
+
+  // The run worked: the password file is new and complete, in place (same
+  // inode and mode), and nothing is left behind.
+  void expectReplacedInPlace(const Run& run, const std::string& context) {
+    EXPECT_EQ(run.result.exitStatus, 0) << context << "\n" << run.result.err;
+    EXPECT_EQ(run.result.err, "") << context;
+    EXPECT_NE(run.result.out.find("\" was updated."), std::string::npos) << context;
+    EXPECT_EQ(checkNewContent(installation_.passwordsPath()), "") << context;
+    EXPECT_EQ(inode(installation_.passwordsPath()), run.inodeBefore) << context;
+    EXPECT_EQ(mode(installation_.passwordsPath()), 0640u) << context;
+    EXPECT_TRUE(leftovers().empty()) << context;
+  }
+
+  std::filesystem::path reportPath() const { return reportDirectory_.path() / "report"; }
+
+  Installation installation_;
+  testing::TemporaryDirectory reportDirectory_;
+  std::string before_;
+};
+
+TEST_F(InPlaceCopyTest, RefusedRenameIsReplacedByACopyInPlace) {
+  for (const char* refusal : {"rename:1:EBUSY", "rename:1:EXDEV"}) {
+    const Run result = run(refusal);
+    ASSERT_EQ(result.struck, 1) << refusal;
+    expectReplacedInPlace(result, refusal);
+  }
+}
+
+TEST_F(InPlaceCopyTest, OtherRenameFailuresAreStillRenameErrors) {
+  const Run result = run("rename:1:EACCES");
+  EXPECT_EQ(result.result.exitStatus, 1);
+  EXPECT_NE(result.result.err.find("rename"), std::string::npos) << result.result.err;
+  EXPECT_EQ(testing::readFile(installation_.passwordsPath()), before_);
+}
+
+TEST_F(InPlaceCopyTest, EveryFailingStepOfTheCopyNamesBothFilesAndKeepsTheCompleteCopy) {
+  int tried = 0;
+  std::map<std::string, int> triedByCall;
+  for (const char* call : {"open", "read", "write", "ftruncate", "fsync", "close", "unlink"}) {
+    for (const char* errnoName : {"EIO", "ENOSPC", "EINTR"}) {
+      for (int index = 1; index <= maxCallIndex; ++index) {
+        const std::string fault = std::string("rename:1:EBUSY,") + call + ":" +
+                                  std::to_string(index) + ":" + errnoName;
+        const Run result = run(fault);
+        const std::string context = fault + " on " + result.last.path + "\nstderr: " +
+                                    result.result.err;
+        ASSERT_GE(result.struck, 1) << context;
+        // Nothing more failed, or only an interrupted call (made again), or
+        // closing the read-only temporary file: the copy worked.
+        const bool harmless = result.struck == 1 || std::string_view(errnoName) == "EINTR" ||
+                              (result.last.call == "close" && !result.last.written);
+        if (harmless) {
+          expectReplacedInPlace(result, context);
+          if (result.struck == 1) break;
+          continue;
+        }
+        ++tried;
+        ++triedByCall[call];
+        const ChildResult& r = result.result;
+        EXPECT_EQ(r.exitStatus, 1) << context;
+        EXPECT_TRUE(r.err.starts_with("ERROR: ")) << context;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << context;
+        EXPECT_NE(r.err.find(operationWord(result.last.call)), std::string::npos) << context;
+        EXPECT_NE(r.err.find(result.last.path), std::string::npos) << context;
+        EXPECT_EQ(r.out.find("\" was updated."), std::string::npos) << context;
+        EXPECT_EQ(inode(installation_.passwordsPath()), result.inodeBefore) << context;
+        EXPECT_EQ(mode(installation_.passwordsPath()), 0640u) << context;
+        const std::vector<std::filesystem::path> left = leftovers();
+        ASSERT_EQ(left.size(), 1u) << context;
+        const std::filesystem::path& temporary = left.front();
+        EXPECT_EQ(checkNewContent(temporary), "") << context;
+        const std::string target = "\"" + installation_.passwordsPath().string() + "\"";
+        const std::string complete = "\"" + temporary.string() + "\"";
+        EXPECT_NE(r.err.find(target), std::string::npos) << context;
+        EXPECT_NE(r.err.find(complete), std::string::npos) << context;
+        if (std::string_view(call) == "unlink") {
+          // Only the removal of the copy failed: the new file is in place.
+          EXPECT_NE(r.err.find("(the new file is in place)"), std::string::npos) << context;
+          EXPECT_EQ(checkNewContent(installation_.passwordsPath()), "") << context;
+        } else {
+          EXPECT_NE(r.err.find(target + " may be incomplete, the complete new file remains at " +
+                               complete),
+                    std::string::npos)
+              << context;
+        }
+      }
+    }
+  }
+  for (const char* call : {"open", "read", "write", "ftruncate", "fsync", "close", "unlink"}) {
+    EXPECT_GT(triedByCall[call], 0) << call;
+  }
+  std::cout << "in-place copy faults tried: " << tried << std::endl;
 }
 
 }  // namespace
