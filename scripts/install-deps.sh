@@ -10,6 +10,9 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config git
   dpkg-dev file        # Debian package: dependency list, stripping
+  lintian              # Debian package: Debian's own checker
+  man-db groff-base gzip  # manual page: compressed, checked with man and groff
+  mount                # bind mounts in the container test (with util-linux's unshare)
   libfmt-dev libzxcvbn-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libcrypt-dev         # test-only: cross-check of the SHA-crypt functions
