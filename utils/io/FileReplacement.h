@@ -33,9 +33,9 @@ void copyAttributesForReplacement(File& file, const std::filesystem::path& targe
 //
 // POSIX, when rename(2) fails with EBUSY (`to` is a mount point, as a
 // password file bind-mounted into a container) or EXDEV (another file
-// system): the content of `from` is copied over `to` in place (from its
-// start, truncated to the new length, synced), so `to` keeps its inode,
-// mode and owner, and only then is `from` removed. A failed copy throws
+// system) and `to` is a regular file: the content of `from` is copied over
+// `to` in place (from its start, truncated to the new length, synced), so
+// `to` keeps its inode, mode and owner, and only then is `from` removed. A failed copy throws
 // std::system_error naming both files and the failed step, saying that
 // `to` may be incomplete and that the complete `from` remains; a failed
 // removal afterwards, std::system_error saying that the new file is in

@@ -41,6 +41,12 @@ void syncDirectory(const std::filesystem::path& replaced) {
   }
 }
 
+bool isRegularFile(const std::filesystem::path& path) {
+  struct stat status {};
+  return detail::retryOnInterrupt([&] { return ::stat(path.c_str(), &status); }) == 0 &&
+         S_ISREG(status.st_mode);
+}
+
 // What an in-place copy works on, for its error messages.
 struct InPlaceCopy {
   const std::filesystem::path& from;
@@ -133,9 +139,11 @@ void replaceFile(const std::filesystem::path& from, const std::filesystem::path&
   const std::error_code renameError(errno, std::generic_category());
   // A mount point (a file bind-mounted into a container) cannot be renamed
   // over, nor a file moved across file systems: copy the content instead,
-  // as the Windows move does across volumes.
-  if (renameError != std::errc::device_or_resource_busy &&
-      renameError != std::errc::cross_device_link) {
+  // as the Windows move does across volumes. Only into a regular file: a
+  // FIFO or a device would block or swallow the content.
+  if ((renameError != std::errc::device_or_resource_busy &&
+       renameError != std::errc::cross_device_link) ||
+      !isRegularFile(to)) {
     throw std::filesystem::filesystem_error("rename", from, to, renameError);
   }
   copyInPlace({from, to, renameError});
