@@ -530,7 +530,7 @@ void ConsoleWriter::selectGraphicRendition(Console& console) {
 
 std::int32_t ConsoleWriter::readDefaultAttribute(Console& console) {
   std::array<char16_t, 4> text{u'7', 0, 0, 0};
-  if (console.getEnvironmentVariable(u"ANSICON_DEF", text) >= text.size()) {
+  if (console.getEnvironmentVariable(u"KORVANE_CONSOLE_DEF", text) >= text.size()) {
     text = {u'7', 0, 0, 0};  // too long to fit: the preset stands
   }
   std::int32_t value = parseHex(text);
