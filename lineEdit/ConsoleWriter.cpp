@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "utils/core/Format.h"
+#include "utils/string/Utf8.h"
 
 namespace korvane::lineEdit {
 
@@ -53,41 +54,6 @@ std::uint32_t toCount(std::int64_t value) noexcept {
 // Clamps into 0..limit - 1 (0 when the limit is not positive).
 std::int64_t clampIndex(std::int64_t value, std::int64_t limit) noexcept {
   return std::max<std::int64_t>(0, std::min(value, limit - 1));
-}
-
-// The length of the UTF-8 sequence that `lead` starts, from its high bits;
-// 0 for a byte that cannot start one.
-std::size_t sequenceLength(unsigned char lead) noexcept {
-  if ((lead & 0xE0) == 0xC0) return 2;
-  if ((lead & 0xF0) == 0xE0) return 3;
-  if ((lead & 0xF8) == 0xF0) return 4;
-  return 0;
-}
-
-// Decodes one complete multi-byte sequence into at most two UTF-16 units;
-// returns 0 units for malformed, overlong, surrogate or out-of-range input.
-std::size_t decodeSequence(std::string_view sequence, std::array<char16_t, 2>& units) noexcept {
-  constexpr std::array<char32_t, 5> kMinimum = {0, 0, 0x80, 0x800, 0x10000};
-  const auto lead = static_cast<unsigned char>(sequence[0]);
-  char32_t codePoint = lead & (0x7Fu >> sequence.size());
-  for (std::size_t i = 1; i < sequence.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(sequence[i]);
-    if ((byte & 0xC0) != 0x80) {
-      return 0;
-    }
-    codePoint = (codePoint << 6) | (byte & 0x3Fu);
-  }
-  if (codePoint < kMinimum[sequence.size()] || codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint < 0xE000)) {
-    return 0;
-  }
-  if (codePoint < 0x10000) {
-    units[0] = static_cast<char16_t>(codePoint);
-    return 1;
-  }
-  codePoint -= 0x10000;
-  units[0] = static_cast<char16_t>(0xD800 + (codePoint >> 10));
-  units[1] = static_cast<char16_t>(0xDC00 + (codePoint & 0x3FF));
-  return 2;
 }
 
 // The C library's wcstol with base 16 over a NUL-terminated text: leading
@@ -197,17 +163,18 @@ std::size_t ConsoleWriter::feedText(Console& console, std::string_view bytes, st
     append(console, std::u16string_view(&unit, 1));
     return index + 1;
   }
-  const std::size_t length = sequenceLength(lead);
-  if (length == 0) {
-    return index + 1;  // a stray continuation byte or an impossible lead byte
+  // A malformed sequence is dropped whole: a stray continuation byte or an
+  // impossible lead byte alone, a sequence cut short by the end of this
+  // call's input with the rest of the input, any other one over the length
+  // its lead byte announces.
+  const utils::string::Utf8Sequence sequence =
+      utils::string::decodeUtf8(bytes.substr(index), utils::string::Utf8Malformed::reject);
+  if (sequence.wellFormed) {
+    std::array<char16_t, 2> units{};
+    const std::size_t count = utils::string::encodeUtf16(sequence.codePoint, units);
+    append(console, std::u16string_view(units.data(), count));
   }
-  if (length > bytes.size() - index) {
-    return bytes.size();  // cut short by the end of this call's input
-  }
-  std::array<char16_t, 2> units{};
-  const std::size_t count = decodeSequence(bytes.substr(index, length), units);
-  append(console, std::u16string_view(units.data(), count));
-  return index + length;
+  return index + sequence.length;
 }
 
 void ConsoleWriter::feedEscape(Console& console, unsigned char byte) {

@@ -8,6 +8,7 @@
 #include "lineEdit/CharacterWidth.h"
 #include "utils/core/Format.h"
 #include "utils/core/SecureZero.h"
+#include "utils/string/Utf8.h"
 
 namespace korvane::lineEdit {
 
@@ -46,9 +47,6 @@ class WipeOnExit {
   std::string& text_;
 };
 
-bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
-
 }  // namespace
 
 EditLoop::EditLoop(EditTerminal& terminal, const EditSettings& settings,
@@ -72,12 +70,12 @@ int EditLoop::run(std::span<char> buffer, std::string_view prompt) {
     char16_t unit = 0;
     if (!terminal_.readKey(unit)) return static_cast<int>(len_);
     char32_t key = unit;
-    if (isHighSurrogate(key)) {
+    if (utils::string::isHighSurrogate(key)) {
       char16_t low = 0;
       if (!terminal_.readKey(low)) return static_cast<int>(len_);
-      key = (((key & 0x3FFu) << 10) | (char32_t{low} & 0x3FFu)) + 0x10000u;
-    } else if (isSurrogate(key)) {
-      key = 0xFFFD;  // a low surrogate without its high half
+      key = utils::string::combineSurrogates(key, low);
+    } else if (utils::string::isSurrogate(key)) {
+      key = utils::string::replacementCharacter;  // a low surrogate without its high half
     }
     switch (handleKey(key)) {
       case Step::kContinue:
@@ -155,7 +153,7 @@ EditLoop::Step EditLoop::handleKey(char32_t key) {
 
 EditLoop::Step EditLoop::insert(char32_t codePoint) {
   std::array<char, 4> bytes{};
-  const std::size_t count = encodeUtf8(codePoint, bytes);
+  const std::size_t count = utils::string::encodeUtf8(codePoint, bytes);
   // A character that does not fit whole is dropped: the line never exceeds
   // the usable length, so the terminating NUL always fits.
   if (len_ + count > usable_) return Step::kContinue;

@@ -1,7 +1,12 @@
 #include "lineEdit/TerminalKeyDecoder.h"
 
+#include <array>
 #include <cstddef>
+#include <span>
 #include <string_view>
+
+#include "utils/core/SecureZero.h"
+#include "utils/string/Utf8.h"
 
 namespace korvane::lineEdit {
 
@@ -73,13 +78,9 @@ bool TerminalKeyDecoder::readKey(char16_t& key) {
       code = decodeUtf8(byte);
     }
     if (code == 0) continue;
-    if (code > 0xFFFF) {
-      code -= 0x10000;
-      key = static_cast<char16_t>(0xD800 + (code >> 10));
-      pendingLowSurrogate_ = static_cast<char16_t>(0xDC00 + (code & 0x3FF));
-    } else {
-      key = static_cast<char16_t>(code);
-    }
+    std::array<char16_t, 2> units{};
+    if (utils::string::encodeUtf16(code, units) == 2) pendingLowSurrogate_ = units[1];
+    key = units[0];
     return true;
   }
 }
@@ -149,38 +150,23 @@ char32_t TerminalKeyDecoder::decodeControlSequence() {
 }
 
 char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
-  std::size_t length = 0;
-  char32_t codePoint = 0;
-  char32_t minimum = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-    codePoint = lead & 0x1Fu;
-    minimum = 0x80;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    codePoint = lead & 0x0Fu;
-    minimum = 0x800;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-    codePoint = lead & 0x07u;
-    minimum = 0x10000;
-  } else {
-    return 0;  // a continuation byte or a byte UTF-8 never uses
-  }
+  // A continuation byte or a byte that begins no well-formed sequence.
+  if (!utils::string::isUtf8Lead(lead)) return 0;
+  std::array<char, 4> sequence{static_cast<char>(lead)};
+  const std::size_t length = utils::string::utf8SequenceLength(lead);
   for (std::size_t i = 1; i < length; ++i) {
     unsigned char byte = 0;
     if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
-    if ((byte & 0xC0) != 0x80) {
-      pushBack(byte);
+    if (!utils::string::isUtf8Continuation(byte)) {
+      pushBack(byte);  // the start of the next key
       return 0;
     }
-    codePoint = (codePoint << 6) | (byte & 0x3Fu);
+    sequence[i] = static_cast<char>(byte);
   }
-  if (codePoint < minimum || codePoint > 0x10FFFF ||
-      (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
-    return 0;
-  }
-  return codePoint;
+  const utils::string::Utf8Sequence decoded = utils::string::decodeUtf8(
+      std::string_view(sequence.data(), length), utils::string::Utf8Malformed::reject);
+  utils::core::secureZero(std::span<char>(sequence));  // part of a typed secret
+  return decoded.codePoint;  // 0 when malformed
 }
 
 }  // namespace korvane::lineEdit
