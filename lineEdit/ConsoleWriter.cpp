@@ -56,9 +56,12 @@ std::int64_t clampIndex(std::int64_t value, std::int64_t limit) noexcept {
   return std::max<std::int64_t>(0, std::min(value, limit - 1));
 }
 
-// The C library's wcstol with base 16 over a NUL-terminated text: leading
-// white space, an optional sign, an optional "0x", then hexadecimal digits
-// up to the first other character; 0 when there are none.
+// Reads the default-colours setting (NUL-terminated) as a base-16 number:
+// leading white space, an optional sign, an optional "0x", then hexadecimal
+// digits up to the first other character; 0 when there are none, and the
+// largest 32-bit value when there are more digits than fit. No setting is
+// refused: whatever the variable holds gives some attribute, so a mistyped
+// value changes colours but never stops the program's output.
 std::int32_t parseHex(std::span<const char16_t> text) noexcept {
   std::size_t i = 0;
   const auto at = [&](std::size_t index) -> char16_t { return index < text.size() ? text[index] : char16_t{0}; };
@@ -385,7 +388,9 @@ void ConsoleWriter::interpretControl(Console& console) {
       }
       break;
     case 'K':
-      // Mode 0 clears one cell past the end of the row, as it always has.
+      // Mode 0 fills one cell more than the rest of the row, the first cell
+      // of the next row with it; the count is fixed so that every screen
+      // the emulation draws stays cell for cell the same.
       if (n == 0) {
         fill(width - x + 1, x, y);
       } else if (n == 1) {
