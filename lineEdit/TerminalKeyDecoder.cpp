@@ -13,14 +13,6 @@ namespace korvane::lineEdit {
 namespace {
 
 constexpr unsigned char kEscape = 27;
-constexpr char32_t kCancel = 3;
-constexpr char32_t kHome = 1;
-constexpr char32_t kEnd = 5;
-constexpr char32_t kDelete = 4;
-constexpr char32_t kUp = 16;
-constexpr char32_t kDown = 14;
-constexpr char32_t kRight = 6;
-constexpr char32_t kLeft = 2;
 
 // Longest escape sequence read before it is given up as noise.
 constexpr std::size_t kMaxSequenceLength = 32;
@@ -32,19 +24,19 @@ bool isFinalByte(unsigned char byte) { return byte >= 0x40 && byte <= 0x7E; }
 char32_t keyForCsi(std::string_view parameters, unsigned char final) {
   if (parameters.empty()) {
     switch (final) {
-      case 'A': return kUp;
-      case 'B': return kDown;
-      case 'C': return kRight;
-      case 'D': return kLeft;
-      case 'H': return kHome;
-      case 'F': return kEnd;
+      case 'A': return keys::up;
+      case 'B': return keys::down;
+      case 'C': return keys::right;
+      case 'D': return keys::left;
+      case 'H': return keys::home;
+      case 'F': return keys::end;
       default: return 0;
     }
   }
   if (final != '~') return 0;
-  if (parameters == "1" || parameters == "7") return kHome;
-  if (parameters == "4" || parameters == "8") return kEnd;
-  if (parameters == "3") return kDelete;
+  if (parameters == "1" || parameters == "7") return keys::home;
+  if (parameters == "4" || parameters == "8") return keys::end;
+  if (parameters == "3") return keys::deleteOrEnd;
   return 0;
 }
 
@@ -58,7 +50,7 @@ TerminalKeyDecoder::~TerminalKeyDecoder() {
   *static_cast<volatile char16_t*>(&pendingLowSurrogate_) = 0;
 }
 
-bool TerminalKeyDecoder::readKey(char16_t& key) {
+bool TerminalKeyDecoder::readKey(KeyCode& key) {
   if (pendingLowSurrogate_ != 0) {
     key = pendingLowSurrogate_;
     pendingLowSurrogate_ = 0;
@@ -71,7 +63,7 @@ bool TerminalKeyDecoder::readKey(char16_t& key) {
     if (byte == kEscape) {
       code = decodeEscape();
     } else if (byte == '\n') {
-      code = '\r';
+      code = keys::enter;
     } else if (byte < 0x80) {
       code = byte;  // NUL stays 0 and is skipped
     } else {
@@ -83,10 +75,6 @@ bool TerminalKeyDecoder::readKey(char16_t& key) {
     key = units[0];
     return true;
   }
-}
-
-bool TerminalKeyDecoder::readByte(unsigned char& byte) {
-  return next(byte, -1) == Result::kByte;
 }
 
 TerminalKeyDecoder::Result TerminalKeyDecoder::next(unsigned char& byte,
@@ -108,20 +96,20 @@ void TerminalKeyDecoder::pushBack(unsigned char byte) {
 char32_t TerminalKeyDecoder::decodeEscape() {
   unsigned char byte = 0;
   if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) {
-    return kCancel;  // a lone ESC: the Escape key
+    return keys::cancel;  // a lone ESC: the Escape key
   }
   if (byte == '[') return decodeControlSequence();
   if (byte == 'O') {
     if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
-    if (byte == 'H') return kHome;
-    if (byte == 'F') return kEnd;
+    if (byte == 'H') return keys::home;
+    if (byte == 'F') return keys::end;
     if (!isFinalByte(byte)) pushBack(byte);
     return 0;
   }
   if (byte >= 0x20 && byte < 0x7F) return 0;  // ESC and one character (Alt)
   // ESC before a control key or a non-ASCII character: the Escape key itself.
   pushBack(byte);
-  return kCancel;
+  return keys::cancel;
 }
 
 char32_t TerminalKeyDecoder::decodeControlSequence() {

@@ -1,10 +1,10 @@
-#include "utils/string/Utf8.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
 #include <string>
 #include <vector>
+
+#include "utils/string/Utf8.h"
 
 namespace korvane::utils::string {
 namespace {
@@ -114,13 +114,15 @@ TEST(Utf8Test, EveryTwoByteInput) {
       const std::string input = text({b0, b1});
       const Utf8Sequence decoded = decodeUtf8(input, Utf8Malformed::reject);
       if (decoded.wellFormed && decoded.length == 2) {
-        ASSERT_FALSE(seen[decoded.codePoint]) << "decoded twice: " << static_cast<unsigned long>(decoded.codePoint);
+        ASSERT_FALSE(seen[decoded.codePoint])
+            << "decoded twice: " << static_cast<unsigned long>(decoded.codePoint);
         seen[decoded.codePoint] = true;
       }
     }
   }
   // Every code point that takes two bytes, each from exactly one sequence.
-  for (char32_t c = 0; c < 0x800; ++c) EXPECT_EQ(seen[c], c >= 0x80) << static_cast<unsigned long>(c);
+  for (char32_t c = 0; c < 0x800; ++c)
+    EXPECT_EQ(seen[c], c >= 0x80) << static_cast<unsigned long>(c);
 }
 
 TEST(Utf8Test, EveryThreeByteInput) {
@@ -142,7 +144,8 @@ TEST(Utf8Test, EveryThreeByteInput) {
   ASSERT_EQ(failures, 0);
   // Every code point that takes three bytes except the surrogates, once each.
   for (char32_t c = 0; c < 0x10000; ++c) {
-    EXPECT_EQ(seen[c], c >= 0x800 && !(c >= 0xD800 && c <= 0xDFFF)) << static_cast<unsigned long>(c);
+    EXPECT_EQ(seen[c], c >= 0x800 && !(c >= 0xD800 && c <= 0xDFFF))
+        << static_cast<unsigned long>(c);
   }
 }
 
@@ -162,7 +165,9 @@ TEST(Utf8Test, FourByteInputsAtEveryBoundary) {
 }
 
 TEST(Utf8Test, FourByteLimits) {
-  const auto decode = [](std::string_view bytes) { return decodeUtf8(bytes, Utf8Malformed::reject); };
+  const auto decode = [](std::string_view bytes) {
+    return decodeUtf8(bytes, Utf8Malformed::reject);
+  };
   EXPECT_EQ(decode("\xF0\x90\x80\x80").codePoint, 0x10000u);
   EXPECT_EQ(decode("\xF4\x8F\xBF\xBF").codePoint, 0x10FFFFu);
   EXPECT_FALSE(decode("\xF0\x8F\xBF\xBF").wellFormed);  // U+FFFF, overlong
@@ -180,7 +185,10 @@ TEST(Utf8Test, FourByteLimits) {
 
 TEST(Utf8Test, OnlyTheLeadByteDecidesTheLength) {
   // A valid character after a lead byte: reject drops the announced length.
-  const Utf8Sequence decoded = decodeUtf8("\xE2" "ab", Utf8Malformed::reject);
+  const Utf8Sequence decoded = decodeUtf8(
+      "\xE2"
+      "ab",
+      Utf8Malformed::reject);
   EXPECT_EQ(decoded.length, 3u);
   EXPECT_FALSE(decoded.wellFormed);
 }
@@ -192,7 +200,8 @@ TEST(Utf8Test, EncodeEveryCodePoint) {
     const std::size_t count = encodeUtf8(c, out);
     const bool unusable = (c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF;
     const std::size_t expected = unusable ? 3 : c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
-    const Utf8Sequence back = decodeUtf8(std::string_view(out.data(), count), Utf8Malformed::reject);
+    const Utf8Sequence back =
+        decodeUtf8(std::string_view(out.data(), count), Utf8Malformed::reject);
     if (count != expected || !back.wellFormed || back.length != count ||
         back.codePoint != (unusable ? replacementCharacter : c)) {
       ++failures;
