@@ -44,26 +44,17 @@ KeyCode codeForVirtualKey(std::uint16_t virtualKey) {
 std::optional<KeyCode> escapeSequenceKey(const ReadInputByte& readByte) {
   std::array<char, 3> sequence{};
   if (!readByte(sequence[0]) || !readByte(sequence[1])) return std::nullopt;
+  KeyCode key = 0;
   if (sequence[0] == 'O') {
-    if (sequence[1] == 'H') return keys::home;
-    if (sequence[1] == 'F') return keys::end;
-    return std::nullopt;
-  }
-  if (sequence[0] != '[') return std::nullopt;
-  if (sequence[1] >= '0' && sequence[1] <= '9') {
+    key = keys::forSingleShiftFinal(sequence[1]);
+  } else if (sequence[0] == '[' && sequence[1] >= '0' && sequence[1] <= '9') {
     if (!readByte(sequence[2])) return std::nullopt;
-    if (sequence[1] == '3' && sequence[2] == '~') return keys::deleteCharacter;
-    return std::nullopt;
+    if (sequence[1] == '3' && sequence[2] == '~') key = keys::deleteCharacter;
+  } else if (sequence[0] == '[') {
+    key = keys::forControlSequenceFinal(sequence[1]);
   }
-  switch (sequence[1]) {
-    case 'A': return keys::up;
-    case 'B': return keys::down;
-    case 'C': return keys::right;
-    case 'D': return keys::left;
-    case 'H': return keys::home;
-    case 'F': return keys::end;
-    default: return std::nullopt;
-  }
+  if (key == 0) return std::nullopt;
+  return key;
 }
 
 }  // namespace

@@ -41,6 +41,28 @@ inline constexpr KeyCode backspace127 = 127;  // the Backspace of most terminals
 // nothing on an empty line (the Windows console's ESC [ 3 ~).
 inline constexpr KeyCode deleteCharacter = 0x110000;
 
+// The key that ESC [ <final> without parameters stands for on both
+// platforms (the cursor keys, Home and End), 0 for none.
+constexpr KeyCode forControlSequenceFinal(char final) noexcept {
+  switch (final) {
+    case 'A': return up;
+    case 'B': return down;
+    case 'C': return right;
+    case 'D': return left;
+    case 'H': return home;
+    case 'F': return end;
+    default: return 0;
+  }
+}
+
+// The key that ESC O <final> stands for (Home and End in a terminal's
+// application mode), 0 for none.
+constexpr KeyCode forSingleShiftFinal(char final) noexcept {
+  if (final == 'H') return home;
+  if (final == 'F') return end;
+  return 0;
+}
+
 }  // namespace keys
 
 }  // namespace korvane::lineEdit

@@ -22,17 +22,7 @@ bool isIntermediateByte(unsigned char byte) { return byte >= 0x20 && byte <= 0x2
 bool isFinalByte(unsigned char byte) { return byte >= 0x40 && byte <= 0x7E; }
 
 char32_t keyForCsi(std::string_view parameters, unsigned char final) {
-  if (parameters.empty()) {
-    switch (final) {
-      case 'A': return keys::up;
-      case 'B': return keys::down;
-      case 'C': return keys::right;
-      case 'D': return keys::left;
-      case 'H': return keys::home;
-      case 'F': return keys::end;
-      default: return 0;
-    }
-  }
+  if (parameters.empty()) return keys::forControlSequenceFinal(static_cast<char>(final));
   if (final != '~') return 0;
   if (parameters == "1" || parameters == "7") return keys::home;
   if (parameters == "4" || parameters == "8") return keys::end;
@@ -101,8 +91,8 @@ char32_t TerminalKeyDecoder::decodeEscape() {
   if (byte == '[') return decodeControlSequence();
   if (byte == 'O') {
     if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
-    if (byte == 'H') return keys::home;
-    if (byte == 'F') return keys::end;
+    const KeyCode key = keys::forSingleShiftFinal(static_cast<char>(byte));
+    if (key != 0) return key;
     if (!isFinalByte(byte)) pushBack(byte);
     return 0;
   }
