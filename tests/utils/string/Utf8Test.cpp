@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -31,11 +32,28 @@ SecondByteRange allowedSecondBytes(unsigned lead) {
 
 bool isTail(unsigned byte) { return byte >= 0x80 && byte <= 0xBF; }
 
-bool wellFormed(const std::vector<unsigned>& bytes) {
-  const SecondByteRange second = allowedSecondBytes(bytes[0]);
-  if (bytes.size() < 2 || bytes[1] < second.low || bytes[1] > second.high) return false;
-  for (std::size_t i = 2; i < bytes.size(); ++i) {
-    if (!isTail(bytes[i])) return false;
+// One test input of up to four bytes, held without allocation: the
+// exhaustive loops below make millions of them.
+struct Input {
+  Input(std::initializer_list<unsigned> values) {
+    for (const unsigned value : values) {
+      bytes[size] = value;
+      text[size] = static_cast<char>(value);
+      ++size;
+    }
+  }
+  std::string_view view() const { return {text.data(), size}; }
+
+  std::array<unsigned, 4> bytes{};
+  std::array<char, 4> text{};
+  std::size_t size = 0;
+};
+
+bool wellFormed(const Input& input, std::size_t length) {
+  const SecondByteRange second = allowedSecondBytes(input.bytes[0]);
+  if (length < 2 || input.bytes[1] < second.low || input.bytes[1] > second.high) return false;
+  for (std::size_t i = 2; i < length; ++i) {
+    if (!isTail(input.bytes[i])) return false;
   }
   return true;
 }
@@ -50,56 +68,54 @@ std::size_t announcedLength(unsigned lead) {
 }
 
 // The payload bits of a sequence of `length` bytes, taken as they stand.
-char32_t payload(const std::vector<unsigned>& bytes, std::size_t length) {
+char32_t payload(const Input& input, std::size_t length) {
   const std::array<unsigned, 5> leadMask = {0, 0x7F, 0x1F, 0x0F, 0x07};
-  char32_t value = bytes[0] & leadMask[length];
-  for (std::size_t i = 1; i < length; ++i) value = value * 64 + (bytes[i] % 64);
+  char32_t value = input.bytes[0] & leadMask[length];
+  for (std::size_t i = 1; i < length; ++i) value = value * 64 + (input.bytes[i] % 64);
   return value;
 }
 
-std::string text(const std::vector<unsigned>& bytes) {
-  std::string result;
-  for (const unsigned byte : bytes) result.push_back(static_cast<char>(byte));
-  return result;
+bool same(const Utf8Sequence& a, const Utf8Sequence& b) {
+  return a.codePoint == b.codePoint && a.length == b.length && a.wellFormed == b.wellFormed;
 }
 
-// Checks both options on one input against the table above. Returns the
-// number of failures, so that the exhaustive loops stop early instead of
-// printing millions of lines.
-int checkSequence(const std::vector<unsigned>& bytes) {
-  const std::string input = text(bytes);
-  const Utf8Sequence rejected = decodeUtf8(input, Utf8Malformed::reject);
-  const Utf8Sequence anyway = decodeUtf8(input, Utf8Malformed::decodeAnyway);
-  const std::size_t length = announcedLength(bytes[0]);
+// Checks both options on one input against the table above and hands back
+// the rejecting decode. Returns the number of failures, so that the
+// exhaustive loops stop early instead of printing millions of lines.
+int checkSequence(const Input& input, Utf8Sequence& rejected) {
+  rejected = decodeUtf8(input.view(), Utf8Malformed::reject);
+  const Utf8Sequence anyway = decodeUtf8(input.view(), Utf8Malformed::decodeAnyway);
+  const std::size_t length = announcedLength(input.bytes[0]);
 
   Utf8Sequence expectRejected;
   Utf8Sequence expectAnyway;
   if (length == 1) {
-    expectRejected = expectAnyway = {bytes[0], 1, true};
+    expectRejected = expectAnyway = {input.bytes[0], 1, true};
   } else if (length == 0) {
     expectRejected = {0, 1, false};
-    expectAnyway = {bytes[0], 1, false};
-  } else if (length > bytes.size()) {
-    expectRejected = expectAnyway = {0, bytes.size(), false};
+    expectAnyway = {input.bytes[0], 1, false};
+  } else if (length > input.size) {
+    expectRejected = expectAnyway = {0, input.size, false};
   } else {
-    const std::vector<unsigned> sequence(bytes.begin(), bytes.begin() + static_cast<long>(length));
-    const bool valid = wellFormed(sequence);
-    expectAnyway = {payload(bytes, length), length, valid};
-    expectRejected = {valid ? payload(bytes, length) : 0, length, valid};
+    const bool valid = wellFormed(input, length);
+    expectAnyway = {payload(input, length), length, valid};
+    expectRejected = {valid ? payload(input, length) : 0, length, valid};
   }
-  const auto same = [](const Utf8Sequence& a, const Utf8Sequence& b) {
-    return a.codePoint == b.codePoint && a.length == b.length && a.wellFormed == b.wellFormed;
-  };
   int failures = 0;
   if (!same(rejected, expectRejected)) {
     ++failures;
-    ADD_FAILURE() << "reject, input " << testing::PrintToString(input);
+    ADD_FAILURE() << "reject, input " << testing::PrintToString(std::string(input.view()));
   }
   if (!same(anyway, expectAnyway)) {
     ++failures;
-    ADD_FAILURE() << "decodeAnyway, input " << testing::PrintToString(input);
+    ADD_FAILURE() << "decodeAnyway, input " << testing::PrintToString(std::string(input.view()));
   }
   return failures;
+}
+
+int checkSequence(const Input& input) {
+  Utf8Sequence rejected;
+  return checkSequence(input, rejected);
 }
 
 TEST(Utf8Test, EveryOneByteInput) {
@@ -110,9 +126,8 @@ TEST(Utf8Test, EveryTwoByteInput) {
   std::vector<bool> seen(0x800, false);
   for (unsigned b0 = 0; b0 < 256; ++b0) {
     for (unsigned b1 = 0; b1 < 256; ++b1) {
-      ASSERT_EQ(checkSequence({b0, b1}), 0);
-      const std::string input = text({b0, b1});
-      const Utf8Sequence decoded = decodeUtf8(input, Utf8Malformed::reject);
+      Utf8Sequence decoded;
+      ASSERT_EQ(checkSequence({b0, b1}, decoded), 0);
       if (decoded.wellFormed && decoded.length == 2) {
         ASSERT_FALSE(seen[decoded.codePoint])
             << "decoded twice: " << static_cast<unsigned long>(decoded.codePoint);
@@ -131,9 +146,8 @@ TEST(Utf8Test, EveryThreeByteInput) {
   for (unsigned b0 = 0; b0 < 256 && failures == 0; ++b0) {
     for (unsigned b1 = 0; b1 < 256 && failures == 0; ++b1) {
       for (unsigned b2 = 0; b2 < 256 && failures == 0; ++b2) {
-        failures += checkSequence({b0, b1, b2});
-        const std::string input = text({b0, b1, b2});
-        const Utf8Sequence decoded = decodeUtf8(input, Utf8Malformed::reject);
+        Utf8Sequence decoded;
+        failures += checkSequence({b0, b1, b2}, decoded);
         if (decoded.wellFormed && decoded.length == 3) {
           if (seen[decoded.codePoint]) ++failures;
           seen[decoded.codePoint] = true;
