@@ -6,6 +6,10 @@ else()
   set(KORVANE_PLATFORM posix)
 endif()
 
+# Headers generated at configure time, included like the sources beside them
+# ("setUserPassword/Version.h").
+set(KORVANE_GENERATED_INCLUDE_DIR "${PROJECT_BINARY_DIR}/generated")
+
 # Warnings are errors on every compiler the project supports.
 function(korvane_set_warnings target)
   if(MSVC)
@@ -36,6 +40,6 @@ function(korvane_add_library name)
     list(APPEND sources "${stem}_${KORVANE_PLATFORM}.cpp")
   endforeach()
   add_library(${name} STATIC ${sources})
-  target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}")
+  target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}" "${KORVANE_GENERATED_INCLUDE_DIR}")
   korvane_set_warnings(${name})
 endfunction()

@@ -4,6 +4,8 @@
 #include <array>
 #include <cstdint>
 
+#include "utils/string/Utf8.h"
+
 namespace korvane::lineEdit {
 
 namespace {
@@ -36,7 +38,11 @@ unsigned char byteAt(std::string_view text, std::size_t offset) {
   return static_cast<unsigned char>(text[offset]);
 }
 
-bool isContinuationByte(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+// Decodes the code point that begins at text[offset]. Any bytes decode (the
+// text may hold broken UTF-8): see utils::string::Utf8Malformed.
+utils::string::Utf8Sequence decodeAt(std::string_view text, std::size_t offset) {
+  return utils::string::decodeUtf8(text.substr(offset), utils::string::Utf8Malformed::decodeAnyway);
+}
 
 // Length of the escape sequence "\x1b[...<final letter>" at text[offset], or
 // 0 when none begins there.
@@ -55,58 +61,6 @@ std::size_t escapeSequenceLength(std::string_view text, std::size_t offset) {
 }
 
 }  // namespace
-
-DecodedCodePoint decodeUtf8(std::string_view text, std::size_t offset) {
-  const unsigned char lead = byteAt(text, offset);
-  std::size_t length = 1;
-  char32_t codePoint = lead;
-  if (lead >= 0xF0 && lead <= 0xF7) {
-    length = 4;
-    codePoint = lead & 0x07u;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    codePoint = lead & 0x0Fu;
-  } else if (lead >= 0xC0 && lead <= 0xDF) {
-    length = 2;
-    codePoint = lead & 0x1Fu;
-  }
-  if (length == 1) return {codePoint, 1};
-  const std::size_t remaining = text.size() - offset;
-  if (remaining < length) return {0, remaining};
-  for (std::size_t i = 1; i < length; ++i) {
-    codePoint = (codePoint << 6) | (byteAt(text, offset + i) & 0x3Fu);
-  }
-  return {codePoint, length};
-}
-
-std::size_t encodeUtf8(char32_t codePoint, std::span<char, 4> out) {
-  if ((codePoint >= 0xD800 && codePoint <= 0xDFFF) || codePoint > 0x10FFFF) {
-    codePoint = 0xFFFD;
-  }
-  const auto put = [&out](std::size_t index, char32_t value) {
-    out[index] = static_cast<char>(static_cast<unsigned char>(value));
-  };
-  if (codePoint < 0x80) {
-    put(0, codePoint);
-    return 1;
-  }
-  if (codePoint < 0x800) {
-    put(0, 0xC0 | (codePoint >> 6));
-    put(1, 0x80 | (codePoint & 0x3F));
-    return 2;
-  }
-  if (codePoint < 0x10000) {
-    put(0, 0xE0 | (codePoint >> 12));
-    put(1, 0x80 | ((codePoint >> 6) & 0x3F));
-    put(2, 0x80 | (codePoint & 0x3F));
-    return 3;
-  }
-  put(0, 0xF0 | (codePoint >> 18));
-  put(1, 0x80 | ((codePoint >> 12) & 0x3F));
-  put(2, 0x80 | ((codePoint >> 6) & 0x3F));
-  put(3, 0x80 | (codePoint & 0x3F));
-  return 4;
-}
 
 // Both tables are sorted, so a binary search gives the same answer as a scan
 // at a fraction of the cost; refreshes measure the whole line on every key.
@@ -148,7 +102,7 @@ void forEachCharacterWidth(std::string_view text, Visit visit) {
       offset += escape;
       continue;
     }
-    const DecodedCodePoint decoded = decodeUtf8(text, offset);
+    const utils::string::Utf8Sequence decoded = decodeAt(text, offset);
     visit(codePointColumns(decoded.codePoint));
     offset += decoded.length;
   }
@@ -175,9 +129,9 @@ std::size_t wrappedColumnWidth(std::string_view text, std::size_t startColumn,
 }
 
 std::size_t nextCharacterEnd(std::string_view text, std::size_t offset) {
-  offset += decodeUtf8(text, offset).length;
+  offset += decodeAt(text, offset).length;
   while (offset < text.size()) {
-    const DecodedCodePoint decoded = decodeUtf8(text, offset);
+    const utils::string::Utf8Sequence decoded = decodeAt(text, offset);
     if (!isCombiningMark(decoded.codePoint)) break;
     offset += decoded.length;
   }
@@ -189,11 +143,11 @@ std::size_t previousCharacterStart(std::string_view text, std::size_t offset) {
     // Back over continuation bytes to the lead byte, at most four bytes.
     std::size_t start = offset - 1;
     while (start > 0 && offset - start < 4 &&
-           isContinuationByte(byteAt(text, start))) {
+           utils::string::isUtf8Continuation(byteAt(text, start))) {
       --start;
     }
     const char32_t codePoint =
-        decodeUtf8(text.substr(0, offset), start).codePoint;
+        decodeAt(text.substr(0, offset), start).codePoint;
     offset = start;
     if (!isCombiningMark(codePoint)) break;
   }

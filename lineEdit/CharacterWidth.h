@@ -2,9 +2,9 @@
 //
 // A code point in the combining-marks table takes no column, one inside the
 // East Asian wide ranges takes two, every other one takes one. Text is decoded
-// leniently: any byte sequence has a defined decoding, so arbitrary (even
-// invalid) UTF-8 can be measured and stepped through without ever reading
-// outside the given text.
+// leniently (utils::string::Utf8Malformed::decodeAnyway): any byte sequence
+// has a defined decoding, so arbitrary (even invalid) UTF-8 can be measured
+// and stepped through without ever reading outside the given text.
 //
 // Thread safety: all functions are pure and reentrant.
 #pragma once
@@ -14,23 +14,6 @@
 #include <string_view>
 
 namespace korvane::lineEdit {
-
-// One code point decoded from UTF-8 and the number of bytes it took.
-struct DecodedCodePoint {
-  char32_t codePoint;
-  std::size_t length;  // at least 1 whenever bytes remained
-};
-
-// Decodes the code point that begins at text[offset]. The lead byte gives the
-// length (1 to 4); a sequence cut short by the end of the text decodes as code
-// point 0 and takes the bytes left. A byte that cannot begin a sequence decodes
-// as itself with length 1. Continuation bytes are not checked.
-// REQUIRES: offset < text.size()
-DecodedCodePoint decodeUtf8(std::string_view text, std::size_t offset);
-
-// Encodes codePoint as UTF-8 into out and returns the byte count (1 to 4).
-// Surrogates and values above U+10FFFF become U+FFFD.
-std::size_t encodeUtf8(char32_t codePoint, std::span<char, 4> out);
 
 // Whether codePoint is a combining mark (takes no column of its own).
 bool isCombiningMark(char32_t codePoint);

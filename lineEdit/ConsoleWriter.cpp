@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "utils/core/Format.h"
+#include "utils/string/Utf8.h"
 
 namespace korvane::lineEdit {
 
@@ -55,44 +56,12 @@ std::int64_t clampIndex(std::int64_t value, std::int64_t limit) noexcept {
   return std::max<std::int64_t>(0, std::min(value, limit - 1));
 }
 
-// The length of the UTF-8 sequence that `lead` starts, from its high bits;
-// 0 for a byte that cannot start one.
-std::size_t sequenceLength(unsigned char lead) noexcept {
-  if ((lead & 0xE0) == 0xC0) return 2;
-  if ((lead & 0xF0) == 0xE0) return 3;
-  if ((lead & 0xF8) == 0xF0) return 4;
-  return 0;
-}
-
-// Decodes one complete multi-byte sequence into at most two UTF-16 units;
-// returns 0 units for malformed, overlong, surrogate or out-of-range input.
-std::size_t decodeSequence(std::string_view sequence, std::array<char16_t, 2>& units) noexcept {
-  constexpr std::array<char32_t, 5> kMinimum = {0, 0, 0x80, 0x800, 0x10000};
-  const auto lead = static_cast<unsigned char>(sequence[0]);
-  char32_t codePoint = lead & (0x7Fu >> sequence.size());
-  for (std::size_t i = 1; i < sequence.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(sequence[i]);
-    if ((byte & 0xC0) != 0x80) {
-      return 0;
-    }
-    codePoint = (codePoint << 6) | (byte & 0x3Fu);
-  }
-  if (codePoint < kMinimum[sequence.size()] || codePoint > 0x10FFFF || (codePoint >= 0xD800 && codePoint < 0xE000)) {
-    return 0;
-  }
-  if (codePoint < 0x10000) {
-    units[0] = static_cast<char16_t>(codePoint);
-    return 1;
-  }
-  codePoint -= 0x10000;
-  units[0] = static_cast<char16_t>(0xD800 + (codePoint >> 10));
-  units[1] = static_cast<char16_t>(0xDC00 + (codePoint & 0x3FF));
-  return 2;
-}
-
-// The C library's wcstol with base 16 over a NUL-terminated text: leading
-// white space, an optional sign, an optional "0x", then hexadecimal digits
-// up to the first other character; 0 when there are none.
+// Reads the default-colours setting (NUL-terminated) as a base-16 number:
+// leading white space, an optional sign, an optional "0x", then hexadecimal
+// digits up to the first other character; 0 when there are none, and the
+// largest 32-bit value when there are more digits than fit. No setting is
+// refused: whatever the variable holds gives some attribute, so a mistyped
+// value changes colours but never stops the program's output.
 std::int32_t parseHex(std::span<const char16_t> text) noexcept {
   std::size_t i = 0;
   const auto at = [&](std::size_t index) -> char16_t { return index < text.size() ? text[index] : char16_t{0}; };
@@ -197,17 +166,18 @@ std::size_t ConsoleWriter::feedText(Console& console, std::string_view bytes, st
     append(console, std::u16string_view(&unit, 1));
     return index + 1;
   }
-  const std::size_t length = sequenceLength(lead);
-  if (length == 0) {
-    return index + 1;  // a stray continuation byte or an impossible lead byte
+  // A malformed sequence is dropped whole: a stray continuation byte or an
+  // impossible lead byte alone, a sequence cut short by the end of this
+  // call's input with the rest of the input, any other one over the length
+  // its lead byte announces.
+  const utils::string::Utf8Sequence sequence =
+      utils::string::decodeUtf8(bytes.substr(index), utils::string::Utf8Malformed::reject);
+  if (sequence.wellFormed) {
+    std::array<char16_t, 2> units{};
+    const std::size_t count = utils::string::encodeUtf16(sequence.codePoint, units);
+    append(console, std::u16string_view(units.data(), count));
   }
-  if (length > bytes.size() - index) {
-    return bytes.size();  // cut short by the end of this call's input
-  }
-  std::array<char16_t, 2> units{};
-  const std::size_t count = decodeSequence(bytes.substr(index, length), units);
-  append(console, std::u16string_view(units.data(), count));
-  return index + length;
+  return index + sequence.length;
 }
 
 void ConsoleWriter::feedEscape(Console& console, unsigned char byte) {
@@ -418,7 +388,9 @@ void ConsoleWriter::interpretControl(Console& console) {
       }
       break;
     case 'K':
-      // Mode 0 clears one cell past the end of the row, as it always has.
+      // Mode 0 fills one cell more than the rest of the row, the first cell
+      // of the next row with it; the count is fixed so that every screen
+      // the emulation draws stays cell for cell the same.
       if (n == 0) {
         fill(width - x + 1, x, y);
       } else if (n == 1) {
@@ -530,7 +502,7 @@ void ConsoleWriter::selectGraphicRendition(Console& console) {
 
 std::int32_t ConsoleWriter::readDefaultAttribute(Console& console) {
   std::array<char16_t, 4> text{u'7', 0, 0, 0};
-  if (console.getEnvironmentVariable(u"ANSICON_DEF", text) >= text.size()) {
+  if (console.getEnvironmentVariable(u"KORVANE_CONSOLE_DEF", text) >= text.size()) {
     text = {u'7', 0, 0, 0};  // too long to fit: the preset stands
   }
   std::int32_t value = parseHex(text);

@@ -17,7 +17,7 @@
 // cursor visibility ("?25h", "?25l"); the title command ESC ] 0 ; text,
 // ended by BEL or ESC \; SO and SI for the line-drawing character set.
 // Replies are pushed into the console input as typed keys. The default
-// colours come from the environment variable ANSICON_DEF (hexadecimal
+// colours come from the environment variable KORVANE_CONSOLE_DEF (hexadecimal
 // console attribute, negative for reversed; "7" when unset).
 //
 // The graphic rendition starts as black on black without attributes until

@@ -8,29 +8,11 @@
 #include "lineEdit/CharacterWidth.h"
 #include "utils/core/Format.h"
 #include "utils/core/SecureZero.h"
+#include "utils/string/Utf8.h"
 
 namespace korvane::lineEdit {
 
 namespace {
-
-// Key codes of the editing commands.
-constexpr char32_t kCtrlA = 1;  // Home
-constexpr char32_t kCtrlB = 2;  // Left
-constexpr char32_t kCtrlC = 3;  // also Escape
-constexpr char32_t kCtrlD = 4;  // also Delete
-constexpr char32_t kCtrlE = 5;  // End
-constexpr char32_t kCtrlF = 6;  // Right
-constexpr char32_t kCtrlH = 8;  // Backspace
-constexpr char32_t kCtrlK = 11;
-constexpr char32_t kCtrlL = 12;
-constexpr char32_t kEnter = 13;
-constexpr char32_t kCtrlN = 14;  // Down
-constexpr char32_t kCtrlP = 16;  // Up
-constexpr char32_t kCtrlT = 20;
-constexpr char32_t kCtrlU = 21;
-constexpr char32_t kCtrlW = 23;
-constexpr char32_t kEscape = 27;
-constexpr char32_t kBackspace = 127;
 
 constexpr std::string_view kClearScreen = "\x1b[H\x1b[2J";
 
@@ -45,9 +27,6 @@ class WipeOnExit {
  private:
   std::string& text_;
 };
-
-bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isSurrogate(char32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
 
 }  // namespace
 
@@ -69,15 +48,14 @@ int EditLoop::run(std::span<char> buffer, std::string_view prompt) {
   if (!terminal_.write(prompt_)) return -1;
 
   for (;;) {
-    char16_t unit = 0;
-    if (!terminal_.readKey(unit)) return static_cast<int>(len_);
-    char32_t key = unit;
-    if (isHighSurrogate(key)) {
-      char16_t low = 0;
+    KeyCode key = 0;
+    if (!terminal_.readKey(key)) return static_cast<int>(len_);
+    if (utils::string::isHighSurrogate(key)) {
+      KeyCode low = 0;
       if (!terminal_.readKey(low)) return static_cast<int>(len_);
-      key = (((key & 0x3FFu) << 10) | (char32_t{low} & 0x3FFu)) + 0x10000u;
-    } else if (isSurrogate(key)) {
-      key = 0xFFFD;  // a low surrogate without its high half
+      key = utils::string::combineSurrogates(key, low);
+    } else if (utils::string::isSurrogate(key)) {
+      key = utils::string::replacementCharacter;  // a low surrogate without its high half
     }
     switch (handleKey(key)) {
       case Step::kContinue:
@@ -90,63 +68,67 @@ int EditLoop::run(std::span<char> buffer, std::string_view prompt) {
   }
 }
 
-EditLoop::Step EditLoop::handleKey(char32_t key) {
+EditLoop::Step EditLoop::handleKey(KeyCode key) {
   switch (key) {
     case 0:
       return Step::kContinue;  // a NUL would end the line early; ignore it
-    case kEnter:
+    case keys::escape:
+      // Escape sequences are the platform's to resolve: an ESC byte that
+      // still got here is not part of a line.
+      return Step::kContinue;
+    case keys::enter:
       history_.removeNewest();
       if (settings_.multiLine && pos_ != len_) moveTo(len_);
       return Step::kAccept;
-    case kCtrlC:
+    case keys::cancel:
       errno = EAGAIN;
       return Step::kFail;
-    case kCtrlD:
+    case keys::deleteOrEnd:
       if (len_ == 0) {
         history_.removeNewest();
         return Step::kFail;
       }
       deleteUnderCursor();
       return Step::kContinue;
-    case kCtrlH:
-    case kBackspace:
+    case keys::deleteCharacter:
+      deleteUnderCursor();
+      return Step::kContinue;
+    case keys::backspace:
+    case keys::backspace127:
       backspace();
       return Step::kContinue;
-    case kCtrlA:
+    case keys::home:
       moveTo(0);
       return Step::kContinue;
-    case kCtrlE:
+    case keys::end:
       moveTo(len_);
       return Step::kContinue;
-    case kCtrlB:
+    case keys::left:
       if (pos_ > 0) moveTo(previousCharacterStart(text(), pos_));
       return Step::kContinue;
-    case kCtrlF:
+    case keys::right:
       if (pos_ < len_) moveTo(nextCharacterEnd(text(), pos_));
       return Step::kContinue;
-    case kCtrlK:
+    case keys::killToEnd:
       killToEnd();
       return Step::kContinue;
-    case kCtrlU:
+    case keys::killLine:
       killLine();
       return Step::kContinue;
-    case kCtrlW:
+    case keys::killWord:
       killPreviousWord();
       return Step::kContinue;
-    case kCtrlT:
+    case keys::transpose:
       transpose();
       return Step::kContinue;
-    case kCtrlL:
+    case keys::clearScreen:
       clearScreen();
       return Step::kContinue;
-    case kCtrlP:
+    case keys::up:
       historyStep(true);
       return Step::kContinue;
-    case kCtrlN:
+    case keys::down:
       historyStep(false);
-      return Step::kContinue;
-    case kEscape:
-      handleEscapeSequence();
       return Step::kContinue;
     default:
       return insert(key);
@@ -155,7 +137,7 @@ EditLoop::Step EditLoop::handleKey(char32_t key) {
 
 EditLoop::Step EditLoop::insert(char32_t codePoint) {
   std::array<char, 4> bytes{};
-  const std::size_t count = encodeUtf8(codePoint, bytes);
+  const std::size_t count = utils::string::encodeUtf8(codePoint, bytes);
   // A character that does not fit whole is dropped: the line never exceeds
   // the usable length, so the terminating NUL always fits.
   if (len_ + count > usable_) return Step::kContinue;
@@ -181,45 +163,6 @@ EditLoop::Step EditLoop::insert(char32_t codePoint) {
   utils::core::secureZero(std::span<char>(bytes));
   refresh();
   return Step::kContinue;
-}
-
-void EditLoop::handleEscapeSequence() {
-  char sequence[3] = {};
-  if (!terminal_.readByte(sequence[0]) || !terminal_.readByte(sequence[1])) {
-    return;
-  }
-  if (sequence[0] == '[') {
-    if (sequence[1] >= '0' && sequence[1] <= '9') {
-      if (!terminal_.readByte(sequence[2])) return;
-      if (sequence[1] == '3' && sequence[2] == '~') deleteUnderCursor();
-      return;
-    }
-    switch (sequence[1]) {
-      case 'A':
-        historyStep(true);
-        break;
-      case 'B':
-        historyStep(false);
-        break;
-      case 'C':
-        if (pos_ < len_) moveTo(nextCharacterEnd(text(), pos_));
-        break;
-      case 'D':
-        if (pos_ > 0) moveTo(previousCharacterStart(text(), pos_));
-        break;
-      case 'H':
-        moveTo(0);
-        break;
-      case 'F':
-        moveTo(len_);
-        break;
-      default:
-        break;
-    }
-  } else if (sequence[0] == 'O') {
-    if (sequence[1] == 'H') moveTo(0);
-    if (sequence[1] == 'F') moveTo(len_);
-  }
 }
 
 void EditLoop::deleteUnderCursor() {

@@ -1,6 +1,8 @@
-// The line editor's state machine: reads key codes from an EditTerminal,
-// edits one line of UTF-8 text in a caller-owned buffer and redraws it after
-// every change, on one row scrolling sideways or wrapped over several rows.
+// The line editor's state machine: reads key codes (lineEdit/KeyCode.h) from
+// an EditTerminal, edits one line of UTF-8 text in a caller-owned buffer and
+// redraws it after every change, on one row scrolling sideways or wrapped
+// over several rows. It consumes key codes only: each platform's key
+// function has already turned keys and escape sequences into them.
 //
 // Every refresh builds its whole output first and writes it at once, so the
 // screen never shows half an update. With masked echo the output holds only
@@ -46,9 +48,8 @@ class EditLoop {
 
   std::string_view text() const { return {buffer_.data(), len_}; }
 
-  Step handleKey(char32_t key);
+  Step handleKey(KeyCode key);
   Step insert(char32_t codePoint);
-  void handleEscapeSequence();
   void deleteUnderCursor();
   void backspace();
   void moveTo(std::size_t pos);

@@ -107,28 +107,28 @@ bool MemoryConsole::setCursorInfo(const CursorInfo& info) {
   return true;
 }
 
-std::uint32_t MemoryConsole::fillOutputCharacter(char16_t character, std::uint32_t length, Coord start) {
+std::span<MemoryConsole::Cell> MemoryConsole::cellsToFill(std::uint32_t length, Coord start) {
   if (!contains(start.x, start.y)) {
-    return 0;
+    return {};
   }
   const std::size_t first = static_cast<std::size_t>(start.y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(start.x);
-  const std::size_t count = std::min<std::size_t>(length, cells_.size() - first);
-  for (std::size_t i = 0; i < count; ++i) {
-    cells_[first + i].character = character;
+  return std::span<Cell>(cells_).subspan(first, std::min<std::size_t>(length, cells_.size() - first));
+}
+
+std::uint32_t MemoryConsole::fillOutputCharacter(char16_t character, std::uint32_t length, Coord start) {
+  const std::span<Cell> cells = cellsToFill(length, start);
+  for (Cell& cell : cells) {
+    cell.character = character;
   }
-  return static_cast<std::uint32_t>(count);
+  return static_cast<std::uint32_t>(cells.size());
 }
 
 std::uint32_t MemoryConsole::fillOutputAttribute(std::uint16_t attributes, std::uint32_t length, Coord start) {
-  if (!contains(start.x, start.y)) {
-    return 0;
+  const std::span<Cell> cells = cellsToFill(length, start);
+  for (Cell& cell : cells) {
+    cell.attributes = attributes;
   }
-  const std::size_t first = static_cast<std::size_t>(start.y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(start.x);
-  const std::size_t count = std::min<std::size_t>(length, cells_.size() - first);
-  for (std::size_t i = 0; i < count; ++i) {
-    cells_[first + i].attributes = attributes;
-  }
-  return static_cast<std::uint32_t>(count);
+  return static_cast<std::uint32_t>(cells.size());
 }
 
 bool MemoryConsole::scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination, CharInfo fill) {

@@ -94,6 +94,9 @@ class MemoryConsole final : public Console {
 
  private:
   bool contains(int x, int y) const noexcept { return x >= 0 && x < width_ && y >= 0 && y < height_; }
+  // The cells a fill of `length` cells from `start` covers: up to the end of
+  // the buffer, none when start lies outside it.
+  std::span<Cell> cellsToFill(std::uint32_t length, Coord start);
   Cell& at(int x, int y) { return cells_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(x)]; }
   void putCharacter(char16_t character);
   void lineFeed();

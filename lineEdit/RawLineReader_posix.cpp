@@ -137,14 +137,7 @@ class PosixTerminal : public EditTerminal {
  public:
   explicit PosixTerminal(int outputFd) : outputFd_(outputFd), decoder_(source_) {}
 
-  bool readKey(char16_t& key) override { return decoder_.readKey(key); }
-
-  bool readByte(char& byte) override {
-    unsigned char value = 0;
-    if (!decoder_.readByte(value)) return false;
-    byte = static_cast<char>(value);
-    return true;
-  }
+  bool readKey(KeyCode& key) override { return decoder_.readKey(key); }
 
   bool write(std::string_view bytes) override {
     while (!bytes.empty()) {

@@ -79,9 +79,12 @@ int writeOutput(int descriptor, const char* data, std::size_t size) {
   return static_cast<int>(consumed);
 }
 
+// The bytes of an escape sequence typed at the console, read plainly.
+bool readInputByte(char& byte) { return _read(_fileno(stdin), &byte, 1) == 1; }
+
 class ConsoleTerminal : public EditTerminal {
  public:
-  bool readKey(char16_t& key) override {
+  bool readKey(KeyCode& key) override {
     for (;;) {
       INPUT_RECORD record{};
       DWORD count = 0;
@@ -97,15 +100,11 @@ class ConsoleTerminal : public EditTerminal {
       event.virtualScanCode = native.wVirtualScanCode;
       event.character = static_cast<char16_t>(native.uChar.UnicodeChar);
       event.controlKeyState = native.dwControlKeyState;
-      if (const std::optional<char16_t> code = consoleKeyCode(event)) {
+      if (const std::optional<KeyCode> code = consoleKeyCode(event, readInputByte)) {
         key = *code;
         return true;
       }
     }
-  }
-
-  bool readByte(char& byte) override {
-    return _read(_fileno(stdin), &byte, 1) == 1;
   }
 
   bool write(std::string_view bytes) override {

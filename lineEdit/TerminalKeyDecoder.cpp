@@ -1,21 +1,18 @@
 #include "lineEdit/TerminalKeyDecoder.h"
 
+#include <array>
 #include <cstddef>
+#include <span>
 #include <string_view>
+
+#include "utils/core/SecureZero.h"
+#include "utils/string/Utf8.h"
 
 namespace korvane::lineEdit {
 
 namespace {
 
 constexpr unsigned char kEscape = 27;
-constexpr char32_t kCancel = 3;
-constexpr char32_t kHome = 1;
-constexpr char32_t kEnd = 5;
-constexpr char32_t kDelete = 4;
-constexpr char32_t kUp = 16;
-constexpr char32_t kDown = 14;
-constexpr char32_t kRight = 6;
-constexpr char32_t kLeft = 2;
 
 // Longest escape sequence read before it is given up as noise.
 constexpr std::size_t kMaxSequenceLength = 32;
@@ -25,21 +22,11 @@ bool isIntermediateByte(unsigned char byte) { return byte >= 0x20 && byte <= 0x2
 bool isFinalByte(unsigned char byte) { return byte >= 0x40 && byte <= 0x7E; }
 
 char32_t keyForCsi(std::string_view parameters, unsigned char final) {
-  if (parameters.empty()) {
-    switch (final) {
-      case 'A': return kUp;
-      case 'B': return kDown;
-      case 'C': return kRight;
-      case 'D': return kLeft;
-      case 'H': return kHome;
-      case 'F': return kEnd;
-      default: return 0;
-    }
-  }
+  if (parameters.empty()) return keys::forControlSequenceFinal(static_cast<char>(final));
   if (final != '~') return 0;
-  if (parameters == "1" || parameters == "7") return kHome;
-  if (parameters == "4" || parameters == "8") return kEnd;
-  if (parameters == "3") return kDelete;
+  if (parameters == "1" || parameters == "7") return keys::home;
+  if (parameters == "4" || parameters == "8") return keys::end;
+  if (parameters == "3") return keys::deleteOrEnd;
   return 0;
 }
 
@@ -53,7 +40,7 @@ TerminalKeyDecoder::~TerminalKeyDecoder() {
   *static_cast<volatile char16_t*>(&pendingLowSurrogate_) = 0;
 }
 
-bool TerminalKeyDecoder::readKey(char16_t& key) {
+bool TerminalKeyDecoder::readKey(KeyCode& key) {
   if (pendingLowSurrogate_ != 0) {
     key = pendingLowSurrogate_;
     pendingLowSurrogate_ = 0;
@@ -66,26 +53,18 @@ bool TerminalKeyDecoder::readKey(char16_t& key) {
     if (byte == kEscape) {
       code = decodeEscape();
     } else if (byte == '\n') {
-      code = '\r';
+      code = keys::enter;
     } else if (byte < 0x80) {
       code = byte;  // NUL stays 0 and is skipped
     } else {
       code = decodeUtf8(byte);
     }
     if (code == 0) continue;
-    if (code > 0xFFFF) {
-      code -= 0x10000;
-      key = static_cast<char16_t>(0xD800 + (code >> 10));
-      pendingLowSurrogate_ = static_cast<char16_t>(0xDC00 + (code & 0x3FF));
-    } else {
-      key = static_cast<char16_t>(code);
-    }
+    std::array<char16_t, 2> units{};
+    if (utils::string::encodeUtf16(code, units) == 2) pendingLowSurrogate_ = units[1];
+    key = units[0];
     return true;
   }
-}
-
-bool TerminalKeyDecoder::readByte(unsigned char& byte) {
-  return next(byte, -1) == Result::kByte;
 }
 
 TerminalKeyDecoder::Result TerminalKeyDecoder::next(unsigned char& byte,
@@ -107,20 +86,20 @@ void TerminalKeyDecoder::pushBack(unsigned char byte) {
 char32_t TerminalKeyDecoder::decodeEscape() {
   unsigned char byte = 0;
   if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) {
-    return kCancel;  // a lone ESC: the Escape key
+    return keys::cancel;  // a lone ESC: the Escape key
   }
   if (byte == '[') return decodeControlSequence();
   if (byte == 'O') {
     if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
-    if (byte == 'H') return kHome;
-    if (byte == 'F') return kEnd;
+    const KeyCode key = keys::forSingleShiftFinal(static_cast<char>(byte));
+    if (key != 0) return key;
     if (!isFinalByte(byte)) pushBack(byte);
     return 0;
   }
   if (byte >= 0x20 && byte < 0x7F) return 0;  // ESC and one character (Alt)
   // ESC before a control key or a non-ASCII character: the Escape key itself.
   pushBack(byte);
-  return kCancel;
+  return keys::cancel;
 }
 
 char32_t TerminalKeyDecoder::decodeControlSequence() {
@@ -149,38 +128,23 @@ char32_t TerminalKeyDecoder::decodeControlSequence() {
 }
 
 char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
-  std::size_t length = 0;
-  char32_t codePoint = 0;
-  char32_t minimum = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-    codePoint = lead & 0x1Fu;
-    minimum = 0x80;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    codePoint = lead & 0x0Fu;
-    minimum = 0x800;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-    codePoint = lead & 0x07u;
-    minimum = 0x10000;
-  } else {
-    return 0;  // a continuation byte or a byte UTF-8 never uses
-  }
+  // A continuation byte or a byte that begins no well-formed sequence.
+  if (!utils::string::isUtf8Lead(lead)) return 0;
+  std::array<char, 4> sequence{static_cast<char>(lead)};
+  const std::size_t length = utils::string::utf8SequenceLength(lead);
   for (std::size_t i = 1; i < length; ++i) {
     unsigned char byte = 0;
     if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
-    if ((byte & 0xC0) != 0x80) {
-      pushBack(byte);
+    if (!utils::string::isUtf8Continuation(byte)) {
+      pushBack(byte);  // the start of the next key
       return 0;
     }
-    codePoint = (codePoint << 6) | (byte & 0x3Fu);
+    sequence[i] = static_cast<char>(byte);
   }
-  if (codePoint < minimum || codePoint > 0x10FFFF ||
-      (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
-    return 0;
-  }
-  return codePoint;
+  const utils::string::Utf8Sequence decoded = utils::string::decodeUtf8(
+      std::string_view(sequence.data(), length), utils::string::Utf8Malformed::reject);
+  utils::core::secureZero(std::span<char>(sequence));  // part of a typed secret
+  return decoded.codePoint;  // 0 when malformed
 }
 
 }  // namespace korvane::lineEdit

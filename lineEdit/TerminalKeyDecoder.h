@@ -1,5 +1,6 @@
 // TerminalKeyDecoder turns the bytes a terminal sends for key presses into
-// the edit loop's key codes (UTF-16 code units):
+// the edit loop's key codes (UTF-16 code units); it is the POSIX terminal's
+// one key function and is compiled only there:
 //   - bytes 1 to 31 and 127 as they are, except line feed (10), which is 13;
 //   - a lone ESC, with no further byte within 100 ms, is 3 (cancel);
 //   - ESC [ A / B / C / D are 16 / 14 / 6 / 2 (Up, Down, Right, Left);
@@ -13,6 +14,8 @@
 //
 // Thread safety: one decoder per input, used by one thread.
 #pragma once
+
+#include "lineEdit/KeyCode.h"
 
 namespace korvane::lineEdit {
 
@@ -38,12 +41,9 @@ class TerminalKeyDecoder {
   TerminalKeyDecoder& operator=(const TerminalKeyDecoder&) = delete;
   ~TerminalKeyDecoder();
 
-  // Reads the next key code. Returns false at the end of input.
-  bool readKey(char16_t& key);
-
-  // Reads the next byte as it is, waiting without limit. Returns false at the
-  // end of input.
-  bool readByte(unsigned char& byte);
+  // Reads the next key code: always a UTF-16 code unit. Returns false at
+  // the end of input.
+  bool readKey(KeyCode& key);
 
  private:
   using Result = ByteSource::Result;

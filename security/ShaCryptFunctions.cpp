@@ -291,9 +291,11 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
   utils::core::secureZero(&state, sizeof state);
 }
 
-// Copies like stpncpy over `count` bytes: stops at a NUL of `source` (or
-// after its `sourceLength` bytes), fills the rest of the span with NUL bytes
-// and returns the position behind the last byte copied.
+// Copies at most `count` bytes of `source` into `target`: stops at a NUL of
+// `source` (or after its `sourceLength` bytes), fills the rest of the
+// `count` bytes with NUL bytes, so that no byte of the field is left
+// undefined, and returns the position behind the last byte copied, where the
+// next part of the hash string goes.
 char* copyPadded(char* target, const char* source, std::size_t sourceLength,
                  std::size_t count) noexcept {
   const std::size_t readable = std::min(sourceLength, count);

@@ -1,9 +1,9 @@
 // The SHA-crypt password hash functions: sha256Crypt ("$5$") and sha512Crypt
 // ("$6$"). Each hashes a key with a salt over a number of rounds and writes
 // the whole hash string ("$6$", optionally "rounds=N$", the salt, "$" and the
-// encoded digest, then a NUL) into a caller's buffer. Unlike the usual crypt
-// interface they take the salt and rounds as separate arguments and never
-// parse a setting string.
+// encoded digest, then a NUL) into a caller's buffer. They take the salt and
+// the rounds as separate arguments and never parse a setting string: reading
+// hash strings is ShaCrypt's business alone, done once before the hash.
 //
 // Neither function allocates: the state lives on the caller's stack, in
 // buffers of fixed size whatever the key and salt lengths, and every value

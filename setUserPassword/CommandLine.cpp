@@ -1,9 +1,12 @@
 #include "setUserPassword/CommandLine.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <iostream>
 
 #include "setUserPassword/PlatformConsole.h"
+#include "setUserPassword/Version.h"
 #include "utils/core/Format.h"
 #include "utils/windows/RetainConsole.h"
 
@@ -26,10 +29,21 @@ constexpr std::string_view usage =
     "  -Passwords <path>            Modify the password file located at <path>\n"
     "  -DontRejectInsecurePasswords Do not reject weak, insecure passwords\n";
 
-constexpr std::string_view version =
-    "Korvane Password Tool 2.0.3\n"
+constexpr std::string_view versionHead = "Korvane Password Tool ";
+constexpr std::string_view versionTail =
+    "\n"
     "Copyright (C) Korvane Software.\n"
     "All rights reserved.\n";
+
+// The banner, joined at compile time around the project's version number.
+constexpr auto versionStorage = [] {
+  std::array<char, versionHead.size() + versionNumber.size() + versionTail.size()> text{};
+  auto out = std::ranges::copy(versionHead, text.begin()).out;
+  out = std::ranges::copy(versionNumber, out).out;
+  std::ranges::copy(versionTail, out);
+  return text;
+}();
+constexpr std::string_view version(versionStorage.data(), versionStorage.size());
 
 // Walks the arguments once, left to right; the first error ends the parse.
 class Parser {

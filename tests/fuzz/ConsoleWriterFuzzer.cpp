@@ -1,6 +1,6 @@
 // Feeds arbitrary bytes to a ConsoleWriter over small in-memory consoles.
 //
-// The first two input bytes choose the console size, the ANSICON_DEF value,
+// The first two input bytes choose the console size, the KORVANE_CONSOLE_DEF value,
 // how the rest is cut into calls and which calls go to a second console (a
 // change of handle). Every call must consume all its bytes and leave the
 // cursor inside the buffer.
@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   MemoryConsole first(1 + static_cast<int>(shape % 40), 1 + static_cast<int>((shape / 40) % 7));
   MemoryConsole second(7, 3, 0x1E);
   constexpr std::optional<std::u16string_view> kDefaults[] = {std::nullopt, u"1F", u"-7", u"zz", u"-8F", u"", u"123"};
-  first.setEnvironmentVariable(u"ANSICON_DEF", kDefaults[(cuts >> 5) % 7]);
+  first.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", kDefaults[(cuts >> 5) % 7]);
   first.setTitle(u"fuzz");
 
   ConsoleWriter writer;

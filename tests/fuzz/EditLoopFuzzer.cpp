@@ -4,9 +4,9 @@
 //
 // Input: byte 0 selects the settings (bit 0 multi-line, bit 1 masked, bit 2
 // a filled history, bit 3 a wide prompt), byte 1 the width (1 to 128). The
-// rest is the key stream: a byte below 0xF0 is that key code, 0xF0 and above
-// takes the next two bytes as a UTF-16 code unit (low byte first). The bytes
-// read after an escape key come from the same stream.
+// rest is the key stream: a byte below 0xF0 is that key code, 0xFF is the
+// delete-character command, and 0xF0 to 0xFE take the next two bytes as a
+// UTF-16 code unit (low byte first).
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -30,22 +30,20 @@ class FuzzTerminal : public korvane::lineEdit::EditTerminal {
       : data_(data), size_(size), columns_(columns), prompt_(prompt),
         checkWidth_(checkWidth) {}
 
-  bool readKey(char16_t& key) override {
+  bool readKey(korvane::lineEdit::KeyCode& key) override {
     if (next_ == size_) return false;
     const std::uint8_t byte = data_[next_++];
     if (byte < 0xF0) {
       key = byte;
       return true;
     }
+    if (byte == 0xFF) {
+      key = korvane::lineEdit::keys::deleteCharacter;
+      return true;
+    }
     if (size_ - next_ < 2) return false;
     key = static_cast<char16_t>(data_[next_] | (data_[next_ + 1] << 8));
     next_ += 2;
-    return true;
-  }
-
-  bool readByte(char& byte) override {
-    if (next_ == size_) return false;
-    byte = static_cast<char>(data_[next_++]);
     return true;
   }
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <string>
 
 namespace korvane::lineEdit {
@@ -65,33 +64,6 @@ TEST(CharacterWidthTest, EscapeSequencesTakeNoColumns) {
   // Too short, or without a final letter: ordinary characters.
   EXPECT_EQ(columnWidth("\x1b["), 2u);
   EXPECT_EQ(columnWidth("\x1b[12"), 4u);
-}
-
-TEST(CharacterWidthTest, DecodeUtf8) {
-  EXPECT_EQ(decodeUtf8("a", 0).codePoint, U'a');
-  const DecodedCodePoint euro = decodeUtf8("\xe2\x82\xac", 0);
-  EXPECT_EQ(euro.codePoint, 0x20ACu);
-  EXPECT_EQ(euro.length, 3u);
-  const DecodedCodePoint cut = decodeUtf8("x\xe2\x82", 1);
-  EXPECT_EQ(cut.codePoint, 0u);
-  EXPECT_EQ(cut.length, 2u);
-  const DecodedCodePoint stray = decodeUtf8("\x80", 0);
-  EXPECT_EQ(stray.length, 1u);
-}
-
-TEST(CharacterWidthTest, EncodeUtf8) {
-  std::array<char, 4> out{};
-  EXPECT_EQ(encodeUtf8(U'a', out), 1u);
-  EXPECT_EQ(std::string(out.data(), 1), "a");
-  EXPECT_EQ(encodeUtf8(0xE9, out), 2u);
-  EXPECT_EQ(std::string(out.data(), 2), "\xc3\xa9");
-  EXPECT_EQ(encodeUtf8(0x20AC, out), 3u);
-  EXPECT_EQ(std::string(out.data(), 3), "\xe2\x82\xac");
-  EXPECT_EQ(encodeUtf8(0x1F600, out), 4u);
-  EXPECT_EQ(std::string(out.data(), 4), "\xf0\x9f\x98\x80");
-  EXPECT_EQ(encodeUtf8(0xD800, out), 3u);
-  EXPECT_EQ(std::string(out.data(), 3), "\xef\xbf\xbd");
-  EXPECT_EQ(encodeUtf8(0x110000, out), 3u);
 }
 
 TEST(CharacterWidthTest, CharacterStepsIncludeCombiningMarks) {

@@ -658,17 +658,17 @@ TEST_F(ConsoleWriterTest, ResetWithoutDefaultIsLightGreyOnBlack) {
   EXPECT_EQ(console_.textAttribute(), 0x07);
 }
 
-TEST_F(ConsoleWriterTest, ResetUsesAnsiconDef) {
-  console_.setEnvironmentVariable(u"ANSICON_DEF", u"1F");
+TEST_F(ConsoleWriterTest, ResetUsesKorvaneConsoleDef) {
+  console_.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", u"1F");
   write("\x1b[31m\x1b[0m");
   EXPECT_EQ(console_.textAttribute(), 0x1F);
-  console_.setEnvironmentVariable(u"ANSICON_DEF", u"3e");
+  console_.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", u"3e");
   write("\x1b[m");
   EXPECT_EQ(console_.textAttribute(), 0x3E);
 }
 
 TEST_F(ConsoleWriterTest, ResetAmongOtherParametersDropsBoldAndUnderlineOfTheDefault) {
-  console_.setEnvironmentVariable(u"ANSICON_DEF", u"8F");
+  console_.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", u"8F");
   write("\x1b[0m");
   EXPECT_EQ(console_.textAttribute(), 0x8F);
   write("\x1b[0;33m");
@@ -677,19 +677,19 @@ TEST_F(ConsoleWriterTest, ResetAmongOtherParametersDropsBoldAndUnderlineOfTheDef
   EXPECT_EQ(console_.textAttribute(), 0x07);
 }
 
-TEST_F(ConsoleWriterTest, NegativeAnsiconDefSwapsTheNibbles) {
-  console_.setEnvironmentVariable(u"ANSICON_DEF", u"-1F");
+TEST_F(ConsoleWriterTest, NegativeKorvaneConsoleDefSwapsTheNibbles) {
+  console_.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", u"-1F");
   write("\x1b[0m");
   EXPECT_EQ(console_.textAttribute(), 0xF1);
   write("\x1b[32;40m");
   EXPECT_EQ(console_.textAttribute(), 0xA0);
   // The reversed default stays in force for the rest of the process.
-  console_.setEnvironmentVariable(u"ANSICON_DEF", std::nullopt);
+  console_.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", std::nullopt);
   write("\x1b[0m");
   EXPECT_EQ(console_.textAttribute(), 0x70);
 }
 
-TEST_F(ConsoleWriterTest, AnsiconDefFollowsHexadecimalParsing) {
+TEST_F(ConsoleWriterTest, KorvaneConsoleDefFollowsHexadecimalParsing) {
   struct Case {
     std::u16string_view value;
     std::uint16_t attribute;
@@ -701,7 +701,7 @@ TEST_F(ConsoleWriterTest, AnsiconDefFollowsHexadecimalParsing) {
   for (const Case& c : cases) {
     MemoryConsole console(kWidth, kHeight);
     ConsoleWriter writer;
-    console.setEnvironmentVariable(u"ANSICON_DEF", c.value);
+    console.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", c.value);
     std::size_t consumed = 0;
     writer.write(console, "\x1b[0m", consumed);
     EXPECT_EQ(console.textAttribute(), c.attribute) << std::string(c.value.begin(), c.value.end());
@@ -709,7 +709,7 @@ TEST_F(ConsoleWriterTest, AnsiconDefFollowsHexadecimalParsing) {
 }
 
 TEST_F(ConsoleWriterTest, DefaultForegroundAndBackgroundSeparately) {
-  console_.setEnvironmentVariable(u"ANSICON_DEF", u"5E");
+  console_.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", u"5E");
   write("\x1b[31;42m\x1b[39m");
   EXPECT_EQ(console_.textAttribute(), 0x26);
   write("\x1b[31;42m\x1b[49m");

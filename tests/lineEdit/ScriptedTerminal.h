@@ -1,5 +1,4 @@
-// A terminal for tests: keys and escape bytes come from scripts, every write
-// is recorded.
+// A terminal for tests: keys come from a script, every write is recorded.
 #pragma once
 
 #include <cstddef>
@@ -13,19 +12,15 @@ namespace korvane::lineEdit::test {
 
 class ScriptedTerminal : public EditTerminal {
  public:
-  explicit ScriptedTerminal(std::u16string keys, std::string bytes = {},
-                            int columns = 80)
-      : keys_(std::move(keys)), bytes_(std::move(bytes)), columns_(columns) {}
+  // UTF-16 code units, or key codes of any value.
+  explicit ScriptedTerminal(std::u16string_view keys, int columns = 80)
+      : keys_(keys.begin(), keys.end()), columns_(columns) {}
+  explicit ScriptedTerminal(std::u32string keys, int columns = 80)
+      : keys_(std::move(keys)), columns_(columns) {}
 
-  bool readKey(char16_t& key) override {
+  bool readKey(KeyCode& key) override {
     if (nextKey_ == keys_.size()) return false;
     key = keys_[nextKey_++];
-    return true;
-  }
-
-  bool readByte(char& byte) override {
-    if (nextByte_ == bytes_.size()) return false;
-    byte = bytes_[nextByte_++];
     return true;
   }
 
@@ -48,14 +43,11 @@ class ScriptedTerminal : public EditTerminal {
     return all;
   }
   std::size_t keysLeft() const { return keys_.size() - nextKey_; }
-  std::size_t bytesLeft() const { return bytes_.size() - nextByte_; }
 
  private:
-  std::u16string keys_;
-  std::string bytes_;
+  std::u32string keys_;
   int columns_;
   std::size_t nextKey_ = 0;
-  std::size_t nextByte_ = 0;
   int writesBeforeFailure_ = -1;
   std::vector<std::string> writes_;
 };

@@ -6,6 +6,7 @@
 
 #include "utils/core/Format.h"
 #include "utils/json/decoder/WrappedException.h"
+#include "utils/string/Utf8.h"
 
 namespace korvane::utils::json::decoder::detail {
 
@@ -23,27 +24,8 @@ int hexValue(int c) {
   return -1;
 }
 
-void appendUtf8(Utf8Unit& unit, unsigned codePoint) {
-  auto byte = [](unsigned value) { return static_cast<char>(static_cast<unsigned char>(value)); };
-  if (codePoint < 0x80) {
-    unit.bytes[0] = byte(codePoint);
-    unit.length = 1;
-  } else if (codePoint < 0x800) {
-    unit.bytes[0] = byte(0xC0 | (codePoint >> 6));
-    unit.bytes[1] = byte(0x80 | (codePoint & 0x3F));
-    unit.length = 2;
-  } else if (codePoint < 0x10000) {
-    unit.bytes[0] = byte(0xE0 | (codePoint >> 12));
-    unit.bytes[1] = byte(0x80 | ((codePoint >> 6) & 0x3F));
-    unit.bytes[2] = byte(0x80 | (codePoint & 0x3F));
-    unit.length = 3;
-  } else {
-    unit.bytes[0] = byte(0xF0 | (codePoint >> 18));
-    unit.bytes[1] = byte(0x80 | ((codePoint >> 12) & 0x3F));
-    unit.bytes[2] = byte(0x80 | ((codePoint >> 6) & 0x3F));
-    unit.bytes[3] = byte(0x80 | (codePoint & 0x3F));
-    unit.length = 4;
-  }
+void appendUtf8(Utf8Unit& unit, char32_t codePoint) {
+  unit.length = static_cast<std::uint8_t>(string::encodeUtf8(codePoint, unit.bytes));
 }
 
 // What a value starting with `c` is, for type errors.
@@ -580,20 +562,20 @@ void Parser::decodeEscape(Utf8Unit& unit, const Position& start) {
     return;
   }
   unsigned codePoint = readHex4();
-  if (codePoint >= 0xDC00 && codePoint <= 0xDFFF) {
+  if (string::isLowSurrogate(codePoint)) {
     fail(start, core::format("unpaired low surrogate \\u{:04X}", codePoint));
   }
-  if (codePoint >= 0xD800 && codePoint <= 0xDBFF) {
+  if (string::isHighSurrogate(codePoint)) {
     const Position second = position();
     if (peek() != '\\') fail(start, core::format("unpaired high surrogate \\u{:04X}", codePoint));
     stream_.consume(1);
     if (peek() != 'u') fail(start, core::format("unpaired high surrogate \\u{:04X}", codePoint));
     stream_.consume(1);
     const unsigned low = readHex4();
-    if (low < 0xDC00 || low > 0xDFFF) {
+    if (!string::isLowSurrogate(low)) {
       fail(second, core::format("expected a low surrogate after \\u{:04X}, found \\u{:04X}", codePoint, low));
     }
-    codePoint = 0x10000 + ((codePoint - 0xD800) << 10) + (low - 0xDC00);
+    codePoint = string::combineSurrogates(codePoint, low);
   }
   appendUtf8(unit, codePoint);
 }
@@ -613,42 +595,23 @@ unsigned Parser::readHex4() {
 void Parser::decodeUtf8(Utf8Unit& unit) {
   const Position start = position();
   const int lead = peek();
-  int low = 0x80;
-  int high = 0xBF;
-  int following = 0;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    following = 1;
-  } else if (lead == 0xE0) {
-    following = 2;
-    low = 0xA0;
-  } else if (lead == 0xED) {
-    following = 2;
-    high = 0x9F;
-  } else if (lead >= 0xE1 && lead <= 0xEF) {
-    following = 2;
-  } else if (lead == 0xF0) {
-    following = 3;
-    low = 0x90;
-  } else if (lead == 0xF4) {
-    following = 3;
-    high = 0x8F;
-  } else if (lead >= 0xF1 && lead <= 0xF3) {
-    following = 3;
-  } else {
+  if (!string::isUtf8Lead(static_cast<unsigned char>(lead))) {
     fail(start, core::format("invalid UTF-8 byte 0x{:02X} in a string", lead));
   }
-  stream_.consume(1);
-  unit.bytes[0] = static_cast<char>(lead);
-  for (int i = 1; i <= following; ++i) {
+  const std::size_t length = string::utf8SequenceLength(static_cast<unsigned char>(lead));
+  for (std::size_t i = 0; i < length; ++i) {
     const int c = peek();
-    if (c < low || c > high) fail(start, "invalid UTF-8 sequence in a string");
+    if (i > 0 && (c < 0 || !string::isUtf8Continuation(static_cast<unsigned char>(c)))) {
+      fail(start, "invalid UTF-8 sequence in a string");
+    }
     stream_.consume(1);
-    unit.bytes[static_cast<std::size_t>(i)] = static_cast<char>(c);
-    low = 0x80;
-    high = 0xBF;
+    unit.bytes[i] = static_cast<char>(c);
   }
-  unit.length = static_cast<std::uint8_t>(following + 1);
-  continuations_ += static_cast<std::uint64_t>(following);
+  if (!string::decodeUtf8({unit.bytes.data(), length}, string::Utf8Malformed::reject).wellFormed) {
+    fail(start, "invalid UTF-8 sequence in a string");
+  }
+  unit.length = static_cast<std::uint8_t>(length);
+  continuations_ += length - 1;
 }
 
 }  // namespace korvane::utils::json::decoder::detail
