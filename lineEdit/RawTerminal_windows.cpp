@@ -1,37 +1,25 @@
-#include "lineEdit/RawLineReader.h"
+#include "lineEdit/RawTerminal.h"
 
 #include <windows.h>
 #include <io.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
+#include <memory>
 #include <optional>
-#include <span>
+#include <string_view>
 
 #include "lineEdit/ConsoleKeyCode.h"
 #include "lineEdit/ConsoleWriter.h"
-#include "lineEdit/EditBuffer.h"
-#include "lineEdit/EditLoop.h"
-#include "lineEdit/EditTerminal.h"
 #include "lineEdit/Win32Console.h"
-#include "utils/core/SecureZero.h"
 
 namespace korvane::lineEdit {
 
 namespace {
 
-constexpr int kStandardOutput = 1;
-constexpr int kStandardError = 2;
-
-// A plain line read stops here; the rest stays for the next read.
-constexpr std::size_t kMaxPlainLineLength = EditLoop::kBufferSize;
-
 // Process-wide reader state.
 struct ReaderState {
-  HANDLE output = INVALID_HANDLE_VALUE;
   HANDLE input = INVALID_HANDLE_VALUE;
   DWORD savedInputMode = 0;  // 0: nothing to restore
   bool rawMode = false;
@@ -52,6 +40,13 @@ void restoreAtExit() {
   if (state.rawMode) restoreInputMode();
 }
 
+bool isValid(HANDLE handle) { return handle != INVALID_HANDLE_VALUE && handle != nullptr; }
+
+bool isConsole(HANDLE handle) {
+  DWORD mode = 0;
+  return isValid(handle) && GetConsoleMode(handle, &mode) != FALSE;
+}
+
 // One escape-sequence writer for the process, and one console object per
 // output handle: the writer tells consoles apart by their address.
 ConsoleWriter& consoleWriter() {
@@ -59,28 +54,65 @@ ConsoleWriter& consoleWriter() {
   return writer;
 }
 
-Win32Console& consoleFor(int descriptor) {
-  static Win32Console output(GetStdHandle(STD_OUTPUT_HANDLE));
-  static Win32Console error(GetStdHandle(STD_ERROR_HANDLE));
-  return descriptor == kStandardError ? error : output;
+Win32Console& standardOutputConsole() {
+  static Win32Console console(GetStdHandle(STD_OUTPUT_HANDLE));
+  return console;
 }
 
-// Bytes to the console writer for standard output and error, to the C
-// library otherwise. Returns the bytes written, 0 on a console failure.
-int writeOutput(int descriptor, const char* data, std::size_t size) {
-  if (descriptor != kStandardOutput && descriptor != kStandardError) {
-    return _write(descriptor, data, static_cast<unsigned>(size));
-  }
-  std::size_t consumed = 0;
-  if (!consoleWriter().write(consoleFor(descriptor), {data, size}, consumed)) {
-    errno = static_cast<int>(GetLastError());
-    return 0;
-  }
-  return static_cast<int>(consumed);
-}
-
-class ConsoleTerminal : public EditTerminal {
+// The console's own output, CONOUT$, whatever standard output is: opened on
+// first use and kept for the process (its console object must outlive every
+// write to it).
+class ConsoleOutput {
  public:
+  ConsoleOutput()
+      : handle_(CreateFileW(L"CONOUT$", GENERIC_READ | GENERIC_WRITE,
+                            FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
+                            nullptr)),
+        console_(handle_) {}
+  ConsoleOutput(const ConsoleOutput&) = delete;
+  ConsoleOutput& operator=(const ConsoleOutput&) = delete;
+  ~ConsoleOutput() {
+    if (isValid(handle_)) CloseHandle(handle_);
+  }
+
+  Win32Console* console() { return isConsole(handle_) ? &console_ : nullptr; }
+
+ private:
+  HANDLE handle_;
+  Win32Console console_;
+};
+
+// Standard output when it is a console, otherwise the console's own output;
+// null when there is no console output at all.
+Win32Console* editOutput() {
+  Win32Console& standardOutput = standardOutputConsole();
+  if (isConsole(standardOutput.handle())) return &standardOutput;
+  static ConsoleOutput ownOutput;
+  return ownOutput.console();
+}
+
+// Clears ENABLE_PROCESSED_INPUT for its lifetime, so that Ctrl+C arrives as
+// a key instead of a signal; every other mode bit stays as it was.
+class RawMode {
+ public:
+  explicit RawMode(DWORD mode) {
+    state.savedInputMode = mode;
+    SetConsoleMode(state.input, mode & ~static_cast<DWORD>(ENABLE_PROCESSED_INPUT));
+    state.rawMode = true;
+  }
+  RawMode(const RawMode&) = delete;
+  RawMode& operator=(const RawMode&) = delete;
+  ~RawMode() { restoreInputMode(); }
+};
+
+// Keys from the console input, the prompt and echo through the escape-
+// sequence writer to the chosen console output.
+class ConsoleTerminal final : public RawTerminal {
+ public:
+  ConsoleTerminal(Win32Console& output, DWORD inputMode) : output_(output) {
+    rawMode_.emplace(inputMode);
+  }
+
   bool readKey(char16_t& key) override {
     for (;;) {
       INPUT_RECORD record{};
@@ -104,102 +136,63 @@ class ConsoleTerminal : public EditTerminal {
     }
   }
 
-  bool readByte(char& byte) override {
-    return _read(_fileno(stdin), &byte, 1) == 1;
-  }
+  bool readByte(char& byte) override { return readInputByte(byte); }
 
+  // The writer reports no console failures; an empty write is no failure.
   bool write(std::string_view bytes) override {
-    return bytes.empty() ||
-           writeOutput(kStandardOutput, bytes.data(), bytes.size()) > 0;
+    std::size_t consumed = 0;
+    if (!consoleWriter().write(output_, bytes, consumed)) {
+      errno = static_cast<int>(GetLastError());
+      return false;
+    }
+    return bytes.empty() || consumed > 0;
   }
 
   int columns() override {
     CONSOLE_SCREEN_BUFFER_INFO info{};
-    if (!GetConsoleScreenBufferInfo(state.output, &info)) return 80;
+    if (!GetConsoleScreenBufferInfo(output_.handle(), &info)) return 80;
     return info.srWindow.Right - info.srWindow.Left + 1;
   }
-};
 
-// Byte by byte, so that nothing after the line is taken from the input.
-void readPlainLine(std::string& line) {
-  line.clear();
-  line.reserve(kMaxPlainLineLength);  // no reallocation leaves copies behind
-  const int input = _fileno(stdin);
-  while (line.size() < kMaxPlainLineLength) {
-    char byte = 0;
-    if (_read(input, &byte, 1) != 1 || byte == '\n') break;
-    line.push_back(byte);
-  }
-}
-
-// Clears ENABLE_PROCESSED_INPUT for its lifetime, so that Ctrl+C arrives as
-// a key instead of a signal; every other mode bit stays as it was.
-class RawMode {
- public:
-  RawMode() {
-    DWORD mode = 0;
-    if (GetConsoleMode(state.input, &mode)) {
-      state.savedInputMode = mode;
-      SetConsoleMode(state.input, mode & ~static_cast<DWORD>(ENABLE_PROCESSED_INPUT));
+  void finish() override {
+    rawMode_.reset();
+    if (&output_ == &standardOutputConsole()) {
+      std::printf("\n");
+      std::fflush(stdout);
+    } else if (!write("\n")) {
+      // Only the cursor's line is lost; the line read stands.
     }
-    state.rawMode = true;
   }
-  RawMode(const RawMode&) = delete;
-  RawMode& operator=(const RawMode&) = delete;
-  ~RawMode() { restoreInputMode(); }
+
+ private:
+  Win32Console& output_;
+  std::optional<RawMode> rawMode_;
 };
 
 }  // namespace
 
-bool RawLineReader::read(std::string_view prompt, const EditSettings& settings,
-                         History& history, std::string& line) {
-  line.clear();
-  if (_isatty(_fileno(stdin)) == 0) {
-    readPlainLine(line);
-    return false;
-  }
+bool RawTerminal::inputIsConsole() { return _isatty(_fileno(stdin)) != 0; }
+
+bool RawTerminal::readInputByte(char& byte) { return _read(_fileno(stdin), &byte, 1) == 1; }
+
+std::unique_ptr<RawTerminal> RawTerminal::open() {
   if (!state.exitHandlerRegistered) {
     std::atexit(restoreAtExit);
     state.exitHandlerRegistered = true;
-    state.output = GetStdHandle(STD_OUTPUT_HANDLE);
   }
-  if (state.output == INVALID_HANDLE_VALUE || state.output == nullptr) {
-    errno = ENOTTY;
-    return false;
-  }
-  // The output handle is the process's own standard output: it stays open
-  // (closing it would silence every later line of the program).
-  DWORD outputMode = 0;
-  if (!GetConsoleMode(state.output, &outputMode)) {
-    errno = ENOTTY;
-    return false;
-  }
+  // A character device that is not a console (NUL) gives no keys.
   state.input = GetStdHandle(STD_INPUT_HANDLE);
-  if (state.input == INVALID_HANDLE_VALUE || state.input == nullptr) {
+  DWORD inputMode = 0;
+  if (!isValid(state.input) || !GetConsoleMode(state.input, &inputMode)) {
     errno = ENOTTY;
-    return false;
+    return nullptr;
   }
-  // Text the program printed before must appear before the prompt.
-  std::cout.flush();
-  std::fflush(stdout);
-
-  EditBuffer buffer;
-  int result = -1;
-  int loopErrno = 0;
-  {
-    const RawMode rawMode;
-    ConsoleTerminal terminal;
-    EditLoop loop(terminal, settings, history);
-    result = loop.run(buffer.span(), prompt);
-    loopErrno = errno;
+  Win32Console* const output = editOutput();
+  if (output == nullptr) {
+    errno = ENOTTY;
+    return nullptr;
   }
-  if (result != -1) {
-    line.assign(buffer.span().data(), static_cast<std::size_t>(result));
-  }
-  std::printf("\n");
-  std::fflush(stdout);
-  errno = loopErrno;
-  return result == -1;
+  return std::make_unique<ConsoleTerminal>(*output, inputMode);
 }
 
 }  // namespace korvane::lineEdit
