@@ -83,7 +83,7 @@ std::string LineEditor::readLine() {
     utils::core::secureZero(line.data(), line.size());
     if (error == ENOTTY) {
       throw std::runtime_error(
-          "standard input is a console, but there is no console output to prompt on");
+          "cannot prompt for input: standard input is a character device without a usable console");
     }
     throw CancelledException();
   }

@@ -20,16 +20,15 @@ constexpr std::size_t kMaxPlainLineLength = EditLoop::kBufferSize;
 void readPlainLine(std::string& line) {
   line.reserve(kMaxPlainLineLength);  // no reallocation leaves copies behind
   char byte = 0;
-  while (line.size() < kMaxPlainLineLength && RawTerminal::readInputByte(byte) &&
-         byte != '\n') {
+  while (line.size() < kMaxPlainLineLength && RawTerminal::readInputByte(byte) && byte != '\n') {
     line.push_back(byte);
   }
 }
 
 }  // namespace
 
-bool RawLineReader::read(std::string_view prompt, const EditSettings& settings,
-                         History& history, std::string& line) {
+bool RawLineReader::read(std::string_view prompt, const EditSettings& settings, History& history,
+                         std::string& line) {
   line.clear();
   if (!RawTerminal::inputIsConsole()) {
     readPlainLine(line);

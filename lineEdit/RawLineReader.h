@@ -39,8 +39,8 @@ class RawLineReader {
   // terminal of standard input; Windows: the console's own output, CONOUT$).
   // When the console's input or output cannot be used at all: failure with
   // errno ENOTTY, and line empty. An empty line is never made up.
-  static bool read(std::string_view prompt, const EditSettings& settings,
-                   History& history, std::string& line);
+  static bool read(std::string_view prompt, const EditSettings& settings, History& history,
+                   std::string& line);
 
   RawLineReader() = delete;
 };

@@ -21,8 +21,6 @@ inline constexpr double minimumPasswordEntropy = 60.0;
 double estimatePasswordEntropy(const char* password);
 
 // Written so that NaN fails the test.
-constexpr bool isStrongEnough(double entropy) noexcept {
-  return entropy >= minimumPasswordEntropy;
-}
+constexpr bool isStrongEnough(double entropy) noexcept { return entropy >= minimumPasswordEntropy; }
 
 }  // namespace korvane::setUserPassword

@@ -31,8 +31,8 @@ int alphabetSize(std::string_view password) {
       other = true;
     }
   }
-  return (lower ? kLowerCaseLetters : 0) + (upper ? kUpperCaseLetters : 0) +
-         (digit ? kDigits : 0) + (other ? kOtherCharacters : 0);
+  return (lower ? kLowerCaseLetters : 0) + (upper ? kUpperCaseLetters : 0) + (digit ? kDigits : 0) +
+         (other ? kOtherCharacters : 0);
 }
 
 }  // namespace

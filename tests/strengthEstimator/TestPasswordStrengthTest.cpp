@@ -8,9 +8,7 @@
 namespace korvane::setUserPassword {
 namespace {
 
-TEST(TestPasswordStrengthTest, EmptyIsZeroBits) {
-  EXPECT_EQ(estimatePasswordEntropy(""), 0.0);
-}
+TEST(TestPasswordStrengthTest, EmptyIsZeroBits) { EXPECT_EQ(estimatePasswordEntropy(""), 0.0); }
 
 TEST(TestPasswordStrengthTest, LengthTimesTheBitsOfTheClassesUsed) {
   EXPECT_DOUBLE_EQ(estimatePasswordEntropy("abc"), 3 * std::log2(26.0));
