@@ -308,15 +308,12 @@ EXISTING = {"$schema": "https://docs.korvane.com/korvane/schema-korvane-password
             ALICE: OLD_HASH, BOB: OLD_HASH}
 
 
-def typing(root):  # pylint: disable=too-many-statements
+def typing(root):
     """The password typed twice, with editing keys, mismatch, empty and weak
     entries and the weak-password question."""
-    existing = EXISTING
-    old_hash = OLD_HASH
-
-    # Typed twice, with editing keys in the first entry: "angerine-Kettle-
-    # Orbit-4X", Backspace, "7", Home, "T", End, Left, Left, Delete-less
-    # moves back, End: the line is STRONG.
+    # Editing keys in both entries: "angerine-Kettle-Orbit-4X", Backspace,
+    # "7", Home, "T", End, Left, Left, Right, Right gives STRONG; so does
+    # "...-47x", Left, Delete, Right.
     inst = Installation(root, "editing")
     run = start(inst)
     run.type("angerine-Kettle-Orbit-4X", BACKSPACE, "7", HOME, "T", END, LEFT, LEFT, RIGHT,
@@ -331,88 +328,39 @@ def typing(root):  # pylint: disable=too-many-statements
     check("editing keys: masked echo", "*****" in screen and STRONG not in screen, screen[-800:])
     check("editing keys: success line", contains(screen, 'Password for user "alice" was updated.'))
 
-    # A mismatch, then both entries again.
-    inst = Installation(root, "mismatch", existing)
-    run = start(inst)
-    run.line(STRONG)
-    run.line(OTHER_STRONG)
-    run.line(OTHER_STRONG)
-    run.line(OTHER_STRONG)
-    status, screen = map_screen(run.finish())
-    check("mismatch: exit 0", status == 0, screen[-800:])
-    check("mismatch: message", shown_times(screen, MISMATCH, 1), screen[-800:])
-    check("mismatch: header once", shown_times(screen, HEADER, 1))
-    check("mismatch: the second pair is stored", inst.verifies(ALICE, OTHER_STRONG))
-    check("mismatch: bob untouched", inst.hash_of(BOB) == old_hash)
-
-    # An empty entry, then a good one.
-    inst = Installation(root, "empty", existing)
-    run = start(inst)
-    run.line("")
-    run.line(STRONG)
-    run.line(STRONG)
-    status, screen = map_screen(run.finish())
-    check("empty: exit 0", status == 0, screen[-800:])
-    check("empty: message once", shown_times(screen, EMPTY, 1), screen[-800:])
-    check("empty: stored", inst.verifies(ALICE, STRONG))
-
-    # A weak password is refused; the next entry is taken.
-    inst = Installation(root, "weak", existing)
-    run = start(inst)
-    run.line("password")
-    run.line(STRONG)
-    run.line(STRONG)
-    status, screen = map_screen(run.finish())
-    check("weak refused: exit 0", status == 0, screen[-800:])
-    check("weak refused: message once", shown_times(screen, TOO_WEAK, 1), screen[-800:])
-    check("weak refused: no question", not contains(screen, WEAK_QUESTION))
-    check("weak refused: the strong one is stored", inst.verifies(ALICE, STRONG))
-
-    # -DontRejectInsecurePasswords, answered y: the weak password is kept.
-    inst = Installation(root, "weak-yes", existing)
-    run = start(inst, "-DontRejectInsecurePasswords")
-    run.line("abc")
-    run.line("Y")
-    run.line("abc")
-    status, screen = map_screen(run.finish())
-    check("weak, y: exit 0", status == 0, screen[-800:])
-    check("weak, y: question once", shown_times(screen, WEAK_QUESTION, 1), screen[-800:])
-    check("weak, y: stored", inst.verifies(ALICE, "abc"))
-
-    # Answered with Return: "n", a new entry.
-    inst = Installation(root, "weak-return", existing)
-    run = start(inst, "-DontRejectInsecurePasswords")
-    run.line("abc")
-    run.line("")
-    run.line(STRONG)
-    run.line(STRONG)
-    status, screen = map_screen(run.finish())
-    check("weak, Return: exit 0", status == 0, screen[-800:])
-    check("weak, Return: question once", shown_times(screen, WEAK_QUESTION, 1), screen[-800:])
-    check("weak, Return: header once", shown_times(screen, HEADER, 1))
-    check("weak, Return: the new entry is stored", inst.verifies(ALICE, STRONG))
-
-    # Answered otherwise: asked again; then "n" and a new entry.
-    inst = Installation(root, "weak-other", existing)
-    run = start(inst, "-DontRejectInsecurePasswords")
-    run.line("abc")
-    run.line("maybe")
-    run.line("n")
-    run.line(STRONG)
-    run.line(STRONG)
-    status, screen = map_screen(run.finish())
-    check("weak, other: exit 0", status == 0, screen[-800:])
-    check("weak, other: asked twice", shown_times(screen, WEAK_QUESTION, 2), screen[-800:])
-    check("weak, other: answer help once", shown_times(screen, ANSWER, 1), screen[-800:])
-    check("weak, other: the new entry is stored", inst.verifies(ALICE, STRONG))
-
+    # name, options, lines typed, password stored, texts shown (times),
+    # texts never shown.
+    dont = ["-DontRejectInsecurePasswords"]
+    cases = [
+        ("mismatch", [], [STRONG, OTHER_STRONG, OTHER_STRONG, OTHER_STRONG], OTHER_STRONG,
+         [(MISMATCH, 1), (HEADER, 1)], []),
+        ("empty", [], ["", STRONG, STRONG], STRONG, [(EMPTY, 1)], []),
+        ("weak refused", [], ["password", STRONG, STRONG], STRONG, [(TOO_WEAK, 1)],
+         [WEAK_QUESTION]),
+        ("weak, y", dont, ["abc", "Y", "abc"], "abc", [(WEAK_QUESTION, 1)], [TOO_WEAK]),
+        ("weak, Return", dont, ["abc", "", STRONG, STRONG], STRONG,
+         [(WEAK_QUESTION, 1), (HEADER, 1)], []),
+        ("weak, other", dont, ["abc", "maybe", "n", STRONG, STRONG], STRONG,
+         [(WEAK_QUESTION, 2), (ANSWER, 1)], []),
+    ]
+    for index, (name, options, lines, stored, shown, absent) in enumerate(cases):
+        inst = Installation(root, f"typing-{index}", EXISTING)
+        run = start(inst, *options)
+        for text in lines:
+            run.line(text)
+        status, screen = map_screen(run.finish())
+        check(f"{name}: exit 0", status == 0, f"status {status}: {screen[-800:]}")
+        check(f"{name}: the password stored verifies", inst.verifies(ALICE, stored))
+        check(f"{name}: bob untouched", inst.hash_of(BOB) == OLD_HASH)
+        for text, times in shown:
+            check(f"{name}: shown {times} time(s): {text[:30]}", shown_times(screen, text, times),
+                  screen[-800:])
+        for text in absent:
+            check(f"{name}: never shown: {text[:30]}", not contains(screen, text))
 
 
 def cancelling(root):
     """Cancelling at every prompt: status 1, no text, both files untouched."""
-    existing = EXISTING
-    # Cancelling: Escape at every prompt and Ctrl+C in the middle of a line.
-    # Status 1, no text, both files untouched.
     cancels = [
         ("Escape at Password", [], [ESCAPE]),
         ("Escape at Repeat password", [STRONG + ENTER], [ESCAPE]),
@@ -424,7 +372,7 @@ def cancelling(root):
     if not WINDOWS:
         cancels.append(("Ctrl+C at Password", [], ["abc", CTRL_C]))
     for name, lines, last in cancels:
-        inst = Installation(root, "cancel-" + str(cancels.index((name, lines, last))), existing)
+        inst = Installation(root, "cancel-" + str(cancels.index((name, lines, last))), EXISTING)
         options = ["-DontRejectInsecurePasswords"] if "weak" in name else []
         run = start(inst, *options)
         for text in lines:
@@ -439,8 +387,6 @@ def cancelling(root):
 
 def removal(root):
     """The removal question: y removes, n, Return and Escape keep."""
-    existing = EXISTING
-    old_hash = OLD_HASH
     removals = [
         ("y", ["y"], 0),
         ("Y", ["Y"], 0),
@@ -452,7 +398,7 @@ def removal(root):
                        '(y|N)? ')
     for name, answers, expected in removals:
         inst = Installation(root, "remove-" + str(removals.index((name, answers, expected))),
-                            existing)
+                            EXISTING)
         run = start(inst, "-Remove")
         for answer in answers:
             run.line(answer)
@@ -463,12 +409,12 @@ def removal(root):
               shown_times(screen, remove_question, len(answers)), screen[-800:])
         if expected == 0:
             check(f"remove, {name}: alice removed, bob kept",
-                  inst.hash_of(ALICE) is None and inst.hash_of(BOB) == old_hash)
+                  inst.hash_of(ALICE) is None and inst.hash_of(BOB) == OLD_HASH)
             check(f"remove, {name}: success line",
                   contains(screen, 'Password for user "alice" was removed.'))
         else:
             check(f"remove, {name}: both files untouched", inst.untouched())
-    inst = Installation(root, "remove-escape", existing)
+    inst = Installation(root, "remove-escape", EXISTING)
     run = start(inst, "-Remove")
     run.type(ESCAPE)
     status, screen = map_screen(run.finish())
