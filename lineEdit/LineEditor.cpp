@@ -1,6 +1,8 @@
 #include "lineEdit/LineEditor.h"
 
+#include <cerrno>
 #include <mutex>
+#include <stdexcept>
 #include <utility>
 
 #include "lineEdit/CancelledException.h"
@@ -77,7 +79,12 @@ std::string LineEditor::readLine() {
   SharedState& shared = sharedState();
   std::string line;
   if (RawLineReader::read(prompt_, shared.settings, shared.history, line)) {
+    const int error = errno;
     utils::core::secureZero(line.data(), line.size());
+    if (error == ENOTTY) {
+      throw std::runtime_error(
+          "cannot prompt for input: standard input is a character device without a usable console");
+    }
     throw CancelledException();
   }
   return line;

@@ -27,8 +27,9 @@ class LineEditor {
   // Shows the prompt, lets the user edit a line and returns it as typed
   // (UTF-8, no line terminator). Enter on an empty line returns "".
   // Throws CancelledException when the user presses Ctrl+C or Escape, or
-  // ends input on an empty line; std::system_error when the editor mutex
-  // cannot be locked.
+  // ends input on an empty line; std::runtime_error when standard input is
+  // a console but no console output can be had to prompt on;
+  // std::system_error when the editor mutex cannot be locked.
   std::string readLine();
 
  private:

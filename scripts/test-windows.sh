@@ -1,9 +1,15 @@
 #!/usr/bin/env bash
 # Cross-compiles the Windows build with MinGW-w64 (warnings are errors) and
-# runs its tests under Wine: every library and test program, and, when a
-# MinGW build of zxcvbn is given (ZXCVBN_ROOT=<folder with include/zxcvbn.h
-# and lib/libzxcvbn.a>), KorvanePassword.exe end to end with redirected
-# input.
+# runs its tests under Wine: every library and test program, then the whole
+# Windows program end to end: with redirected input
+# (tests/windows/end-to-end.sh) and at Wine's console on a pseudo-terminal
+# (tests/windows/console-end-to-end.py).
+#
+# The program is KorvanePassword.exe when a MinGW build of zxcvbn is given
+# (ZXCVBN_ROOT=<folder with include/zxcvbn.h and lib/libzxcvbn.a>), and
+# otherwise KorvanePasswordTestVariant.exe, the same program linked to the
+# deterministic test estimator of tests/strengthEstimator/ (test builds
+# only, never installed or packaged).
 #
 #   bash scripts/test-windows.sh
 #   ZXCVBN_ROOT=/opt/zxcvbn-mingw bash scripts/test-windows.sh
@@ -57,16 +63,28 @@ else
 fi
 
 program="${build}/setUserPassword/KorvanePassword.exe"
+if [[ ! -f "${program}" ]]; then
+  program="${build}/tests/strengthEstimator/KorvanePasswordTestVariant.exe"
+fi
 if [[ -f "${program}" ]]; then
-  echo "== KorvanePassword.exe end to end under Wine"
-  if timeout 600 bash tests/windows/end-to-end.sh "${program}" wine </dev/null; then
-    summary+=", end-to-end passed"
+  echo "== $(basename "${program}") end to end under Wine, redirected input"
+  if timeout 900 bash tests/windows/end-to-end.sh "${program}" wine </dev/null; then
+    summary+=", redirected end-to-end passed"
   else
-    summary+=", end-to-end FAILED"
+    summary+=", redirected end-to-end FAILED"
     status=1
   fi
+  echo "== $(basename "${program}") end to end under Wine, at the console"
+  if timeout 1800 python3 tests/windows/console-end-to-end.py "${program}" wine </dev/null; then
+    summary+=", console end-to-end passed"
+  else
+    summary+=", console end-to-end FAILED"
+    status=1
+  fi
+  summary+=" ($(basename "${program}"))"
 else
-  summary+=", KorvanePassword.exe not built (no zxcvbn for MinGW; set ZXCVBN_ROOT)"
+  summary+=", no program was built"
+  status=1
 fi
 
 if ((status == 0)); then

@@ -1,12 +1,16 @@
-// The strength policy: a password is strong enough when the zxcvbn
-// estimate of its entropy is at least 60 bits. No user dictionary is given
-// to the estimator (in particular not the user's name). An estimate that is
-// not a number counts as weak.
+// The strength policy: a password is strong enough when the estimate of its
+// entropy is at least 60 bits. An estimate that is not a number counts as
+// weak.
+//
+// estimatePasswordEntropy is defined by the library korvane_passwordStrength,
+// the zxcvbn estimator with its built-in dictionaries and no user dictionary
+// (in particular not the user's name); that library is the only code that
+// knows zxcvbn. The test variant of the program, built where zxcvbn is not
+// available, links a deterministic test estimator instead
+// (tests/strengthEstimator/).
 //
 // Thread safety: reentrant.
 #pragma once
-
-#include <string_view>
 
 namespace korvane::setUserPassword {
 
@@ -16,6 +20,7 @@ inline constexpr double minimumPasswordEntropy = 60.0;
 // REQUIRES: `password` is NUL-terminated (c_str() of a string).
 double estimatePasswordEntropy(const char* password);
 
-bool isStrongEnough(double entropy) noexcept;
+// Written so that NaN fails the test.
+constexpr bool isStrongEnough(double entropy) noexcept { return entropy >= minimumPasswordEntropy; }
 
 }  // namespace korvane::setUserPassword

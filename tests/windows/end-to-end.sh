@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
 # End-to-end runs of KorvanePassword with redirected input, on a temporary
-# installation: set, reject, remove, command-line errors, exit statuses and
-# the password file's content.
+# installation: set, every refusal of a redirected password, remove,
+# command-line errors, exit statuses, the password file's content and the
+# stored hash (verified with the system's crypt), printed paths and the
+# search in the standard location.
 #
 #   tests/windows/end-to-end.sh <program> [runner ...]
 #
 # With a runner (e.g. `wine`) the program is a Windows one: paths handed to
-# it are converted with winepath and printed paths are expected in Windows
-# form. Without one the program runs natively (used to check this script
-# against the Linux build). Exits non-zero when any check fails.
+# it are converted with winepath, printed paths are expected in Windows form
+# and the standard location is %ProgramData%\Korvane\Config. Without one the
+# program runs natively (used to check this script against the Linux build)
+# and the standard location comes from XDG_CONFIG_DIRS. The passwords used
+# are classified alike by zxcvbn and by the test estimator
+# (tests/strengthEstimator/). Exits non-zero when any check fails.
 set -uo pipefail
 
 program=$1
@@ -51,6 +56,26 @@ run() {
   out=$(tr -d '\r' <"${work}/out")
   err=$(tr -d '\r' <"${work}/err")
 }
+
+# runFile <input file> <arguments...>: as run, with standard input from a file.
+runFile() {
+  local input=$1
+  shift
+  "${runner[@]}" "${program}" "$@" <"${input}" >"${work}/out" 2>"${work}/err"
+  status=$?
+  out=$(tr -d '\r' <"${work}/out")
+  err=$(tr -d '\r' <"${work}/err")
+}
+
+# hashMatches <password> <hash>: the system's SHA-crypt gives the same hash.
+hashMatches() {
+  python3 -W ignore::DeprecationWarning - "$1" "$2" <<'PY'
+import crypt, sys
+sys.exit(0 if crypt.crypt(sys.argv[1], sys.argv[2]) == sys.argv[2] else 1)
+PY
+}
+
+hashDiffers() { ! hashMatches "$@"; }
 
 passwordFileValue() {  # passwordFileValue <member>: the member's value, or "<absent>"
   python3 - "${install}/passwords.json" "$1" <<'PY'
@@ -114,6 +139,8 @@ check "new file: \$schema first, then alice" test "$(passwordFileNames)" = "\$sc
 hash=$(passwordFileValue "${alice}")
 check "hash is SHA-512-crypt" test "${hash:0:3}" = '$6$'
 check "hash length 106" test "${#hash}" -eq 106
+check "the stored hash verifies with the password" hashMatches "${strong}" "${hash}"
+check "the stored hash fails with another password" hashDiffers "${strong}x" "${hash}"
 check "the temporary file is gone" test "$(find "${install}" -name 'passwords.json.*' | wc -l)" -eq 0
 
 # A second user, through explicit paths written with forward slashes.
@@ -126,24 +153,76 @@ check "existing password file is used" \
   test "$(sed -n 2p <<<"${out}")" = "Using password file \"${passwordsPrinted}\""
 check "bob added after alice" test "$(passwordFileNames)" = "\$schema ${alice} ${bob}"
 check "alice's hash kept" test "$(passwordFileValue "${alice}")" = "${hash}"
+check "bob's hash verifies without the \"\\r\"" hashMatches "${strong}x" "$(passwordFileValue "${bob}")"
 
-# Weak, empty and too long redirected passwords: status 2, nothing changes.
+# Every refusal of a redirected password: status 2, "ERROR: " and the text on
+# standard error, nothing on standard output after the file lines, nothing
+# changed. In this order: empty, too long, NUL, weak; the first three also
+# with -DontRejectInsecurePasswords.
 before=$(cat "${install}/passwords.json")
+tooWeak='password is too weak (use -DontRejectInsecurePasswords" to allow weak passwords'
+long=$(head -c 5000 /dev/zero | tr '\0' 'k')
+printf 'abc\0def\n' >"${work}/nul"
+printf 'Tangerine-\0Kettle-Orbit-47\n' >"${work}/nul-strong"
+{ head -c 4500 /dev/zero | tr '\0' 'k'; printf '\0\n'; } >"${work}/nul-after-4095"
+printf '\0' >"${work}/nul-only"
+refused() {  # refused <description> <message>: the last run was refused so
+  check "$1 exits 2" test "${status}" -eq 2
+  check "$1 message" test "${err}" = "ERROR: $2"
+  check "$1 prints only the file lines" test "$(wc -l <<<"${out}")" -eq 2
+}
+for dont in "" -DontRejectInsecurePasswords; do
+  label="refusal${dont:+ with ${dont}}"
+  run '' ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: empty input" "empty password"
+  run $'\n'"${strong}"$'\n' ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: empty first line" "empty password"
+  run $'\r\n' ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: empty first line ending in \\r\\n" "empty password"
+  run "${long}"$'\n' ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: 5000 bytes" "password is too long (at most 4095 bytes)"
+  run "${long}" ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: 5000 bytes without a line end" "password is too long (at most 4095 bytes)"
+  runFile "${work}/nul-after-4095" ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: too long before NUL" "password is too long (at most 4095 bytes)"
+  runFile "${work}/nul" ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: NUL" "password contains a NUL character"
+  runFile "${work}/nul-strong" ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: NUL in a strong password" "password contains a NUL character"
+  runFile "${work}/nul-only" ${dont} -ConfigDir "${configDir}" alice
+  refused "${label}: a NUL alone" "password contains a NUL character"
+done
 run $'password\n' -ConfigDir "${configDir}" alice
-check "weak password exits 2" test "${status}" -eq 2
-check "weak password reports an error" test "${err:0:7}" = "ERROR: "
-run '' -ConfigDir "${configDir}" alice
-check "empty input exits 2" test "${status}" -eq 2
-run "$(head -c 5000 /dev/zero | tr '\0' 'k')"$'\n' -ConfigDir "${configDir}" alice
-check "too long password exits 2" test "${status}" -eq 2
-check "too long password message" \
-  test "${err}" = "ERROR: password is too long (at most 4095 bytes)"
-check "rejected passwords change nothing" test "$(cat "${install}/passwords.json")" = "${before}"
+refused "weak password" "${tooWeak}"
+run $'abc' -ConfigDir "${configDir}" alice
+refused "weak password without a line end" "${tooWeak}"
+check "refused passwords change nothing" test "$(cat "${install}/passwords.json")" = "${before}"
+check "refused passwords leave no temporary file" \
+  test "$(find "${install}" -name 'passwords.json.*' | wc -l)" -eq 0
+
+# Exactly 4095 bytes is allowed (weak, so with the option).
+run "$(head -c 4095 /dev/zero | tr '\0' 'k')"$'\n' -DontRejectInsecurePasswords -ConfigDir "${configDir}" bob
+check "4095 bytes with -DontRejectInsecurePasswords exits 0" test "${status}" -eq 0
+# (The system's crypt takes at most 512 bytes, so only the form is checked.)
+longHash=$(passwordFileValue "${bob}")
+check "4095 bytes: a new SHA-512-crypt hash" \
+  test "${longHash:0:3}" = '$6$' -a "${#longHash}" -eq 106 -a "${longHash}" != "${hash}"
+
+# A weak password with -DontRejectInsecurePasswords: stored, no question.
+run $'password\n' -DontRejectInsecurePasswords -ConfigDir "${configDir}" bob
+check "weak with -DontRejectInsecurePasswords exits 0" test "${status}" -eq 0
+check "weak with -DontRejectInsecurePasswords asks nothing" \
+  test "${out}" = "Using user configuration file \"${usersPrinted}\""$'\n'"Using password file \"${passwordsPrinted}\""$'\n'"Password for user \"bob\" was updated."
+check "weak with -DontRejectInsecurePasswords: the hash verifies" \
+  hashMatches password "$(passwordFileValue "${bob}")"
+check "weak with -DontRejectInsecurePasswords: alice untouched" \
+  test "$(passwordFileValue "${alice}")" = "${hash}"
 
 # Unknown user and missing user configuration file: status 1.
 run "${strong}"$'\n' -ConfigDir "${configDir}" mallory
 check "unknown user exits 1" test "${status}" -eq 1
 check "unknown user reports an error" test "${err:0:7}" = "ERROR: "
+check "unknown user prints nothing after the file lines" test "$(wc -l <<<"${out}")" -eq 2
 run "${strong}"$'\n' -Users "$(programPath "${work}/missing/users.json")" alice
 check "missing -Users file exits 1" test "${status}" -eq 1
 
@@ -152,6 +231,66 @@ run '' -Remove -ConfigDir "${configDir}" alice
 check "remove exits 0" test "${status}" -eq 0
 check "remove success line" test "$(tail -n1 <<<"${out}")" = "Password for user \"alice\" was removed."
 check "remove keeps \$schema and bob" test "$(passwordFileNames)" = "\$schema ${bob}"
+
+# Standard input a character device that is not a console (NUL; Wine gives
+# /dev/null that type): the program cannot prompt, says so and ends with
+# status 1 instead of taking an empty line for an empty password and asking
+# again for ever. Bounded in time and output size. (Natively /dev/null is no
+# terminal and is read as an empty redirected password.)
+if ((${#runner[@]} > 0)); then
+  timeout 60 "${runner[@]}" "${program}" -ConfigDir "${configDir}" alice </dev/null \
+    2>"${work}/err" | head -c 65536 >"${work}/out"
+  status=${PIPESTATUS[0]}
+  out=$(tr -d '\r' <"${work}/out")
+  err=$(tr -d '\r' <"${work}/err")
+  check "no console: exits 1" test "${status}" -eq 1
+  check "no console: the error" test "${err}" = \
+    "ERROR: cannot prompt for input: standard input is a character device without a usable console"
+  check "no console: no endless prompting" test "$(wc -l <<<"${out}")" -eq 4
+fi
+
+# The standard location: %ProgramData%\Korvane\Config on Windows, the
+# XDG_CONFIG_DIRS entries elsewhere. Errors print every candidate path, with
+# "\" on Windows also for a -ConfigDir written with "/".
+if ((${#runner[@]} > 0)); then
+  standardBase=$("${runner[@]}" cmd /c 'echo %ProgramData%' </dev/null 2>/dev/null | tr -d '\r')
+  standardDir=$(winepath -u "${standardBase}" 2>/dev/null)
+  standardDir=${standardDir%/}
+  sep='\'
+  standardPrinted="${standardBase}\\Korvane\\Config"
+else
+  standardDir="${work}/xdg"
+  export XDG_CONFIG_DIRS="${standardDir}"
+  sep=/
+  standardPrinted="${standardDir}/Korvane/Config"
+fi
+check "the standard location is known (${standardBase:-${standardDir}})" test -n "${standardDir}"
+emptyDir="${work}/empty"
+mkdir -p "${emptyDir}"
+emptySlashed=$(programPath "${emptyDir}" | tr '\\' '/')
+emptyPrinted=$(printedPath "${emptyDir}/users.json")
+run "${strong}"$'\n' -ConfigDir "${emptySlashed}" alice
+check "no users.json anywhere exits 1" test "${status}" -eq 1
+check "no users.json anywhere lists every place looked at" \
+  test "${err}" = "ERROR: could not find user configuration file \"users.json\" in any of the following locations:"$'\n'"- ${emptyPrinted}"$'\n'"- ${standardPrinted}${sep}users.json"
+check "no users.json anywhere prints nothing on standard output" test -z "${out}"
+
+standardConfig="${standardDir}/Korvane/Config"
+if [[ -n "${standardDir}" && ! -e "${standardConfig}" ]]; then
+  mkdir -p "${standardConfig}"
+  cp "${install}/users.json" "${standardConfig}/users.json"
+  run "${strong}"$'\n' alice
+  check "standard location: set exits 0" test "${status}" -eq 0
+  check "standard location: users.json found there" \
+    test "$(sed -n 1p <<<"${out}")" = "Using user configuration file \"${standardPrinted}${sep}users.json\""
+  check "standard location: passwords.json created there" \
+    test "$(sed -n 2p <<<"${out}")" = "Will create new password file at \"${standardPrinted}${sep}passwords.json\""
+  check "standard location: the hash verifies" \
+    hashMatches "${strong}" "$(python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))[sys.argv[2]])' "${standardConfig}/passwords.json" "${alice}")"
+  rm -rf "${standardDir}/Korvane"
+else
+  check "standard location ${standardConfig} is free for the test" false
+fi
 
 total=$((passed + failed))
 echo "end-to-end: ${passed}/${total} checks passed"

@@ -1,4 +1,4 @@
-#include "lineEdit/RawLineReader.h"
+#include "lineEdit/RawTerminal.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,19 +11,15 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
+#include <memory>
+#include <optional>
+#include <string_view>
 
-#include "lineEdit/EditBuffer.h"
-#include "lineEdit/EditLoop.h"
-#include "lineEdit/EditTerminal.h"
 #include "lineEdit/TerminalKeyDecoder.h"
 
 namespace korvane::lineEdit {
 
 namespace {
-
-// A plain line read stops here; the rest stays for the next read.
-constexpr std::size_t kMaxPlainLineLength = EditLoop::kBufferSize;
 
 constexpr std::array<int, 3> kTerminatingSignals = {SIGTERM, SIGHUP, SIGQUIT};
 
@@ -132,10 +128,13 @@ class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
 
 // Keys come from standard input; the prompt and the echo go to standard
 // output, or, when that is redirected, to the terminal itself (standard
-// input), so that the user still sees what is asked.
-class PosixTerminal : public EditTerminal {
+// input), so that the user still sees what is asked. Raw mode lasts from
+// construction to finish().
+class PosixTerminal final : public RawTerminal {
  public:
-  explicit PosixTerminal(int outputFd) : outputFd_(outputFd), decoder_(source_) {}
+  explicit PosixTerminal(int outputFd) : outputFd_(outputFd), decoder_(source_) {
+    rawMode_.emplace();
+  }
 
   bool readKey(KeyCode& key) override { return decoder_.readKey(key); }
 
@@ -159,69 +158,47 @@ class PosixTerminal : public EditTerminal {
     return size.ws_col;
   }
 
+  void finish() override {
+    rawMode_.reset();
+    if (outputFd_ == STDOUT_FILENO) {
+      std::fputs("\n", stdout);
+      std::fflush(stdout);
+    } else if (!write("\n")) {
+      // Only the cursor's line is lost; the line read stands.
+    }
+  }
+
  private:
   int outputFd_;
   TerminalByteSource source_;
   TerminalKeyDecoder decoder_;
+  std::optional<RawMode> rawMode_;
 };
-
-// Byte by byte, so that nothing after the line is taken from the input.
-void readPlainLine(std::string& line) {
-  line.clear();
-  line.reserve(kMaxPlainLineLength);  // no reallocation leaves copies behind
-  while (line.size() < kMaxPlainLineLength) {
-    char byte = 0;
-    const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
-    if (count < 0 && errno == EINTR) continue;
-    if (count != 1 || byte == '\n') break;
-    line.push_back(byte);
-  }
-}
 
 }  // namespace
 
-bool RawLineReader::read(std::string_view prompt, const EditSettings& settings,
-                         History& history, std::string& line) {
-  if (isatty(STDIN_FILENO) == 0) {
-    readPlainLine(line);
+bool RawTerminal::inputIsConsole() { return isatty(STDIN_FILENO) != 0; }
+
+bool RawTerminal::readInputByte(char& byte) {
+  for (;;) {
+    const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
+    if (count == 1) return true;
+    if (count < 0 && errno == EINTR) continue;
     return false;
   }
+}
+
+std::unique_ptr<RawTerminal> RawTerminal::open() {
   if (!state.exitHandlerRegistered) {
     std::atexit(restoreAtExit);
     state.exitHandlerRegistered = true;
   }
-  line.clear();
   if (tcgetattr(STDIN_FILENO, &state.savedMode) != 0) {
     errno = ENOTTY;
-    return false;
+    return nullptr;
   }
   const int outputFd = isatty(STDOUT_FILENO) != 0 ? STDOUT_FILENO : STDIN_FILENO;
-  // Text the program printed before must appear before the prompt, which
-  // goes straight to the descriptor.
-  std::cout.flush();
-  std::fflush(stdout);
-
-  EditBuffer buffer;
-  int result = -1;
-  int loopErrno = 0;
-  {
-    const RawMode rawMode;
-    PosixTerminal terminal(outputFd);
-    EditLoop loop(terminal, settings, history);
-    result = loop.run(buffer.span(), prompt);
-    loopErrno = errno;
-  }
-  if (result != -1) line.assign(buffer.span().data(), static_cast<std::size_t>(result));
-  if (outputFd == STDOUT_FILENO) {
-    std::fputs("\n", stdout);
-    std::fflush(stdout);
-  } else {
-    if (::write(outputFd, "\n", 1) < 0) {
-      // Only the cursor's line is lost; the line read stands.
-    }
-  }
-  errno = loopErrno;
-  return result == -1;
+  return std::make_unique<PosixTerminal>(outputFd);
 }
 
 }  // namespace korvane::lineEdit
