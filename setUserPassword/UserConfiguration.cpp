@@ -41,7 +41,7 @@ class UserSearch {
       if (member.name() == "UUID") {
         uuid = member.value().toUuid();
         ++uuidsSeen;
-        uuidCounts_.increment(uuid);
+        uuidCounts_.add(uuid);
       } else if (member.name() == "userName") {
         ++namesSeen;
         const bool equal = stringEquals(member.value().asString(), soughtName_);
@@ -56,7 +56,9 @@ class UserSearch {
     }
     if (uuidsSeen == 0) fail(location, "missing user UUID in the configuration of user \"{}\"");
     if (uuidsSeen > 1) fail(location, "multiple UUIDs specified for user \"{}\"");
-    ++matches_;
+    // Only the first match's UUID can be reported as a duplicate: a second
+    // match is an error of its own, reported before the duplicate test.
+    if (++matches_ == 1) uuidCounts_.choose(uuid);
     uuid_ = uuid;
   }
 
@@ -74,7 +76,7 @@ class UserSearch {
       throw std::runtime_error(
           utils::core::format("the UUID of user \"{}\" is {}", soughtName_, uuid_));
     }
-    if (uuidCounts_.count(uuid_) > 1) {
+    if (uuidCounts_.count() > 1) {
       throw std::runtime_error(utils::core::format(
           "there is more than one user with UUID {} in the file \"{}\"", uuid_, file));
     }
