@@ -15,18 +15,6 @@ namespace {
 namespace decoder = utils::json::decoder;
 using utils::core::Uuid;
 
-// Compares a JSON string with `expected` as it streams by, so that an
-// enormous name costs no memory.
-bool stringEquals(decoder::String string, std::string_view expected) {
-  std::size_t index = 0;
-  bool equal = true;
-  for (const char c : string) {
-    equal = equal && index < expected.size() && expected[index] == c;
-    ++index;
-  }
-  return equal && index == expected.size();
-}
-
 class UserSearch {
  public:
   explicit UserSearch(std::string_view soughtName) : soughtName_(soughtName) {}
@@ -44,7 +32,8 @@ class UserSearch {
         uuidCounts_.add(uuid);
       } else if (member.name() == "userName") {
         ++namesSeen;
-        const bool equal = stringEquals(member.value().asString(), soughtName_);
+        // Compared as it streams by, so that an enormous name costs no memory.
+        const bool equal = member.value().asString().equals(soughtName_);
         matches = matches || equal;
       } else {
         member.value().skip();

@@ -1,5 +1,6 @@
 #include "utils/json/decoder/Parser.h"
 
+#include <algorithm>
 #include <bitset>
 #include <stdexcept>
 #include <utility>
@@ -67,6 +68,7 @@ enum SkipState { valueState, objectFirstState, nameState, arrayFirstState, after
 
 Parser::Parser(io::InputStream<char>& stream, std::string sourceName)
     : stream_(stream),
+      kernels_(scanKernels()),
       source_(std::make_shared<const std::string>(std::move(sourceName))),
       lineStart_(stream.offset()) {}
 
@@ -104,22 +106,30 @@ bool Parser::more() {
 void Parser::skipWhitespaceSlow() {
   for (;;) {
     const auto span = stream_.buffered();
-    const char* const begin = span.data();
-    const char* const end = begin + span.size();
-    for (const char* p = begin; p != end; ++p) {
-      const char c = *p;
-      if (c == ' ' || c == '\t' || c == '\r') continue;
-      if (c == '\n') {
-        ++line_;
-        lineStart_ = stream_.offset() + static_cast<std::uint64_t>(p - begin) + 1;
-        continuations_ = 0;
-        continue;
+    // Short runs (a line feed and an indentation) end before a wide scan pays.
+    constexpr std::size_t shortRun = 16;
+    const std::size_t head = std::min(span.size(), shortRun);
+    std::size_t length = 0;
+    while (length != head && (span[length] == ' ' || span[length] == '\n')) ++length;
+    if (length != head && static_cast<unsigned char>(span[length]) > ' ') {
+      for (std::size_t i = 0; i != length; ++i) {
+        if (span[i] == '\n') {
+          ++line_;
+          lineStart_ = stream_.offset() + i + 1;
+          continuations_ = 0;
+        }
       }
-      stream_.consume(static_cast<std::size_t>(p - begin));
+      stream_.consume(length);
       return;
     }
-    stream_.consume(span.size());
-    if (!more()) return;
+    const WhitespaceRun run = kernels_.whitespace(span.data(), span.data() + span.size());
+    if (run.lineFeeds != 0) {
+      line_ += run.lineFeeds;
+      lineStart_ = stream_.offset() + run.afterLastLineFeed;
+      continuations_ = 0;
+    }
+    stream_.consume(run.length);
+    if (run.length != span.size() || !more()) return;
   }
 }
 
@@ -222,9 +232,7 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   if (span.size() >= quoted && span[quoted - 1] == '"') {
     // The common case: the whole string is buffered and holds no escapes.
     const std::string_view text(span.data() + 1, core::Uuid::textLength);
-    bool plain = true;
-    for (const char c : text) plain = plain && plainStringByte[static_cast<unsigned char>(c)];
-    if (plain) {
+    if (kernels_.plainStringLength(text.data(), text.data() + text.size()) == text.size()) {
       const auto uuid = core::Uuid::fromString(text);
       if (!uuid) fail(start, "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
       stream_.consume(quoted);
@@ -244,7 +252,7 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   return *uuid;
 }
 
-Parser::Frame& Parser::reachFrame(std::uint64_t frameId) {
+Parser::Frame& Parser::reachOuterFrame(std::uint64_t frameId) {
   std::size_t index = frames_.size();
   while (index != 0 && frames_[index - 1].id > frameId) --index;
   if (index == 0 || frames_[index - 1].id != frameId) throw std::logic_error(movedOn);
@@ -297,8 +305,7 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t&
   name.clear();
   // The common case: the whole name is buffered and holds no escapes.
   const auto span = stream_.buffered();
-  std::size_t length = 0;
-  while (length < span.size() && plainStringByte[static_cast<unsigned char>(span[length])]) ++length;
+  const std::size_t length = kernels_.plainStringLength(span.data(), span.data() + span.size());
   if (length < span.size() && span[length] == '"' && length <= maxNameLength) {
     name.assign(span.data(), length);
     stream_.consume(length + 1);
@@ -346,8 +353,7 @@ std::span<const char> Parser::takePlainRun(std::uint64_t frameId) {
   reachFrame(frameId);
   if (stream_.buffered().empty() && !more()) failFound("expected '\"' to end the string");
   const auto span = stream_.buffered();
-  std::size_t count = 0;
-  while (count < span.size() && plainStringByte[static_cast<unsigned char>(span[count])]) ++count;
+  const std::size_t count = kernels_.plainStringLength(span.data(), span.data() + span.size());
   stream_.consume(count);
   return span.first(count);
 }
@@ -362,7 +368,7 @@ bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit) {
     popFrame();
     return false;
   }
-  if (plainStringByte[static_cast<unsigned char>(c)]) {
+  if (isPlainStringByte(static_cast<unsigned char>(c))) {
     unit.bytes[0] = static_cast<char>(c);
     unit.length = 1;
     stream_.consume(1);
@@ -474,8 +480,7 @@ void Parser::skipStructured(int initialState, std::size_t depth, FrameKind outer
 void Parser::skipDigits() {
   for (;;) {
     const auto span = stream_.buffered();
-    std::size_t count = 0;
-    while (count != span.size() && isDigit(span[count])) ++count;
+    const std::size_t count = kernels_.digitLength(span.data(), span.data() + span.size());
     stream_.consume(count);
     if (count != span.size() || !more()) return;
   }
@@ -522,9 +527,8 @@ void Parser::scanStringBody(Sink&& sink) {
     const auto span = stream_.buffered();
     const char* const begin = span.data();
     const char* const end = begin + span.size();
-    const char* p = begin;
-    while (p != end && plainStringByte[static_cast<unsigned char>(*p)]) ++p;
-    const auto count = static_cast<std::size_t>(p - begin);
+    const std::size_t count = kernels_.plainStringLength(begin, end);
+    const char* const p = begin + count;
     if (count != 0) {
       sink(begin, count);
       stream_.consume(count);
