@@ -20,7 +20,6 @@ class UserSearch {
   explicit UserSearch(std::string_view soughtName) : soughtName_(soughtName) {}
 
   void parseUser(decoder::Value& value) {
-    const decoder::Location location = value.location();
     int namesSeen = 0;
     int uuidsSeen = 0;
     bool matches = false;
@@ -41,10 +40,10 @@ class UserSearch {
     }
     if (!matches) return;
     if (namesSeen > 1) {
-      fail(location, "multiple user names specified for user \"{}\"");
+      fail(value, "multiple user names specified for user \"{}\"");
     }
-    if (uuidsSeen == 0) fail(location, "missing user UUID in the configuration of user \"{}\"");
-    if (uuidsSeen > 1) fail(location, "multiple UUIDs specified for user \"{}\"");
+    if (uuidsSeen == 0) fail(value, "missing user UUID in the configuration of user \"{}\"");
+    if (uuidsSeen > 1) fail(value, "multiple UUIDs specified for user \"{}\"");
     // Only the first match's UUID can be reported as a duplicate: a second
     // match is an error of its own, reported before the duplicate test.
     if (++matches_ == 1) uuidCounts_.choose(uuid);
@@ -74,9 +73,11 @@ class UserSearch {
 
  private:
   // `message` has one placeholder, for the name sought.
-  [[noreturn]] void fail(const decoder::Location& location,
+  // The location is that of the user object (the value keeps where it
+  // started), only made when there is an error to report.
+  [[noreturn]] void fail(const decoder::Value& user,
                          utils::core::FormatString<const std::string_view&> message) const {
-    decoder::throwAtLocation(location, utils::core::format(message, soughtName_));
+    decoder::throwAtLocation(user.location(), utils::core::format(message, soughtName_));
   }
 
   std::string_view soughtName_;

@@ -1,9 +1,15 @@
 #include "utils/json/decoder/Parser.h"
 
 #include <algorithm>
+#include <bit>
 #include <bitset>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
+
+#if defined(__x86_64__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
 
 #include "utils/core/Format.h"
 #include "utils/json/decoder/WrappedException.h"
@@ -60,6 +66,25 @@ std::string describeValue(int c) {
   }
   if (c == '-' || isDigit(c)) return "a number";
   return {};
+}
+
+// The plain string bytes that [begin, end) starts with. Above the plain
+// level the first 16 bytes are tested here, with SSE2, since most strings
+// (names, short values) end within them and the kernel's call then costs
+// more than the test; longer runs go on in the kernel.
+std::size_t plainStringLength(const ScanKernels& kernels, const char* begin, const char* end) noexcept {
+#if defined(__x86_64__) || defined(_M_X64)
+  if (kernels.level != ScanLevel::plain && end - begin >= 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin));
+    const __m128i special = _mm_or_si128(
+        _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+        _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
+    if (mask != 0) return static_cast<std::size_t>(std::countr_zero(mask));
+    return 16 + kernels.plainStringLength(begin + 16, end);
+  }
+#endif
+  return kernels.plainStringLength(begin, end);
 }
 
 enum SkipState { valueState, objectFirstState, nameState, arrayFirstState, afterState };
@@ -232,7 +257,7 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   if (span.size() >= quoted && span[quoted - 1] == '"') {
     // The common case: the whole string is buffered and holds no escapes.
     const std::string_view text(span.data() + 1, core::Uuid::textLength);
-    if (kernels_.plainStringLength(text.data(), text.data() + text.size()) == text.size()) {
+    if (plainStringLength(kernels_, text.data(), text.data() + text.size()) == text.size()) {
       const auto uuid = core::Uuid::fromString(text);
       if (!uuid) fail(start, "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
       stream_.consume(quoted);
@@ -305,9 +330,13 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t&
   name.clear();
   // The common case: the whole name is buffered and holds no escapes.
   const auto span = stream_.buffered();
-  const std::size_t length = kernels_.plainStringLength(span.data(), span.data() + span.size());
+  const std::size_t length = plainStringLength(kernels_, span.data(), span.data() + span.size());
   if (length < span.size() && span[length] == '"' && length <= maxNameLength) {
-    name.assign(span.data(), length);
+    // Written in place: assign() would go through the general replace.
+    name.resize_and_overwrite(length, [&](char* out, std::size_t count) {
+      std::copy_n(span.data(), count, out);
+      return count;
+    });
     stream_.consume(length + 1);
   } else {
     scanStringBody([&](const char* bytes, std::size_t count) {
@@ -353,7 +382,7 @@ std::span<const char> Parser::takePlainRun(std::uint64_t frameId) {
   reachFrame(frameId);
   if (stream_.buffered().empty() && !more()) failFound("expected '\"' to end the string");
   const auto span = stream_.buffered();
-  const std::size_t count = kernels_.plainStringLength(span.data(), span.data() + span.size());
+  const std::size_t count = plainStringLength(kernels_, span.data(), span.data() + span.size());
   stream_.consume(count);
   return span.first(count);
 }
@@ -512,6 +541,12 @@ void Parser::skipNumber() {
 }
 
 void Parser::skipLiteral(const char* literal) {
+  const std::string_view text(literal);
+  const auto span = stream_.buffered();
+  if (span.size() >= text.size() && std::string_view(span.data(), text.size()) == text) {
+    stream_.consume(text.size());
+    return;
+  }
   const Position start = position();
   for (const char* p = literal; *p != '\0'; ++p) {
     if (peek() != static_cast<unsigned char>(*p)) {
@@ -527,7 +562,7 @@ void Parser::scanStringBody(Sink&& sink) {
     const auto span = stream_.buffered();
     const char* const begin = span.data();
     const char* const end = begin + span.size();
-    const std::size_t count = kernels_.plainStringLength(begin, end);
+    const std::size_t count = plainStringLength(kernels_, begin, end);
     const char* const p = begin + count;
     if (count != 0) {
       sink(begin, count);

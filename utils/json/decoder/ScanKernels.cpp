@@ -63,7 +63,7 @@ std::size_t digitLengthPlain(const char* begin, const char* end) noexcept {
   return digitLengthFrom(begin, begin, end);
 }
 
-constexpr ScanKernels plainKernels{plainStringLengthPlain, whitespacePlain, digitLengthPlain};
+constexpr ScanKernels plainKernels{ScanLevel::plain, plainStringLengthPlain, whitespacePlain, digitLengthPlain};
 
 // Adds the line feeds among the first `length` bytes of a block at `offset`
 // (their bits in `lineFeeds`) to `run`.
@@ -132,7 +132,7 @@ std::size_t digitLengthSse2(const char* begin, const char* end) noexcept {
   return digitLengthFrom(begin, p, end);
 }
 
-constexpr ScanKernels sse2Kernels{plainStringLengthSse2, whitespaceSse2, digitLengthSse2};
+constexpr ScanKernels sse2Kernels{ScanLevel::sse2, plainStringLengthSse2, whitespaceSse2, digitLengthSse2};
 
 #endif
 
@@ -195,7 +195,7 @@ KORVANE_JSON_TARGET_AVX2 std::size_t digitLengthAvx2(const char* begin, const ch
   return digitLengthFrom(begin, p, end);
 }
 
-constexpr ScanKernels avx2Kernels{plainStringLengthAvx2, whitespaceAvx2, digitLengthAvx2};
+constexpr ScanKernels avx2Kernels{ScanLevel::avx2, plainStringLengthAvx2, whitespaceAvx2, digitLengthAvx2};
 
 bool processorHasAvx2() noexcept {
   __builtin_cpu_init();

@@ -33,7 +33,10 @@ struct WhitespaceRun {
   std::size_t afterLastLineFeed = 0;  // offset just past the last line feed; 0 if none
 };
 
+enum class ScanLevel : std::uint8_t { plain, sse2, avx2 };
+
 struct ScanKernels {
+  ScanLevel level;
   // The number of plain string bytes that [begin, end) starts with.
   std::size_t (*plainStringLength)(const char* begin, const char* end) noexcept;
   // The whitespace (space, tab, CR, LF) that [begin, end) starts with.
@@ -41,8 +44,6 @@ struct ScanKernels {
   // The number of ASCII digits that [begin, end) starts with.
   std::size_t (*digitLength)(const char* begin, const char* end) noexcept;
 };
-
-enum class ScanLevel : std::uint8_t { plain, sse2, avx2 };
 
 // The kernels of the current level: the best one the processor runs,
 // unless a test chose another.
