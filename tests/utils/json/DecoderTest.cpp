@@ -351,6 +351,18 @@ std::string logicError(Misuse misuse) {
   return {};
 }
 
+TEST(DecoderTest, NamesOfEveryLengthAreReadExactly) {
+  for (std::size_t length = 0; length <= 70; ++length) {
+    std::string name;
+    for (std::size_t i = 0; i < length; ++i) name += static_cast<char>('a' + i % 26);
+    MemoryInputStream stream("{\"" + name + "\": \"x\", \"" + name + "b\": \"\"}");
+    Document document(stream, "t.json");
+    std::vector<std::string> names;
+    for (Member& member : document.readAsObject()) names.emplace_back(std::move(member.name()));
+    EXPECT_EQ(names, (std::vector<std::string>{name, name + "b"})) << length;
+  }
+}
+
 TEST(DecoderTest, MisusedWalksNameTheirView) {
   MemoryInputStream stream(R"({"a": [1], "b": 2})");
   Document document(stream, "t.json");

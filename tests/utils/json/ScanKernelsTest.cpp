@@ -107,7 +107,7 @@ TEST(ScanKernelsTest, EveryByteEndsARunAtEveryPlace) {
 
 TEST(ScanKernelsTest, RandomRunsAtEveryStartAndEnd) {
   std::mt19937 random(15);
-  const std::string alphabet = std::string("  \n\n\t\r0123456789abc\"\\\x01\x7F\x80\xC3\xA9\xFF", 30);
+  const std::string alphabet = "  \n\n\t\r0123456789abc\"\\\x01\x7F\x80\xC3\xA9\xFF";
   for (int round = 0; round < 40; ++round) {
     std::string bytes;
     const char base = alphabet[random() % alphabet.size()];

@@ -332,11 +332,7 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t&
   const auto span = stream_.buffered();
   const std::size_t length = plainStringLength(kernels_, span.data(), span.data() + span.size());
   if (length < span.size() && span[length] == '"' && length <= maxNameLength) {
-    // Written in place: assign() would go through the general replace.
-    name.resize_and_overwrite(length, [&](char* out, std::size_t count) {
-      std::copy_n(span.data(), count, out);
-      return count;
-    });
+    name.assign(span.data(), length);
     stream_.consume(length + 1);
   } else {
     scanStringBody([&](const char* bytes, std::size_t count) {
