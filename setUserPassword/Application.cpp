@@ -90,7 +90,7 @@ void Application::replacePasswordFile() const {
   PasswordFile current(passwordFile_.path());
   current.read();
   if (const PasswordFile::Entry* entry = passwordFile_.find(userUuid_)) {
-    current.set(userUuid_, entry->value);
+    current.set(userUuid_, entry->value());
   } else {
     current.erase(userUuid_);
   }

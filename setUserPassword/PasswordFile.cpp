@@ -28,20 +28,15 @@ Uuid uuidOfName(std::string_view name) {
   return parsed ? *parsed : Uuid();
 }
 
-// Collects the string in `scratch`, whose room is kept from one value to
-// the next, and returns a copy of exactly its size: one allocation a value
-// instead of one for every doubling.
-std::string readString(decoder::Value& value, std::string& scratch) {
-  scratch.clear();
-  value.asString().appendTo(scratch);
-  return scratch;
-}
+// The storage grows by blocks of this size; a longer name and value get a
+// block of their own.
+constexpr std::size_t blockSize = 1024 * 1024;
 
 void writeEntries(utils::io::OutputStream<char>& stream,
-                  const std::vector<PasswordFile::Entry>& entries) {
+                  const std::deque<PasswordFile::Entry>& entries) {
   encoder::Document document(std::ref(stream), encoder::Format::indented);
   encoder::Object object = document.asObject();
-  for (const auto& entry : entries) object.add(entry.name, entry.value);
+  for (const auto& entry : entries) object.add(entry.name(), entry.value());
 }
 
 }  // namespace
@@ -50,45 +45,77 @@ std::string_view PasswordFile::schemaUrl() noexcept {
   return "https://" KORVANE_SCHEMA_HOST "/korvane/schema-korvane-passwords.json";
 }
 
+char* PasswordFile::allocate(std::size_t size) {
+  if (size > freeSize_) {
+    const std::size_t blockBytes = std::max(size, blockSize);
+    blocks_.push_back(std::make_unique_for_overwrite<char[]>(blockBytes));
+    free_ = blocks_.back().get();
+    freeSize_ = blockBytes;
+  }
+  char* const room = free_;
+  free_ += size;
+  freeSize_ -= size;
+  return room;
+}
+
+PasswordFile::Entry PasswordFile::makeEntry(std::string_view name, const Uuid& uuid,
+                                            std::string_view value) {
+  char* const text = allocate(name.size() + value.size());
+  std::copy(name.begin(), name.end(), text);
+  std::copy(value.begin(), value.end(), text + name.size());
+  Entry entry;
+  entry.text_ = text;
+  entry.lengths_ = static_cast<std::uint64_t>(value.size()) << Entry::nameLengthBits | name.size();
+  entry.uuid_ = uuid;
+  return entry;
+}
+
 void PasswordFile::read() {
   entries_.clear();
+  blocks_.clear();
+  free_ = nullptr;
+  freeSize_ = 0;
   try {
     utils::io::FileInputStream<char> stream(path_);
     decoder::Document document(stream, path_);
-    std::string scratch;
+    // The value is collected here, whose room is kept from one value to
+    // the next, then copied into the storage beside its name.
+    std::string value;
     for (decoder::Member& member : document.readAsObject()) {
-      std::string value = readString(member.value(), scratch);
-      std::string name = std::move(member.name());
-      const Uuid uuid = uuidOfName(name);
-      entries_.push_back({std::move(name), uuid, std::move(value)});
+      value.clear();
+      member.value().asString().appendTo(value);
+      const std::string_view name = member.name().view();
+      entries_.push_back(makeEntry(name, uuidOfName(name), value));
     }
     document.finish();
   } catch (const utils::io::FileNotFoundError&) {
-    if (entries_.empty()) entries_.push_back({"$schema", Uuid(), std::string(schemaUrl())});
+    if (entries_.empty()) entries_.push_back(makeEntry("$schema", Uuid(), schemaUrl()));
   }
 }
 
 const PasswordFile::Entry* PasswordFile::find(const Uuid& uuid) const noexcept {
   const auto found = std::find_if(entries_.begin(), entries_.end(),
-                                  [&](const Entry& entry) { return entry.uuid == uuid; });
+                                  [&](const Entry& entry) { return entry.uuid_ == uuid; });
   return found == entries_.end() ? nullptr : &*found;
 }
 
-void PasswordFile::set(const Uuid& uuid, std::string hash) {
+void PasswordFile::set(const Uuid& uuid, std::string_view hash) {
   auto found = std::find_if(entries_.begin(), entries_.end(),
-                            [&](const Entry& entry) { return entry.uuid == uuid; });
+                            [&](const Entry& entry) { return entry.uuid_ == uuid; });
   if (found == entries_.end()) {
-    entries_.push_back({uuid.toString().str(), uuid, {}});
+    entries_.push_back(makeEntry(uuid.toString().view(), uuid, hash));
     found = entries_.end() - 1;
+  } else {
+    // The name is copied beside the new value; the old bytes stay unused.
+    *found = makeEntry(found->name(), uuid, hash);
   }
-  found->value = std::move(hash);
   const auto later = std::remove_if(found + 1, entries_.end(),
-                                    [&](const Entry& entry) { return entry.uuid == uuid; });
+                                    [&](const Entry& entry) { return entry.uuid_ == uuid; });
   entries_.erase(later, entries_.end());
 }
 
 void PasswordFile::erase(const Uuid& uuid) {
-  std::erase_if(entries_, [&](const Entry& entry) { return entry.uuid == uuid; });
+  std::erase_if(entries_, [&](const Entry& entry) { return entry.uuid_ == uuid; });
 }
 
 void PasswordFile::write() const {

@@ -7,11 +7,17 @@
 // entries of the user being changed are touched. The file on disk is never
 // edited: write() replaces it with a complete new version.
 //
+// Entries are held compactly: the names and values of all entries in a few
+// large blocks of bytes, each entry a pointer, two lengths and its UUID.
+//
 // Thread safety: one object, one thread.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <deque>
 #include <filesystem>
-#include <string>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -21,10 +27,29 @@ namespace korvane::setUserPassword {
 
 class PasswordFile {
  public:
-  struct Entry {
-    std::string name;        // as read, or the UUID's text for an added entry
-    utils::core::Uuid uuid;  // parsed from the name; null when it is no UUID
-    std::string value;
+  // One member of the file. Its name and value are kept side by side in the
+  // file's storage (see below) and stay valid while the PasswordFile lives.
+  class Entry {
+   public:
+    // As read, or the UUID's text for an added entry.
+    std::string_view name() const noexcept { return {text_, nameLength()}; }
+    // Parsed from the name; null when it is no UUID.
+    const utils::core::Uuid& uuid() const noexcept { return uuid_; }
+    std::string_view value() const noexcept {
+      return {text_ + nameLength(), static_cast<std::size_t>(lengths_ >> nameLengthBits)};
+    }
+
+   private:
+    friend class PasswordFile;
+    // Member names are at most 64 KiB (the decoder's limit), values anything.
+    static constexpr unsigned nameLengthBits = 20;
+    std::size_t nameLength() const noexcept {
+      return static_cast<std::size_t>(lengths_ & ((std::uint64_t{1} << nameLengthBits) - 1));
+    }
+
+    const char* text_ = nullptr;  // the name, then the value
+    std::uint64_t lengths_ = 0;   // the value's length above the name's
+    utils::core::Uuid uuid_;
   };
 
   // The value of the "$schema" member of a new file.
@@ -41,7 +66,7 @@ class PasswordFile {
 
   // Stores `hash` in the first entry for `uuid` (appending one at the end
   // when there is none) and removes every later entry for it.
-  void set(const utils::core::Uuid& uuid, std::string hash);
+  void set(const utils::core::Uuid& uuid, std::string_view hash);
 
   // Removes every entry for `uuid`.
   void erase(const utils::core::Uuid& uuid);
@@ -54,11 +79,23 @@ class PasswordFile {
   void write() const;
 
   const std::filesystem::path& path() const noexcept { return path_; }
-  const std::vector<Entry>& entries() const noexcept { return entries_; }
+  // In file order. A deque, so that growing it never copies what it holds.
+  const std::deque<Entry>& entries() const noexcept { return entries_; }
 
  private:
+  // Makes an entry whose name and value are copied into the storage.
+  Entry makeEntry(std::string_view name, const utils::core::Uuid& uuid, std::string_view value);
+  // Room for `size` bytes in the storage.
+  char* allocate(std::size_t size);
+
   std::filesystem::path path_;
-  std::vector<Entry> entries_;
+  std::deque<Entry> entries_;
+  // The storage of names and values: blocks that never move, filled in
+  // turn, so that a file of a million entries is held in little more than
+  // its own size (one heap string per name and value would double it).
+  std::vector<std::unique_ptr<char[]>> blocks_;
+  char* free_ = nullptr;
+  std::size_t freeSize_ = 0;
 };
 
 }  // namespace korvane::setUserPassword

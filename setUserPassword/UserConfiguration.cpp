@@ -15,24 +15,11 @@ namespace {
 namespace decoder = utils::json::decoder;
 using utils::core::Uuid;
 
-// Compares a JSON string with `expected` as it streams by, so that an
-// enormous name costs no memory.
-bool stringEquals(decoder::String string, std::string_view expected) {
-  std::size_t index = 0;
-  bool equal = true;
-  for (const char c : string) {
-    equal = equal && index < expected.size() && expected[index] == c;
-    ++index;
-  }
-  return equal && index == expected.size();
-}
-
 class UserSearch {
  public:
   explicit UserSearch(std::string_view soughtName) : soughtName_(soughtName) {}
 
   void parseUser(decoder::Value& value) {
-    const decoder::Location location = value.location();
     int namesSeen = 0;
     int uuidsSeen = 0;
     bool matches = false;
@@ -41,10 +28,11 @@ class UserSearch {
       if (member.name() == "UUID") {
         uuid = member.value().toUuid();
         ++uuidsSeen;
-        uuidCounts_.increment(uuid);
+        uuidCounts_.add(uuid);
       } else if (member.name() == "userName") {
         ++namesSeen;
-        const bool equal = stringEquals(member.value().asString(), soughtName_);
+        // Compared as it streams by, so that an enormous name costs no memory.
+        const bool equal = member.value().asString().equals(soughtName_);
         matches = matches || equal;
       } else {
         member.value().skip();
@@ -52,11 +40,13 @@ class UserSearch {
     }
     if (!matches) return;
     if (namesSeen > 1) {
-      fail(location, "multiple user names specified for user \"{}\"");
+      fail(value, "multiple user names specified for user \"{}\"");
     }
-    if (uuidsSeen == 0) fail(location, "missing user UUID in the configuration of user \"{}\"");
-    if (uuidsSeen > 1) fail(location, "multiple UUIDs specified for user \"{}\"");
-    ++matches_;
+    if (uuidsSeen == 0) fail(value, "missing user UUID in the configuration of user \"{}\"");
+    if (uuidsSeen > 1) fail(value, "multiple UUIDs specified for user \"{}\"");
+    // Only the first match's UUID can be reported as a duplicate: a second
+    // match is an error of its own, reported before the duplicate test.
+    if (++matches_ == 1) uuidCounts_.choose(uuid);
     uuid_ = uuid;
   }
 
@@ -74,7 +64,7 @@ class UserSearch {
       throw std::runtime_error(
           utils::core::format("the UUID of user \"{}\" is {}", soughtName_, uuid_));
     }
-    if (uuidCounts_.count(uuid_) > 1) {
+    if (uuidCounts_.count() > 1) {
       throw std::runtime_error(utils::core::format(
           "there is more than one user with UUID {} in the file \"{}\"", uuid_, file));
     }
@@ -83,9 +73,11 @@ class UserSearch {
 
  private:
   // `message` has one placeholder, for the name sought.
-  [[noreturn]] void fail(const decoder::Location& location,
+  // The location is that of the user object (the value keeps where it
+  // started), only made when there is an error to report.
+  [[noreturn]] void fail(const decoder::Value& user,
                          utils::core::FormatString<const std::string_view&> message) const {
-    decoder::throwAtLocation(location, utils::core::format(message, soughtName_));
+    decoder::throwAtLocation(user.location(), utils::core::format(message, soughtName_));
   }
 
   std::string_view soughtName_;

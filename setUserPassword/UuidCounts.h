@@ -1,12 +1,15 @@
-// UuidCounts: how often each UUID was seen during one pass over the user
-// configuration file, so that a duplicate UUID of the matched user is found
-// without reading the file twice.
+// UuidCounts: how often one UUID, chosen during a pass over the user
+// configuration file, occurs among all the UUIDs seen in that pass, so that
+// a duplicate UUID of the matched user is found without reading the file
+// twice.
 //
-// An open-addressing table (linear probing) keyed with Uuid::hash and Uuid
-// equality: a million UUIDs take about 36 MB and no allocation per entry.
-// Counts saturate; only "once" and "more than once" matter. Increments are
-// applied in small batches whose slots are fetched from memory ahead, so
-// that a large table costs little more than a small one.
+// Only the chosen UUID's count is ever needed, and it is chosen once the
+// matched user has been read. So the UUIDs seen until then are appended to
+// a plain log (16 bytes each, in blocks that never move, so growing costs
+// no copy) that is scanned once when the UUID is chosen and then released;
+// the UUIDs seen after it are compared with it directly. That is a few
+// nanoseconds a UUID instead of a hash table's cache misses, and at most
+// 16 bytes a user before the match and nothing after it.
 //
 // Thread safety: one object, one thread.
 #pragma once
@@ -14,6 +17,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "utils/core/Uuid.h"
@@ -22,31 +26,38 @@ namespace korvane::setUserPassword {
 
 class UuidCounts {
  public:
-  UuidCounts();
+  UuidCounts() = default;
 
-  void increment(const utils::core::Uuid& uuid);
-  std::uint32_t count(const utils::core::Uuid& uuid);
-  std::size_t distinct();
+  // Counts one occurrence of `uuid`.
+  void add(const utils::core::Uuid& uuid) {
+    if (chosen_) {
+      if (uuid == uuid_) ++count_;
+      return;
+    }
+    if (used_ == blockSize) startBlock();
+    current_[used_++] = uuid;
+  }
+
+  // From now on only `uuid` is counted, with every occurrence added so far.
+  // REQUIRES: called at most once.
+  void choose(const utils::core::Uuid& uuid);
+
+  // The occurrences of the chosen UUID among all added, before and after
+  // it was chosen. REQUIRES: choose() was called.
+  std::uint64_t count() const noexcept { return count_; }
 
  private:
-  struct Pending {
-    utils::core::Uuid uuid;
-    std::size_t hash;
-  };
-  static constexpr std::size_t batchSize = 16;
+  static constexpr std::size_t blockSize = 4096;  // 64 KiB of UUIDs
+  using Block = std::array<utils::core::Uuid, blockSize>;
 
-  void applyPending();
-  void insert(const utils::core::Uuid& uuid, std::size_t hash);
-  std::size_t findSlot(const utils::core::Uuid& uuid, std::size_t hash) const noexcept;
-  void grow();
+  void startBlock();
 
-  // The null UUID marks an empty slot, so its own count is kept aside.
-  std::vector<utils::core::Uuid> keys_;
-  std::vector<std::uint8_t> counts_;
-  std::size_t used_ = 0;
-  std::uint32_t nullCount_ = 0;
-  std::array<Pending, batchSize> pending_;
-  std::size_t pendingCount_ = 0;
+  std::vector<std::unique_ptr<Block>> blocks_;
+  utils::core::Uuid* current_ = nullptr;
+  std::size_t used_ = blockSize;  // in the last block
+  bool chosen_ = false;
+  utils::core::Uuid uuid_;
+  std::uint64_t count_ = 0;
 };
 
 }  // namespace korvane::setUserPassword

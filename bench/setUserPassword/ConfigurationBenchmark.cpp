@@ -8,6 +8,11 @@
 //                        against a RapidJSON read and write of the file.
 // Each phase runs in its own child process; times are CPU time, the best
 // of three; memory is the peak resident size above the phase's baseline.
+// Each figure that has a goal is printed beside it:
+//   find user:           at least 1.5 times RapidJSON's throughput, peak
+//                        memory under 24 MiB;
+//   read + set + write:  at least 1.5 times RapidJSON's throughput, peak
+//                        memory under 1.25 times the file's size.
 //
 //   configurationBenchmark [users]   default 1000000, or KORVANE_BENCH_USERS
 #include <unistd.h>
@@ -36,6 +41,15 @@ void reportWithTime(const char* what, std::uintmax_t bytes, const Result& ours,
               reference.seconds);
 }
 
+// Prints `value` beside its goal: at least `goal` (`atLeast`) or below it.
+void reportGoal(const char* what, double value, bool atLeast, double goal, const char* unit) {
+  const bool met = atLeast ? value >= goal : value < goal;
+  std::printf("%-34s   goal: %-28s %8.2f%s  %s %.2f%s  %s\n", "", what, value, unit, atLeast ? ">=" : "< ", goal,
+              unit, met ? "met" : "NOT MET");
+}
+
+double ratioOf(const Result& ours, const Result& reference) { return reference.seconds / ours.seconds; }
+
 int run(int argc, char** argv) {
   const std::uint64_t users = benchmarkUsers(argc, argv);
   if (users == 0) {
@@ -57,28 +71,33 @@ int run(int argc, char** argv) {
 
   const std::string sought = userName(users);
   const auto nothing = [] {};
-  reportWithTime(
-      "find the last user", usersBytes,
-      measure(nothing, [&] { return setUserPassword::findUser(usersPath, sought).toString().str(); }),
-      measure(nothing, [&] { return findUserRapid(usersPath, sought); }));
+  const Result find =
+      measure(nothing, [&] { return setUserPassword::findUser(usersPath, sought).toString().str(); });
+  const Result findReference = measure(nothing, [&] { return findUserRapid(usersPath, sought); });
+  reportWithTime("find the last user", usersBytes, find, findReference);
+  reportGoal("throughput, times RapidJSON", ratioOf(find, findReference), true, 1.5, "x");
+  reportGoal("peak memory", find.peakMiB, false, 24.0, " MiB");
 
   const auto lastUuid = *utils::core::Uuid::fromString(uuidText(users));
   const std::string hash = "$6$0123456789abcdef$" + std::string(86, 'y');
-  reportWithTime(
-      "password file read + set + write", passwordsBytes, measure(nothing, [&] {
-        setUserPassword::PasswordFile file(passwordsPath);
-        file.read();
-        file.set(lastUuid, hash);
-        file.write();
-        return utils::core::format("{} entries", file.entries().size());
-      }),
-      measure(nothing, [&] {
-        Entries entries = readPasswordsRapid(passwordsPath);
-        const fs::path temporary = folder / "rapid.json";
-        writePasswordsRapid(temporary, entries, true);
-        fs::rename(temporary, passwordsPath);
-        return utils::core::format("{} entries", entries.size());
-      }));
+  const Result rewrite = measure(nothing, [&] {
+    setUserPassword::PasswordFile file(passwordsPath);
+    file.read();
+    file.set(lastUuid, hash);
+    file.write();
+    return utils::core::format("{} entries", file.entries().size());
+  });
+  const Result rewriteReference = measure(nothing, [&] {
+    Entries entries = readPasswordsRapid(passwordsPath);
+    const fs::path temporary = folder / "rapid.json";
+    writePasswordsRapid(temporary, entries, true);
+    fs::rename(temporary, passwordsPath);
+    return utils::core::format("{} entries", entries.size());
+  });
+  reportWithTime("password file read + set + write", passwordsBytes, rewrite, rewriteReference);
+  reportGoal("throughput, times RapidJSON", ratioOf(rewrite, rewriteReference), true, 1.5, "x");
+  reportGoal("peak memory, times the file size", rewrite.peakMiB * 1048576.0 / static_cast<double>(passwordsBytes),
+             false, 1.25, "x");
   return 0;
 }
 

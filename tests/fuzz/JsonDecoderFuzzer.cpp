@@ -1,7 +1,9 @@
 // Fuzz target for the JSON decoder. Every input is walked several ways:
 // by skipping, through the typed views (with a one-byte and a large stream
 // buffer), and in a walk that reads UUIDs, moves names out and abandons
-// views half-read. Decoder errors are expected; anything else (a crash, a
+// views half-read. The scan kernels of every level are compared too: the
+// plain ones on the whole input against the SSE2 and AVX2 ones on the input
+// split at a point chosen from it. Decoder errors are expected; anything else (a crash, a
 // std::logic_error from a correct walk, or two walks that disagree) is a
 // finding.
 #include <cstddef>
@@ -13,6 +15,7 @@
 #include "tests/utils/json/MemoryStreams.h"
 #include "tests/utils/json/Walk.h"
 #include "utils/json/decoder/Document.h"
+#include "utils/json/decoder/ScanKernels.h"
 
 namespace {
 
@@ -21,11 +24,14 @@ using korvane::utils::json::decoder::Exception;
 using korvane::utils::json::decoder::Kind;
 using korvane::utils::json::decoder::Member;
 using korvane::utils::json::decoder::Value;
+using korvane::utils::json::decoder::detail::ScanLevel;
+using korvane::utils::json::decoder::detail::bestScanLevel;
+using korvane::utils::json::decoder::detail::setScanLevel;
 using korvane::utils::json::test::MemoryInputStream;
+using korvane::utils::json::test::SplitInputStream;
 
 template <typename Walk>
-std::string outcome(const std::string& text, std::size_t bufferSize, Walk walk) {
-  MemoryInputStream stream(text, bufferSize);
+std::string outcomeOf(korvane::utils::io::InputStream<char>& stream, Walk walk) {
   Document document(stream, "fuzz.json");
   try {
     walk(document);
@@ -40,6 +46,39 @@ std::string outcome(const std::string& text, std::size_t bufferSize, Walk walk) 
     std::abort();
   }
   return "ok";
+}
+
+template <typename Walk>
+std::string outcome(const std::string& text, std::size_t bufferSize, Walk walk) {
+  MemoryInputStream stream(text, bufferSize);
+  return outcomeOf(stream, walk);
+}
+
+// The typed walk and the skipping walk at `level`, the input split at `split`.
+std::string levelOutcome(const std::string& text, ScanLevel level, std::size_t split) {
+  const ScanLevel previous = setScanLevel(level);
+  using korvane::utils::json::test::walkSkipping;
+  using korvane::utils::json::test::walkTyped;
+  SplitInputStream typedStream(text, split);
+  std::string result = outcomeOf(typedStream, [](Document& d) { walkTyped(d, true); });
+  SplitInputStream skippedStream(text, split);
+  result += "\n" + outcomeOf(skippedStream, [](Document& d) { walkSkipping(d); });
+  setScanLevel(previous);
+  return result;
+}
+
+void compareLevels(const std::string& text) {
+  const std::string plain = levelOutcome(text, ScanLevel::plain, text.size());
+  const std::size_t split = text.empty() ? 0 : (static_cast<unsigned char>(text.back()) * 131u + text.size()) % (text.size() + 1);
+  for (const ScanLevel level : {ScanLevel::sse2, ScanLevel::avx2}) {
+    if (level > bestScanLevel()) continue;
+    const std::string fast = levelOutcome(text, level, split);
+    if (fast != plain) {
+      std::fprintf(stderr, "levels disagree (level %d, split %zu):\n  %s\n  %s\n", static_cast<int>(level), split,
+                   plain.c_str(), fast.c_str());
+      std::abort();
+    }
+  }
 }
 
 // Reads what it can in unusual ways; only decoder errors may escape.
@@ -107,6 +146,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                  typed.c_str(), typedSmall.c_str());
     std::abort();
   }
+
+  compareLevels(text);
 
   outcome(text, 2, [](Document& d) {
     int budget = 10000;

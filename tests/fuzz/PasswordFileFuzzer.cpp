@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <deque>
 #include <exception>
 #include <filesystem>
 #include <string>
@@ -46,18 +47,18 @@ void store(const std::filesystem::path& path, const std::uint8_t* data, std::siz
   check(std::fclose(file) == 0);
 }
 
-std::size_t count(const std::vector<PasswordFile::Entry>& entries, const Uuid& uuid) {
+std::size_t count(const std::deque<PasswordFile::Entry>& entries, const Uuid& uuid) {
   std::size_t found = 0;
-  for (const auto& entry : entries) found += entry.uuid == uuid ? 1 : 0;
+  for (const auto& entry : entries) found += entry.uuid() == uuid ? 1 : 0;
   return found;
 }
 
 // The UUID to change: one the file already has (chosen by the input's
 // size), or a fixed one.
-Uuid chooseUuid(const std::vector<PasswordFile::Entry>& entries, std::size_t size) {
+Uuid chooseUuid(const std::deque<PasswordFile::Entry>& entries, std::size_t size) {
   std::vector<Uuid> present;
   for (const auto& entry : entries) {
-    if (!entry.uuid.isNull()) present.push_back(entry.uuid);
+    if (!entry.uuid().isNull()) present.push_back(entry.uuid());
   }
   if (!present.empty() && size % 3 != 0) return present[size % present.size()];
   return *Uuid::fromString("3f2504e0-4f89-41d3-9a0c-0305e82c3301");
@@ -97,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (std::size_t i = 0; i < file.entries().size(); ++i) {
     const auto& written = file.entries()[i];
     const auto& read = again.entries()[i];
-    check(read.name == written.name && read.value == written.value && read.uuid == written.uuid);
+    check(read.name() == written.name() && read.value() == written.value() && read.uuid() == written.uuid());
   }
   return 0;
 }

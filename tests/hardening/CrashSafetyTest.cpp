@@ -66,12 +66,12 @@ unsigned long checkWhole(const std::filesystem::path& path) {
   const auto& entries = file.entries();
   EXPECT_EQ(entries.size(), static_cast<std::size_t>(entryCount) + 1);
   if (entries.size() != static_cast<std::size_t>(entryCount) + 1) return 0;
-  const std::string& first = entries[1].value;
-  EXPECT_EQ(entries.back().value, first) << "first and last entries from different versions";
+  const std::string_view first = entries[1].value();
+  EXPECT_EQ(entries.back().value(), first) << "first and last entries from different versions";
   for (int i = 1; i + 1 < entryCount; ++i) {
     const auto& entry = entries[static_cast<std::size_t>(i) + 1];
-    if (entry.name != entryUuid(i) || entry.value != middleValue(i)) {
-      ADD_FAILURE() << "entry " << i << " changed: " << entry.name << " " << entry.value;
+    if (entry.name() != entryUuid(i) || entry.value() != middleValue(i)) {
+      ADD_FAILURE() << "entry " << i << " changed: " << entry.name() << " " << entry.value();
       return 0;
     }
   }

@@ -171,7 +171,7 @@ class FaultMatrix {
 
   template <typename Require>
   void checkNewFile(bool remove, const Require& require) {
-    std::vector<setUserPassword::PasswordFile::Entry> entries;
+    std::vector<Installation::Entry> entries;
     try {
       entries = installation_.readEntries();
     } catch (const std::exception& error) {

@@ -71,10 +71,14 @@ std::vector<std::string> Installation::arguments(int user, bool remove) const {
   return result;
 }
 
-std::vector<setUserPassword::PasswordFile::Entry> Installation::readEntries() const {
+std::vector<Installation::Entry> Installation::readEntries() const {
   setUserPassword::PasswordFile file(passwordsPath());
   file.read();
-  return file.entries();
+  std::vector<Entry> entries;
+  for (const auto& entry : file.entries()) {
+    entries.push_back({std::string(entry.name()), entry.uuid(), std::string(entry.value())});
+  }
+  return entries;
 }
 
 std::vector<std::string> Installation::fileNames() const {

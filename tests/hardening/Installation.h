@@ -50,8 +50,14 @@ class Installation {
   // Arguments that name both files explicitly.
   std::vector<std::string> arguments(int user, bool remove) const;
 
+  // One entry of passwords.json, copied out of the reader.
+  struct Entry {
+    std::string name;
+    utils::core::Uuid uuid;
+    std::string value;
+  };
   // Reads passwords.json with the product's own reader.
-  std::vector<setUserPassword::PasswordFile::Entry> readEntries() const;
+  std::vector<Entry> readEntries() const;
 
   // Every file in the directory, by name.
   std::vector<std::string> fileNames() const;

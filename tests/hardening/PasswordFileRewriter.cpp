@@ -17,7 +17,7 @@ namespace {
 
 using korvane::setUserPassword::PasswordFile;
 
-unsigned long generationOf(const std::string& value) {
+unsigned long generationOf(std::string_view value) {
   constexpr std::string_view prefix = "generation ";
   unsigned long generation = 0;
   if (value.starts_with(prefix)) {
@@ -34,11 +34,11 @@ int rewrite(const char* path) {
     std::fputs("the file needs at least two user entries after \"$schema\"\n", stderr);
     return 1;
   }
-  const auto first = entries[1].uuid;
-  const auto last = entries.back().uuid;
+  const auto first = entries[1].uuid();
+  const auto last = entries.back().uuid();
   std::printf("ready\n");
   std::fflush(stdout);
-  for (unsigned long generation = generationOf(entries[1].value) + 1;; ++generation) {
+  for (unsigned long generation = generationOf(entries[1].value()) + 1;; ++generation) {
     const std::string value = "generation " + std::to_string(generation);
     file.set(first, value);
     file.set(last, value);

@@ -24,7 +24,7 @@ const Uuid uuidB = *Uuid::fromString("aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee");
 
 std::vector<std::string> namesOf(const PasswordFile& file) {
   std::vector<std::string> names;
-  for (const auto& entry : file.entries()) names.push_back(entry.name);
+  for (const auto& entry : file.entries()) names.emplace_back(entry.name());
   return names;
 }
 
@@ -54,9 +54,9 @@ TEST_F(PasswordFileTest, MissingFileReadsAsSchemaOnly) {
   PasswordFile file(path_);
   file.read();
   ASSERT_EQ(file.entries().size(), 1u);
-  EXPECT_EQ(file.entries()[0].name, "$schema");
-  EXPECT_TRUE(file.entries()[0].uuid.isNull());
-  EXPECT_EQ(file.entries()[0].value, PasswordFile::schemaUrl());
+  EXPECT_EQ(file.entries()[0].name(), "$schema");
+  EXPECT_TRUE(file.entries()[0].uuid().isNull());
+  EXPECT_EQ(file.entries()[0].value(), PasswordFile::schemaUrl());
   EXPECT_TRUE(PasswordFile::schemaUrl().starts_with("https://"));
   EXPECT_TRUE(PasswordFile::schemaUrl().ends_with("/korvane/schema-korvane-passwords.json"));
 }
@@ -92,10 +92,10 @@ TEST_F(PasswordFileTest, SetKeepsPositionAndSpellingOfTheName) {
   const PasswordFile back = readBack();
   EXPECT_EQ(namesOf(back), (Names{"$schema", "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE", "x",
                                   "11111111-2222-4333-8444-555555555555"}));
-  EXPECT_EQ(back.entries()[1].value, "new");
-  EXPECT_EQ(back.entries()[1].uuid, uuidB);
-  EXPECT_EQ(back.entries()[2].value, "y");
-  EXPECT_EQ(back.entries()[3].value, "a");
+  EXPECT_EQ(back.entries()[1].value(), "new");
+  EXPECT_EQ(back.entries()[1].uuid(), uuidB);
+  EXPECT_EQ(back.entries()[2].value(), "y");
+  EXPECT_EQ(back.entries()[3].value(), "a");
 }
 
 TEST_F(PasswordFileTest, SetChangesTheFirstAndDropsLaterDuplicates) {
@@ -105,7 +105,7 @@ TEST_F(PasswordFileTest, SetChangesTheFirstAndDropsLaterDuplicates) {
   file.read();
   file.set(uuidA, "new");
   EXPECT_EQ(namesOf(file), (Names{"11111111-2222-4333-8444-555555555555", "b", "c"}));
-  EXPECT_EQ(file.entries()[0].value, "new");
+  EXPECT_EQ(file.entries()[0].value(), "new");
 }
 
 TEST_F(PasswordFileTest, EraseRemovesEveryEntryOfTheUserAndKeepsTheRest) {
@@ -127,7 +127,29 @@ TEST_F(PasswordFileTest, UnknownMembersAreWrittenBackUnchanged) {
   file.write();
   const PasswordFile back = readBack();
   ASSERT_EQ(back.entries().size(), 2u);
-  EXPECT_EQ(back.entries()[1].value, odd);
+  EXPECT_EQ(back.entries()[1].value(), odd);
+}
+
+TEST_F(PasswordFileTest, ManyEntriesAndHugeValuesSurviveARewriteByteForByte) {
+  // Enough to fill several blocks of the entries' storage, with values
+  // longer than a block among them, and a second read into the same object.
+  std::string text = "{\n  \"$schema\": \"s\"";
+  for (int i = 0; i < 30000; ++i) {
+    const std::string value = i % 9999 == 5 ? std::string(1500000 + i, 'v') : "$6$" + std::to_string(i);
+    text += ",\n  \"name " + std::to_string(i) + "\": \"" + value + "\"";
+  }
+  text += ",\n  \"11111111-2222-4333-8444-555555555555\": \"old\"\n}\n";
+  writeFile(path_, text);
+  PasswordFile file(path_);
+  file.read();
+  file.read();
+  ASSERT_EQ(file.entries().size(), 30002u);
+  EXPECT_EQ(file.entries()[6].value().size(), 1500005u);
+  file.set(uuidA, "new");
+  file.set(uuidA, "newer");
+  file.write();
+  const std::size_t old = text.rfind("old");
+  EXPECT_EQ(readFile(path_), text.substr(0, old) + "newer" + text.substr(old + 3));
 }
 
 TEST_F(PasswordFileTest, NonStringValuesMakeReadingFail) {

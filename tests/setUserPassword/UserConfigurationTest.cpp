@@ -100,6 +100,37 @@ TEST_F(UserConfigurationTest, DuplicateUuidOfTheMatchedUser) {
                                             uuidA + " in the file \"" + path_.string() + "\"");
 }
 
+TEST_F(UserConfigurationTest, DuplicateUuidInAnyPlace) {
+  const std::string duplicate = std::string("there is more than one user with UUID ") + uuidA +
+                                " in the file \"" + path_.string() + "\"";
+  // Before the match in a user with two UUIDs, and after the match.
+  for (const std::string& users : {
+           std::string(R"({"UUID": ")") + uuidB + R"(", "UUID": ")" + uuidA + R"("}, {"userName": "alice", "UUID": ")" +
+               uuidA + R"("})",
+           std::string(R"({"userName": "alice", "UUID": ")") + uuidA + R"("}, {"UUID": ")" + uuidB +
+               R"("}, {"x": 1, "UUID": ")" + uuidA + R"("})",
+       }) {
+    EXPECT_EQ(errorOf(R"({"users": [)" + users + "]}", "alice"), duplicate) << users;
+  }
+  // In another spelling, with the matched user's UUID ahead of its name.
+  const std::string spelled = std::string(R"({"users": [{"UUID": ")") + uuidB +
+                              R"(", "userName": "alice"}, {"UUID": "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"}]})";
+  EXPECT_EQ(errorOf(spelled, "alice"), std::string("there is more than one user with UUID ") + uuidB +
+                                           " in the file \"" + path_.string() + "\"");
+  // A UUID that differs from the matched one in its last digit is no duplicate.
+  const std::string near = std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA +
+                           R"("}, {"UUID": "11111111-2222-4333-8444-555555555554"}]})";
+  EXPECT_EQ(findUser(file(near), "alice"), *Uuid::fromString(uuidA));
+}
+
+TEST_F(UserConfigurationTest, TwoMatchesAreReportedBeforeADuplicateUuid) {
+  const std::string content = std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA +
+                              R"("}, {"UUID": ")" + uuidA + R"("}, {"userName": "alice", "UUID": ")" + uuidB +
+                              R"("}]})";
+  EXPECT_EQ(errorOf(content, "alice"),
+            "there is more than one user named \"alice\" in the file \"" + path_.string() + "\"");
+}
+
 TEST_F(UserConfigurationTest, DuplicateUuidsAmongOtherUsersAreNoError) {
   const std::string content = std::string(R"({"users": [{"userName": "bob", "UUID": ")") + uuidA +
                               R"("}, {"userName": "carol", "UUID": ")" + uuidA +

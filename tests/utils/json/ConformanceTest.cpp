@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/utils/json/ConformanceSuite.h"
 #include "tests/utils/json/MemoryStreams.h"
 #include "tests/utils/json/Walk.h"
 #include "utils/json/decoder/Document.h"
@@ -147,19 +148,8 @@ const std::map<std::string, Outcome> implementationDefined = {
     {"i_structure_UTF-8_BOM_empty_object.json", Outcome::accepted},
 };
 
-std::filesystem::path suiteFolder() {
-  const char* source = std::getenv("KORVANE_SOURCE_DIR");
-  if (source == nullptr) return {};
-  return std::filesystem::path(source) / ".." / "shared" / "testdata" / "json-conformance" / "test_parsing";
-}
-
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 TEST(ConformanceTest, PublicParsingSuite) {
-  const std::filesystem::path folder = suiteFolder();
+  const std::filesystem::path folder = test::conformanceSuiteFolder();
   if (folder.empty() || !std::filesystem::is_directory(folder)) {
     GTEST_SKIP() << "the public JSON parsing suite is not present (KORVANE_SOURCE_DIR/../shared/testdata)";
   }
@@ -168,7 +158,7 @@ TEST(ConformanceTest, PublicParsingSuite) {
   int chosen = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     const std::string name = entry.path().filename().string();
-    const std::string text = readFile(entry.path());
+    const std::string text = test::readWholeFile(entry.path());
     const Outcome outcome = decode(text, name);
     if (name.starts_with("y_")) {
       EXPECT_EQ(outcome, Outcome::accepted) << name;

@@ -340,6 +340,55 @@ TEST(DecoderTest, MisuseIsALogicError) {
   }
 }
 
+// The text of the logic error that `misuse` throws; "" when there is none.
+template <typename Misuse>
+std::string logicError(Misuse misuse) {
+  try {
+    misuse();
+  } catch (const std::logic_error& error) {
+    return error.what();
+  }
+  return {};
+}
+
+TEST(DecoderTest, NamesOfEveryLengthAreReadExactly) {
+  for (std::size_t length = 0; length <= 70; ++length) {
+    std::string name;
+    for (std::size_t i = 0; i < length; ++i) name += static_cast<char>('a' + i % 26);
+    MemoryInputStream stream("{\"" + name + "\": \"x\", \"" + name + "b\": \"\"}");
+    Document document(stream, "t.json");
+    std::vector<std::string> names;
+    for (Member& member : document.readAsObject()) names.emplace_back(std::move(member.name()));
+    EXPECT_EQ(names, (std::vector<std::string>{name, name + "b"})) << length;
+  }
+}
+
+TEST(DecoderTest, MisusedWalksNameTheirView) {
+  MemoryInputStream stream(R"({"a": [1], "b": 2})");
+  Document document(stream, "t.json");
+  Object object = document.readAsObject();
+  auto it = object.begin();
+  Array array = it->value().asArray();
+  auto element = array.begin();
+  const auto staleElement = element;
+  ++element;
+  EXPECT_EQ(logicError([&] { *staleElement; }),
+            "korvane::utils::json::decoder::Array: iterator used after the walk moved on or past the end");
+  EXPECT_EQ(logicError([&] { array.begin(); }), "korvane::utils::json::decoder::Array: walked more than once");
+  EXPECT_EQ(logicError([&] { ++element; }),
+            "korvane::utils::json::decoder::Array: iterator used after the walk moved on or past the end");
+  EXPECT_EQ(logicError([&] { object.begin(); }), "korvane::utils::json::decoder::Object: walked more than once");
+  const auto staleMember = it;
+  ++it;
+  EXPECT_EQ(logicError([&] { staleMember->value(); }),
+            "korvane::utils::json::decoder::Object: iterator used after the walk moved on or past the end");
+  EXPECT_EQ(logicError([] { *Object::Iterator(); }),
+            "korvane::utils::json::decoder::Object: iterator used after the walk moved on or past the end");
+  it->value().skip();
+  ++it;
+  EXPECT_TRUE(it == object.end());
+}
+
 TEST(DecoderTest, DeepNestingIsAnErrorNotAStackOverflow) {
   const std::string deep(1000000, '[');
   EXPECT_EQ(skipError(deep), "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");

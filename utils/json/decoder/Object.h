@@ -6,71 +6,35 @@
 // object is skipped and this Object can no longer be used.
 //
 // Misuse (a second begin(), a stale iterator copy, incrementing past the
-// end, use after the enclosing walk moved on) throws std::logic_error.
+// end, use after the enclosing walk moved on) throws std::logic_error. The
+// walk and its iterator are detail::Walk's, shared with Array.
 //
 // Thread safety: as the Document it belongs to.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <iterator>
 
 #include "utils/json/decoder/Member.h"
 #include "utils/json/decoder/Parser.h"
+#include "utils/json/decoder/Walk.h"
 
 namespace korvane::utils::json::decoder {
 
-class Object {
+class Object : public detail::Walk<Object, Member> {
  public:
-  class Iterator {
-   public:
-    using iterator_category = std::input_iterator_tag;
-    using difference_type = std::ptrdiff_t;
-    using value_type = Member;
-
-    Iterator() = default;
-
-    Member& operator*() const;
-    Member* operator->() const { return &**this; }
-    Iterator& operator++();
-    void operator++(int) { ++*this; }
-
-    friend bool operator==(const Iterator& it, std::default_sentinel_t) noexcept {
-      return it.atEnd();
-    }
-
-   private:
-    bool atEnd() const noexcept { return object_ == nullptr || object_->done_; }
-    friend class Object;
-    explicit Iterator(Object* object) noexcept : object_(object), step_(object->steps_) {}
-
-    Object* object_ = nullptr;
-    std::uint64_t step_ = 0;
-  };
-
-  Object(const Object&) = delete;
-  Object& operator=(const Object&) = delete;
   ~Object();
-
-  // REQUIRES: called once.
-  Iterator begin();
-  std::default_sentinel_t end() const noexcept { return {}; }
 
  private:
   friend class Value;
-  friend class Iterator;
+  friend class detail::Walk<Object, Member>;
+  static constexpr const char* walkName = "Object";
 
-  Object(detail::Parser& parser, std::uint64_t frameId) noexcept : parser_(&parser), frameId_(frameId) {}
+  Object(detail::Parser& parser, std::uint64_t frameId) noexcept : Walk(parser, frameId) {}
 
   // Moves to the next member; false once the closing '}' has been read.
   bool step();
-  void checkCurrent(std::uint64_t step) const;
+  Member& current() noexcept { return member_; }
 
-  detail::Parser* parser_;
-  std::uint64_t frameId_;
-  std::uint64_t steps_ = 0;
-  bool begun_ = false;
-  bool done_ = false;
   Member member_;
 };
 

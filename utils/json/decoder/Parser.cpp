@@ -1,8 +1,15 @@
 #include "utils/json/decoder/Parser.h"
 
+#include <algorithm>
+#include <bit>
 #include <bitset>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
+
+#if defined(__x86_64__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
 
 #include "utils/core/Format.h"
 #include "utils/json/decoder/WrappedException.h"
@@ -43,12 +50,32 @@ std::string describeValue(int c) {
   return {};
 }
 
+// The plain string bytes that [begin, end) starts with. Above the plain
+// level the first 16 bytes are tested here, with SSE2, since most strings
+// (names, short values) end within them and the kernel's call then costs
+// more than the test; longer runs go on in the kernel.
+std::size_t plainStringLength(const ScanKernels& kernels, const char* begin, const char* end) noexcept {
+#if defined(__x86_64__) || defined(_M_X64)
+  if (kernels.level != ScanLevel::plain && end - begin >= 16) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin));
+    const __m128i special = _mm_or_si128(
+        _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+        _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
+    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
+    if (mask != 0) return static_cast<std::size_t>(std::countr_zero(mask));
+    return 16 + kernels.plainStringLength(begin + 16, end);
+  }
+#endif
+  return kernels.plainStringLength(begin, end);
+}
+
 enum SkipState { valueState, objectFirstState, nameState, arrayFirstState, afterState };
 
 }  // namespace
 
 Parser::Parser(io::InputStream<char>& stream, std::string sourceName)
     : stream_(stream),
+      kernels_(scanKernels()),
       source_(std::make_shared<const std::string>(std::move(sourceName))),
       lineStart_(stream.offset()) {}
 
@@ -86,22 +113,30 @@ bool Parser::more() {
 void Parser::skipWhitespaceSlow() {
   for (;;) {
     const auto span = stream_.buffered();
-    const char* const begin = span.data();
-    const char* const end = begin + span.size();
-    for (const char* p = begin; p != end; ++p) {
-      const char c = *p;
-      if (c == ' ' || c == '\t' || c == '\r') continue;
-      if (c == '\n') {
-        ++line_;
-        lineStart_ = stream_.offset() + static_cast<std::uint64_t>(p - begin) + 1;
-        continuations_ = 0;
-        continue;
+    // Short runs (a line feed and an indentation) end before a wide scan pays.
+    constexpr std::size_t shortRun = 16;
+    const std::size_t head = std::min(span.size(), shortRun);
+    std::size_t length = 0;
+    while (length != head && (span[length] == ' ' || span[length] == '\n')) ++length;
+    if (length != head && static_cast<unsigned char>(span[length]) > ' ') {
+      for (std::size_t i = 0; i != length; ++i) {
+        if (span[i] == '\n') {
+          ++line_;
+          lineStart_ = stream_.offset() + i + 1;
+          continuations_ = 0;
+        }
       }
-      stream_.consume(static_cast<std::size_t>(p - begin));
+      stream_.consume(length);
       return;
     }
-    stream_.consume(span.size());
-    if (!more()) return;
+    const WhitespaceRun run = kernels_.whitespace(span.data(), span.data() + span.size());
+    if (run.lineFeeds != 0) {
+      line_ += run.lineFeeds;
+      lineStart_ = stream_.offset() + run.afterLastLineFeed;
+      continuations_ = 0;
+    }
+    stream_.consume(run.length);
+    if (run.length != span.size() || !more()) return;
   }
 }
 
@@ -204,9 +239,7 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   if (span.size() >= quoted && span[quoted - 1] == '"') {
     // The common case: the whole string is buffered and holds no escapes.
     const std::string_view text(span.data() + 1, core::Uuid::textLength);
-    bool plain = true;
-    for (const char c : text) plain = plain && plainStringByte[static_cast<unsigned char>(c)];
-    if (plain) {
+    if (plainStringLength(kernels_, text.data(), text.data() + text.size()) == text.size()) {
       const auto uuid = core::Uuid::fromString(text);
       if (!uuid) fail(start, "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
       stream_.consume(quoted);
@@ -226,7 +259,7 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   return *uuid;
 }
 
-Parser::Frame& Parser::reachFrame(std::uint64_t frameId) {
+Parser::Frame& Parser::reachOuterFrame(std::uint64_t frameId) {
   std::size_t index = frames_.size();
   while (index != 0 && frames_[index - 1].id > frameId) --index;
   if (index == 0 || frames_[index - 1].id != frameId) throw std::logic_error(movedOn);
@@ -279,8 +312,7 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t&
   name.clear();
   // The common case: the whole name is buffered and holds no escapes.
   const auto span = stream_.buffered();
-  std::size_t length = 0;
-  while (length < span.size() && plainStringByte[static_cast<unsigned char>(span[length])]) ++length;
+  const std::size_t length = plainStringLength(kernels_, span.data(), span.data() + span.size());
   if (length < span.size() && span[length] == '"' && length <= maxNameLength) {
     name.assign(span.data(), length);
     stream_.consume(length + 1);
@@ -328,8 +360,7 @@ std::span<const char> Parser::takePlainRun(std::uint64_t frameId) {
   reachFrame(frameId);
   if (stream_.buffered().empty() && !more()) failFound("expected '\"' to end the string");
   const auto span = stream_.buffered();
-  std::size_t count = 0;
-  while (count < span.size() && plainStringByte[static_cast<unsigned char>(span[count])]) ++count;
+  const std::size_t count = plainStringLength(kernels_, span.data(), span.data() + span.size());
   stream_.consume(count);
   return span.first(count);
 }
@@ -344,7 +375,7 @@ bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit) {
     popFrame();
     return false;
   }
-  if (plainStringByte[static_cast<unsigned char>(c)]) {
+  if (isPlainStringByte(static_cast<unsigned char>(c))) {
     unit.bytes[0] = static_cast<char>(c);
     unit.length = 1;
     stream_.consume(1);
@@ -456,8 +487,7 @@ void Parser::skipStructured(int initialState, std::size_t depth, FrameKind outer
 void Parser::skipDigits() {
   for (;;) {
     const auto span = stream_.buffered();
-    std::size_t count = 0;
-    while (count != span.size() && isDigit(span[count])) ++count;
+    const std::size_t count = kernels_.digitLength(span.data(), span.data() + span.size());
     stream_.consume(count);
     if (count != span.size() || !more()) return;
   }
@@ -489,6 +519,12 @@ void Parser::skipNumber() {
 }
 
 void Parser::skipLiteral(const char* literal) {
+  const std::string_view text(literal);
+  const auto span = stream_.buffered();
+  if (span.size() >= text.size() && std::string_view(span.data(), text.size()) == text) {
+    stream_.consume(text.size());
+    return;
+  }
   const Position start = position();
   for (const char* p = literal; *p != '\0'; ++p) {
     if (peek() != static_cast<unsigned char>(*p)) {
@@ -504,9 +540,8 @@ void Parser::scanStringBody(Sink&& sink) {
     const auto span = stream_.buffered();
     const char* const begin = span.data();
     const char* const end = begin + span.size();
-    const char* p = begin;
-    while (p != end && plainStringByte[static_cast<unsigned char>(*p)]) ++p;
-    const auto count = static_cast<std::size_t>(p - begin);
+    const std::size_t count = plainStringLength(kernels_, begin, end);
+    const char* const p = begin + count;
     if (count != 0) {
       sink(begin, count);
       stream_.consume(count);

@@ -9,6 +9,10 @@
 // value. A UTF-8 byte order mark at the very start is ignored (columns of
 // line 1 count from after it).
 //
+// Runs of plain string characters, whitespace and digits are measured by
+// the scan kernels (see ScanKernels.h) of the level current when the Parser
+// is made; everything else, errors included, by the same plain code.
+//
 // Limits that keep hostile input harmless: nesting deeper than maxDepth
 // levels and member names longer than maxNameLength bytes are errors.
 // Skipping is iterative, so no input can exhaust the call stack.
@@ -32,6 +36,7 @@
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
 #include "utils/json/decoder/Location.h"
+#include "utils/json/decoder/ScanKernels.h"
 
 namespace korvane::utils::json::decoder::detail {
 
@@ -49,13 +54,6 @@ struct Utf8Unit {
   std::array<char, 4> bytes{};
   std::uint8_t length = 0;
 };
-
-// Bytes that a string may hold as they are: printable ASCII except '"' and '\\'.
-inline constexpr std::array<bool, 256> plainStringByte = [] {
-  std::array<bool, 256> table{};
-  for (int c = 0x20; c < 0x80; ++c) table[static_cast<std::size_t>(c)] = c != '"' && c != '\\';
-  return table;
-}();
 
 class Parser {
  public:
@@ -136,13 +134,24 @@ class Parser {
   }
   void skipWhitespace() {
     const auto span = stream_.buffered();
-    if (!span.empty() && static_cast<unsigned char>(span[0]) > ' ') return;
+    if (span.size() >= 2) {
+      if (static_cast<unsigned char>(span[0]) > ' ') return;
+      // One space between tokens, the most common whitespace of all.
+      if (span[0] == ' ' && static_cast<unsigned char>(span[1]) > ' ') {
+        stream_.consume(1);
+        return;
+      }
+    }
     skipWhitespaceSlow();
   }
   void skipWhitespaceSlow();
 
   // Positions the parse at `frameId`, closing the views opened inside it.
-  Frame& reachFrame(std::uint64_t frameId);
+  Frame& reachFrame(std::uint64_t frameId) {
+    if (!frames_.empty() && frames_.back().id == frameId) return frames_.back();
+    return reachOuterFrame(frameId);
+  }
+  Frame& reachOuterFrame(std::uint64_t frameId);
   std::uint64_t openContainer(std::uint64_t id, FrameKind kind);
   void closeTopFrame();
   void popFrame();
@@ -163,6 +172,7 @@ class Parser {
   void expectEnd();
 
   io::InputStream<char>& stream_;
+  const ScanKernels& kernels_;
   std::shared_ptr<const std::string> source_;
   std::exception_ptr error_;
   std::vector<Frame> frames_;

@@ -36,6 +36,31 @@ void String::appendTo(std::string& out) {
   }
 }
 
+bool String::equals(std::string_view expected) {
+  if (begun_) throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
+  begun_ = true;
+  bool equal = true;
+  // Compares `count` bytes at `bytes` with the next part of `expected`.
+  const auto compare = [&](const char* bytes, std::size_t count) {
+    equal = equal && count <= expected.size() &&
+            std::char_traits<char>::compare(bytes, expected.data(), count) == 0;
+    expected.remove_prefix(equal ? count : expected.size());
+  };
+  for (;;) {
+    const std::span<const char> run = parser_->takePlainRun(frameId_);
+    if (!run.empty()) {
+      compare(run.data(), run.size());
+      continue;
+    }
+    if (!parser_->nextStringUnit(frameId_, unit_)) {
+      unit_.length = 0;
+      done_ = true;
+      return equal && expected.empty();
+    }
+    compare(unit_.bytes.data(), unit_.length);
+  }
+}
+
 bool String::stepSlow() {
   if (done_) failStale();
   // Characters left in the run while the epoch changed: the walk moved on.

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <iterator>
 #include <string>
+#include <string_view>
 
 #include "utils/json/decoder/Parser.h"
 
@@ -64,6 +65,11 @@ class String {
   // rather than character by character; the same text as the walk yields.
   // REQUIRES: instead of begin(), called once.
   void appendTo(std::string& out);
+
+  // Reads the whole string, as appendTo() does, and tells whether it is
+  // `expected` byte for byte; it holds none of it, so a string of any
+  // length costs no memory. REQUIRES: instead of begin(), called once.
+  bool equals(std::string_view expected);
 
  private:
   friend class Value;
