@@ -85,8 +85,10 @@ std::string checkNewContent(const std::filesystem::path& path) {
   }
   if (file.entries().size() != 1 + userCount + extraMembers) return "wrong number of entries";
   for (const auto& entry : file.entries()) {
-    if (entry.name == Installation::userUuid(changedUser)) {
-      return hashMatches(entry.value, strongPassword) ? "" : "the new hash does not verify";
+    if (entry.name() == Installation::userUuid(changedUser)) {
+      return hashMatches(std::string(entry.value()), strongPassword)
+                 ? ""
+                 : "the new hash does not verify";
     }
   }
   return "the changed user's entry is missing";
