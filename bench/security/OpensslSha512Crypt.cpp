@@ -17,14 +17,12 @@ constexpr char kAlphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijkl
 // The bytes of the shapes' messages: (odd) P [S] [P] R or (even) R [S] [P] P,
 // with S when bit 1 of the shape is set and the middle P when bit 2 is.
 std::size_t messageLength(std::size_t shape, std::size_t keyLength, std::size_t saltLength) {
-  return 64 + keyLength + ((shape & 2) != 0 ? saltLength : 0) +
-         ((shape & 4) != 0 ? keyLength : 0);
+  return 64 + keyLength + ((shape & 2) != 0 ? saltLength : 0) + ((shape & 4) != 0 ? keyLength : 0);
 }
 
 std::size_t paddedLength(std::size_t length) { return (length + 17 + 127) / 128 * 128; }
 
-unsigned char* appendRepeated(unsigned char* out, const unsigned char* digest,
-                              std::size_t length) {
+unsigned char* appendRepeated(unsigned char* out, const unsigned char* digest, std::size_t length) {
   for (; length > 64; length -= 64) out = std::copy_n(digest, 64, out);
   return std::copy_n(digest, length, out);
 }
