@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <cstdint>
 #include <charconv>
@@ -17,8 +16,6 @@ namespace korvane::security {
 
 namespace {
 
-constexpr std::size_t kLeastRounds = 1000;
-constexpr std::size_t kMostRounds = 999999999;
 constexpr char kRoundsPrefix[] = "rounds=";
 
 // The crypt flavour of base64, index 0 to 63.
@@ -58,40 +55,6 @@ struct Sha512Scheme {
   }};
 };
 
-template <typename Word>
-inline void storeBigEndian(unsigned char* bytes, Word word) noexcept {
-  if constexpr (std::endian::native == std::endian::little) word = std::byteswap(word);
-  std::memcpy(bytes, &word, sizeof word);
-}
-
-// Writes the padding behind `used` message bytes in `area` (two blocks):
-// 0x80, zero bytes and the message length in bits in the last
-// 2 * sizeof(Word) bytes of the first block that has room for them.
-// Returns the number of blocks to compress.
-// REQUIRES: used + 1 + 2 * sizeof(Word) <= 2 * Hash::kBlockLength.
-template <typename Hash>
-std::size_t writePadding(unsigned char* area, std::size_t used,
-                         std::size_t messageLength) noexcept {
-  using Word = typename Hash::State::value_type;
-  constexpr std::size_t kBlock = Hash::kBlockLength;
-  constexpr std::size_t kLengthField = 2 * sizeof(Word);
-  const std::size_t blocks = used + 1 + kLengthField <= kBlock ? 1 : 2;
-  const std::size_t end = blocks * kBlock;
-  area[used] = 0x80;
-  std::memset(area + used + 1, 0, end - used - 1 - 8);
-  // Bit counts fit in 64 bits for any message that fits in memory.
-  storeBigEndian<std::uint64_t>(area + end - 8, static_cast<std::uint64_t>(messageLength) << 3);
-  return blocks;
-}
-
-template <typename Hash>
-void storeState(const typename Hash::State& state, typename Hash::Digest& digest) noexcept {
-  using Word = typename Hash::State::value_type;
-  for (std::size_t i = 0; i < state.size(); ++i) {
-    storeBigEndian<Word>(digest.data() + sizeof(Word) * i, state[i]);
-  }
-}
-
 // Hashes a message assembled piece by piece, block by block in one fixed
 // buffer, compressing each block as soon as it is full. Repeated digests
 // (P and S) are fed as slices without ever being built, so nothing is
@@ -106,11 +69,11 @@ class MessageWriter {
   void start() noexcept {
     state_ = Hash::kInitialState;
     filled_ = 0;
-    total_ = 0;
+    total_ = {0, 0};
   }
 
   void add(const unsigned char* bytes, std::size_t length) noexcept {
-    total_ += length;
+    Hash::addToCount(total_, length);
     while (length > 0) {
       const std::size_t take = std::min(length, kBlock - filled_);
       std::memcpy(block_.data() + filled_, bytes, take);
@@ -131,9 +94,9 @@ class MessageWriter {
   }
 
   void finish(Digest& digest) noexcept {
-    const std::size_t blocks = writePadding<Hash>(block_.data(), filled_, total_);
+    const std::size_t blocks = Hash::pad(block_.data(), filled_, total_);
     Hash::compress(state_, block_.data(), blocks, scratch_);
-    storeState<Hash>(state_, digest);
+    Hash::storeDigest(state_, digest);
   }
 
   // The chaining value after the whole blocks added so far, and the bytes
@@ -151,7 +114,7 @@ class MessageWriter {
   // Two blocks, so that finish() can pad in place.
   alignas(16) std::array<unsigned char, 2 * kBlock> block_;
   std::size_t filled_ = 0;
-  std::size_t total_ = 0;
+  typename Hash::ByteCount total_ = {0, 0};
   typename Hash::Scratch scratch_;
 };
 
@@ -197,6 +160,13 @@ inline std::size_t shapeOf(std::size_t round) noexcept {
   return (round & 1) | (round % 3 != 0 ? 2U : 0U) | (round % 7 != 0 ? 4U : 0U);
 }
 
+template <typename Hash>
+typename Hash::ByteCount byteCount(std::size_t bytes) noexcept {
+  typename Hash::ByteCount count = {0, 0};
+  Hash::addToCount(count, bytes);
+  return count;
+}
+
 // Writes `length` bytes of `digest` repeated end to end; returns the end.
 template <typename Hash>
 unsigned char* copyRepeated(unsigned char* out, const typename Hash::Digest& digest,
@@ -228,7 +198,7 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
     const std::size_t tail = writer.tailLength();
     std::memcpy(message.blocks.data(), writer.tail(), tail);
     message.digestOffset = tail;
-    message.blockCount = writePadding<Hash>(message.blocks.data(), tail + kDigest, total);
+    message.blockCount = Hash::pad(message.blocks.data(), tail + kDigest, byteCount<Hash>(total));
     message.constantSecondBlock = nullptr;
     return;
   }
@@ -244,7 +214,7 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
   copyRepeated<Hash>(out, in.keyDigest, in.keyLength);
   message.start = Hash::kInitialState;
   message.digestOffset = 0;
-  message.blockCount = writePadding<Hash>(message.blocks.data(), total, total);
+  message.blockCount = Hash::pad(message.blocks.data(), total, byteCount<Hash>(total));
   expandConstantBlock(message, schedule);
 }
 
@@ -277,7 +247,7 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
       } else {
         Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
       }
-      storeState<Hash>(state, running);
+      Hash::storeDigest(state, running);
       continue;
     }
     // An even round whose message is too long to lay out: R [S] [P] P.
@@ -378,7 +348,7 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
   using Digest = typename Hash::Digest;
   constexpr std::size_t kDigest = Hash::kDigestLength;
 
-  rounds = std::max(std::min(rounds, kMostRounds), kLeastRounds);
+  rounds = std::max(std::min(rounds, kShaCryptMostRounds), kShaCryptLeastRounds);
   const std::span key(reinterpret_cast<const unsigned char*>(keyText), keyLength);
   const std::span salt(reinterpret_cast<const unsigned char*>(saltText), saltLength);
 

@@ -16,6 +16,11 @@
 
 namespace korvane::security {
 
+// The range of rounds counts: the functions below clamp a count into it,
+// ShaCrypt refuses one outside it.
+inline constexpr std::size_t kShaCryptLeastRounds = 1000;
+inline constexpr std::size_t kShaCryptMostRounds = 999999999;
+
 // key, keyLength: the password bytes, any bytes (NUL included), not
 //   NUL-terminated; key may be null when keyLength is 0.
 // salt, saltLength: the salt bytes, used in full (not cut at 16 characters,
