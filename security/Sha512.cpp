@@ -2,6 +2,9 @@
 
 #include "security/Sha2Rounds.h"
 
+#if KORVANE_SHA2_X86_VARIANTS
+#include <immintrin.h>
+#endif
 #if defined(__SSE2__) || defined(_M_X64)
 #include <emmintrin.h>
 #define KORVANE_SHA512_SSE2 1
@@ -109,24 +112,126 @@ __attribute__((target("bmi2"))) void compressScheduleBmi2(State& state,
   sha2rounds::compressScheduled<Sha512Traits>(state, schedule);
 }
 
-// The same compiled for AVX-512 (its 128-bit forms): the compiler turns
+// Two blocks at a time, for processors with AVX2: their schedules are
+// expanded together in 256-bit registers, each holding two words of the
+// first block (low half) and the same two of the second (high half),
+// while the first block's rounds run; the second block's rounds then only
+// read its prepared words. That halves the vector work per block. The
+// pairs of schedule words go through a ring of eight in scratch[160, 192),
+// the words plus round constants of the first block to scratch[0, 80),
+// the second's to scratch[80, 160).
+//
+// Compiled for AVX-512 as well (its 256-bit forms), the compiler turns
 // each rotation's two shifts and or into one vprorq and each three-way
-// exclusive or into one vpternlogq, halving the schedule's instructions,
-// and the three-operand encoding drops the copies before the shifts.
-__attribute__((target("avx512f,avx512vl,bmi2"))) void compressBlocksAvx512(
-    State& state, const unsigned char* blocks, std::size_t blockCount, Word* scratch) noexcept {
-  compressSse2(state, blocks, blockCount, scratch);
+// exclusive or into one vpternlogq, halving the schedule's instructions
+// once more.
+
+#define KORVANE_SHA512_AVX2_PART __attribute__((target("avx2"))) inline
+
+template <int kBits>
+KORVANE_SHA512_AVX2_PART __m256i rotateRight256(__m256i x) noexcept {
+  return _mm256_or_si256(_mm256_srli_epi64(x, kBits), _mm256_slli_epi64(x, 64 - kBits));
 }
 
-__attribute__((target("avx512f,avx512vl,bmi2"))) void compressScheduleAvx512(
-    State& state, const Word* schedule) noexcept {
+KORVANE_SHA512_AVX2_PART __m256i loadRing(const Word* scratch, std::size_t slot) noexcept {
+  return _mm256_load_si256(reinterpret_cast<const __m256i*>(scratch + 160 + 4 * (slot & 7)));
+}
+
+// Stores the pair of schedule words t, t + 1 (t even) of both blocks in
+// ring slot `slot`, and the same plus the round constants.
+KORVANE_SHA512_AVX2_PART void storePair(Word* scratch, std::size_t t, std::size_t slot,
+                                 __m256i pair) noexcept {
+  _mm256_store_si256(reinterpret_cast<__m256i*>(scratch + 160 + 4 * (slot & 7)), pair);
+  const __m256i constants = _mm256_broadcastsi128_si256(_mm_load_si128(
+      reinterpret_cast<const __m128i*>(Sha512Traits::kRoundConstants.data() + t)));
+  const __m256i kw = _mm256_add_epi64(pair, constants);
+  _mm_store_si128(reinterpret_cast<__m128i*>(scratch + t), _mm256_castsi256_si128(kw));
+  _mm_store_si128(reinterpret_cast<__m128i*>(scratch + 80 + t), _mm256_extracti128_si256(kw, 1));
+}
+
+// The pair t, t + 1 (t even, 16 <= t < 80), whose ring slot is t / 2 mod 8;
+// `slot` is that slot, a constant after inlining.
+KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t, std::size_t slot) noexcept {
+  const __m256i back16 = loadRing(scratch, slot);
+  const __m256i back2 = loadRing(scratch, slot + 7);
+  // Words t - 15, t - 14 and t - 7, t - 6 straddle two pairs.
+  const __m256i back15 = _mm256_alignr_epi8(loadRing(scratch, slot + 1), back16, 8);
+  const __m256i back7 =
+      _mm256_alignr_epi8(loadRing(scratch, slot + 5), loadRing(scratch, slot + 4), 8);
+  const __m256i sigma1 = _mm256_xor_si256(
+      _mm256_xor_si256(rotateRight256<19>(back2), rotateRight256<61>(back2)),
+      _mm256_srli_epi64(back2, 6));
+  const __m256i sigma0 = _mm256_xor_si256(
+      _mm256_xor_si256(rotateRight256<1>(back15), rotateRight256<8>(back15)),
+      _mm256_srli_epi64(back15, 7));
+  storePair(scratch, t, slot,
+            _mm256_add_epi64(_mm256_add_epi64(sigma1, back7), _mm256_add_epi64(sigma0, back16)));
+}
+
+[[gnu::always_inline]] KORVANE_SHA512_AVX2_PART void compressTwo(State& state, const unsigned char* blocks,
+                                   Word* scratch) noexcept {
+  const __m256i byteSwap = _mm256_set_epi64x(0x08090a0b0c0d0e0fLL, 0x0001020304050607LL,
+                                             0x08090a0b0c0d0e0fLL, 0x0001020304050607LL);
+  for (std::size_t k = 0; k < 8; ++k) {
+    const __m256i pair = _mm256_loadu2_m128i(
+        reinterpret_cast<const __m128i*>(blocks + Sha512::kBlockLength + 16 * k),
+        reinterpret_cast<const __m128i*>(blocks + 16 * k));
+    storePair(scratch, 2 * k, k, _mm256_shuffle_epi8(pair, byteSwap));
+  }
+  const Word* const first = scratch;
+  sha2rounds::allRounds<Sha512Traits>(
+      state,
+      [&](std::size_t j) KORVANE_SHA2_LAMBDA {
+        if ((j & 1) == 0) expandPair256(scratch, 16 + j, j / 2);
+        return first[j];
+      },
+      [&](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA {
+        // r is a multiple of 16, so the slot of t = r + 16 + j is j / 2.
+        if ((j & 1) == 0 && r + 16 + j < Sha512Traits::kRounds) {
+          expandPair256(scratch, r + 16 + j, j / 2);
+        }
+        return first[r + j];
+      });
+  sha2rounds::compressScheduled<Sha512Traits>(state, scratch + 80);
+}
+
+[[gnu::always_inline]] KORVANE_SHA512_AVX2_PART void compressPairs(State& state, const unsigned char* blocks,
+                                     std::size_t blockCount, Word* scratch) noexcept {
+  for (; blockCount >= 2; blockCount -= 2, blocks += 2 * Sha512::kBlockLength) {
+    compressTwo(state, blocks, scratch);
+  }
+  if (blockCount > 0) compressSse2(state, blocks, 1, scratch);
+}
+
+#define KORVANE_SHA512_AVX2 __attribute__((target("avx2,bmi2")))
+#define KORVANE_SHA512_AVX512 __attribute__((target("avx512f,avx512vl,avx2,bmi2")))
+
+KORVANE_SHA512_AVX2 void compressBlocksAvx2(State& state, const unsigned char* blocks,
+                                            std::size_t blockCount, Word* scratch) noexcept {
+  compressPairs(state, blocks, blockCount, scratch);
+}
+
+KORVANE_SHA512_AVX2 void compressScheduleAvx2(State& state, const Word* schedule) noexcept {
   sha2rounds::compressScheduled<Sha512Traits>(state, schedule);
 }
+
+KORVANE_SHA512_AVX512 void compressBlocksAvx512(State& state, const unsigned char* blocks,
+                                                std::size_t blockCount, Word* scratch) noexcept {
+  compressPairs(state, blocks, blockCount, scratch);
+}
+
+KORVANE_SHA512_AVX512 void compressScheduleAvx512(State& state, const Word* schedule) noexcept {
+  sha2rounds::compressScheduled<Sha512Traits>(state, schedule);
+}
+
+#undef KORVANE_SHA512_AVX512
+#undef KORVANE_SHA512_AVX2
+#undef KORVANE_SHA512_AVX2_PART
 
 #endif
 
 struct Supported {
-  std::array<Implementation, 3> list;
+  std::array<Implementation, 4> list;
   std::size_t count = 0;
   void add(const Implementation& implementation) noexcept { list[count++] = implementation; }
 };
@@ -138,6 +243,9 @@ Supported findSupported() noexcept {
   if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
       __builtin_cpu_supports("bmi2")) {
     supported.add({"avx512", compressBlocksAvx512, compressScheduleAvx512});
+  }
+  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2")) {
+    supported.add({"avx2", compressBlocksAvx2, compressScheduleAvx2});
   }
   if (__builtin_cpu_supports("bmi2")) {
     supported.add({"bmi2", compressBlocksBmi2, compressScheduleBmi2});

@@ -25,8 +25,9 @@ struct Sha512Traits {
   using Word = std::uint64_t;
   static constexpr std::size_t kRounds = 80;
   // The working space the implementations need: two blocks' worth of
-  // schedule words (or schedule words plus round constants).
-  static constexpr std::size_t kScratchWords = 2 * kRounds;
+  // schedule words plus round constants, and a ring of eight pairs of
+  // schedule words.
+  static constexpr std::size_t kScratchWords = 2 * kRounds + 32;
 
   static constexpr std::array<Word, 8> kInitialState = {
       0x6a09e667f3bcc908ULL, 0xbb67ae8584caa73bULL, 0x3c6ef372fe94f82bULL,
