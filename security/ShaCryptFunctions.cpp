@@ -72,16 +72,18 @@ class MessageWriter {
     total_ = {0, 0};
   }
 
+  // Buffers up to two blocks and compresses them together, which lets the
+  // compression expand both schedules at once.
   void add(const unsigned char* bytes, std::size_t length) noexcept {
     Hash::addToCount(total_, length);
     while (length > 0) {
-      const std::size_t take = std::min(length, kBlock - filled_);
+      const std::size_t take = std::min(length, block_.size() - filled_);
       std::memcpy(block_.data() + filled_, bytes, take);
       filled_ += take;
       bytes += take;
       length -= take;
-      if (filled_ == kBlock) {
-        Hash::compress(state_, block_.data(), 1, scratch_);
+      if (filled_ == block_.size()) {
+        Hash::compress(state_, block_.data(), 2, scratch_);
         filled_ = 0;
       }
     }
@@ -93,14 +95,26 @@ class MessageWriter {
     add(digest.data(), length);
   }
 
+  // Compresses a whole block that is still buffered, so that less than
+  // one block remains behind state().
+  void settle() noexcept {
+    if (filled_ < kBlock) return;
+    Hash::compress(state_, block_.data(), 1, scratch_);
+    filled_ -= kBlock;
+    std::memmove(block_.data(), block_.data() + kBlock, filled_);
+  }
+
   void finish(Digest& digest) noexcept {
+    settle();
     const std::size_t blocks = Hash::pad(block_.data(), filled_, total_);
     Hash::compress(state_, block_.data(), blocks, scratch_);
     Hash::storeDigest(state_, digest);
   }
 
-  // The chaining value after the whole blocks added so far, and the bytes
-  // of the partial block behind them.
+  // The chaining value after the whole blocks compressed so far, and the
+  // bytes buffered behind them.
+  // REQUIRES (for a tail shorter than one block): settle() was called
+  // after the last add().
   const typename Hash::State& state() const noexcept { return state_; }
   const unsigned char* tail() const noexcept { return block_.data(); }
   std::size_t tailLength() const noexcept { return filled_; }
@@ -111,7 +125,7 @@ class MessageWriter {
 
  private:
   typename Hash::State state_;
-  // Two blocks, so that finish() can pad in place.
+  // Two blocks, compressed together when full; finish() pads in place.
   alignas(16) std::array<unsigned char, 2 * kBlock> block_;
   std::size_t filled_ = 0;
   typename Hash::ByteCount total_ = {0, 0};
@@ -194,6 +208,7 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
     writer.addRepeated(in.keyDigest, in.keyLength);
     if ((shape & 2) != 0) writer.addRepeated(in.saltDigest, in.saltLength);
     if ((shape & 4) != 0) writer.addRepeated(in.keyDigest, in.keyLength);
+    writer.settle();
     message.start = writer.state();
     const std::size_t tail = writer.tailLength();
     std::memcpy(message.blocks.data(), writer.tail(), tail);
