@@ -65,9 +65,6 @@ struct Sha2Implementation {
   // traits' kScratchWords words, 64-byte aligned) as working space.
   void (*compressBlocks)(State& state, const unsigned char* blocks, std::size_t blockCount,
                          Word* scratch) noexcept;
-  // Compresses one block given by its schedule with the round constants
-  // added (the traits' kRounds words).
-  void (*compressSchedule)(State& state, const Word* schedule) noexcept;
 };
 
 template <typename Traits>
@@ -194,26 +191,6 @@ class Sha2 {
   static void compress(State& state, const unsigned char* blocks, std::size_t blockCount,
                        Scratch& scratch) noexcept {
     if (blockCount > 0) implementation().compressBlocks(state, blocks, blockCount, scratch.words.data());
-  }
-
-  // The message schedule of one block with the round constants added: for
-  // a block that is compressed many times with different chaining values.
-  // It holds words derived from the block; wipe it when that is secret.
-  using Schedule = std::array<Word, kRounds>;
-
-  // Expands one block (kBlockLength bytes) into its schedule.
-  static void expand(const unsigned char* block, Schedule& schedule) noexcept {
-    for (std::size_t t = 0; t < 16; ++t) schedule[t] = loadBigEndian<Word>(block + sizeof(Word) * t);
-    for (std::size_t t = 16; t < kRounds; ++t) {
-      schedule[t] = static_cast<Word>(Traits::smallSigma1(schedule[t - 2]) + schedule[t - 7] +
-                                      Traits::smallSigma0(schedule[t - 15]) + schedule[t - 16]);
-    }
-    for (std::size_t t = 0; t < kRounds; ++t) schedule[t] += Traits::kRoundConstants[t];
-  }
-
-  // Compresses the block that `schedule` was expanded from.
-  static void compress(State& state, const Schedule& schedule) noexcept {
-    implementation().compressSchedule(state, schedule.data());
   }
 
   // The implementations this processor can run, best first.

@@ -21,21 +21,12 @@ void compressBlocksPortable(State& state, const unsigned char* blocks, std::size
   sha2rounds::compressRing<Sha256Traits>(state, blocks, blockCount, scratch);
 }
 
-void compressSchedulePortable(State& state, const Word* schedule) noexcept {
-  sha2rounds::compressScheduled<Sha256Traits>(state, schedule);
-}
-
 #if KORVANE_SHA2_X86_VARIANTS
 
 __attribute__((target("bmi2"))) void compressBlocksBmi2(State& state, const unsigned char* blocks,
                                                         std::size_t blockCount,
                                                         Word* scratch) noexcept {
   sha2rounds::compressRing<Sha256Traits>(state, blocks, blockCount, scratch);
-}
-
-__attribute__((target("bmi2"))) void compressScheduleBmi2(State& state,
-                                                          const Word* schedule) noexcept {
-  sha2rounds::compressScheduled<Sha256Traits>(state, schedule);
 }
 
 // The SHA instructions keep the working variables in two registers,
@@ -101,18 +92,6 @@ KORVANE_SHA_NI void compressBlocksShaNi(State& state, const unsigned char* block
   storeShaNiState(s, state);
 }
 
-KORVANE_SHA_NI void compressScheduleShaNi(State& state, const Word* schedule) noexcept {
-  ShaNiState s = loadShaNiState(state);
-  const ShaNiState saved = s;
-#pragma GCC unroll 16
-  for (std::size_t g = 0; g < 16; ++g) {
-    fourRounds(s, _mm_loadu_si128(reinterpret_cast<const __m128i*>(schedule + 4 * g)));
-  }
-  s.abef = _mm_add_epi32(s.abef, saved.abef);
-  s.cdgh = _mm_add_epi32(s.cdgh, saved.cdgh);
-  storeShaNiState(s, state);
-}
-
 #undef KORVANE_SHA_NI
 
 #endif
@@ -129,13 +108,13 @@ Supported findSupported() noexcept {
   __builtin_cpu_init();
   if (__builtin_cpu_supports("sha") && __builtin_cpu_supports("sse4.1") &&
       __builtin_cpu_supports("ssse3")) {
-    supported.add({"sha-ni", compressBlocksShaNi, compressScheduleShaNi});
+    supported.add({"sha-ni", compressBlocksShaNi});
   }
   if (__builtin_cpu_supports("bmi2")) {
-    supported.add({"bmi2", compressBlocksBmi2, compressScheduleBmi2});
+    supported.add({"bmi2", compressBlocksBmi2});
   }
 #endif
-  supported.add({"portable", compressBlocksPortable, compressSchedulePortable});
+  supported.add({"portable", compressBlocksPortable});
   return supported;
 }
 

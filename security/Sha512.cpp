@@ -95,21 +95,12 @@ void compressBlocksPortable(State& state, const unsigned char* blocks, std::size
   compressSse2(state, blocks, blockCount, scratch);
 }
 
-void compressSchedulePortable(State& state, const Word* schedule) noexcept {
-  sha2rounds::compressScheduled<Sha512Traits>(state, schedule);
-}
-
 #if KORVANE_SHA2_X86_VARIANTS
 
 __attribute__((target("bmi2"))) void compressBlocksBmi2(State& state, const unsigned char* blocks,
                                                         std::size_t blockCount,
                                                         Word* scratch) noexcept {
   compressSse2(state, blocks, blockCount, scratch);
-}
-
-__attribute__((target("bmi2"))) void compressScheduleBmi2(State& state,
-                                                          const Word* schedule) noexcept {
-  sha2rounds::compressScheduled<Sha512Traits>(state, schedule);
 }
 
 // Two blocks at a time, for processors with AVX2: their schedules are
@@ -211,17 +202,9 @@ KORVANE_SHA512_AVX2 void compressBlocksAvx2(State& state, const unsigned char* b
   compressPairs(state, blocks, blockCount, scratch);
 }
 
-KORVANE_SHA512_AVX2 void compressScheduleAvx2(State& state, const Word* schedule) noexcept {
-  sha2rounds::compressScheduled<Sha512Traits>(state, schedule);
-}
-
 KORVANE_SHA512_AVX512 void compressBlocksAvx512(State& state, const unsigned char* blocks,
                                                 std::size_t blockCount, Word* scratch) noexcept {
   compressPairs(state, blocks, blockCount, scratch);
-}
-
-KORVANE_SHA512_AVX512 void compressScheduleAvx512(State& state, const Word* schedule) noexcept {
-  sha2rounds::compressScheduled<Sha512Traits>(state, schedule);
 }
 
 #undef KORVANE_SHA512_AVX512
@@ -242,16 +225,16 @@ Supported findSupported() noexcept {
   __builtin_cpu_init();
   if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
       __builtin_cpu_supports("bmi2")) {
-    supported.add({"avx512", compressBlocksAvx512, compressScheduleAvx512});
+    supported.add({"avx512", compressBlocksAvx512});
   }
   if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2")) {
-    supported.add({"avx2", compressBlocksAvx2, compressScheduleAvx2});
+    supported.add({"avx2", compressBlocksAvx2});
   }
   if (__builtin_cpu_supports("bmi2")) {
-    supported.add({"bmi2", compressBlocksBmi2, compressScheduleBmi2});
+    supported.add({"bmi2", compressBlocksBmi2});
   }
 #endif
-  supported.add({"portable", compressBlocksPortable, compressSchedulePortable});
+  supported.add({"portable", compressBlocksPortable});
   return supported;
 }
 

@@ -132,29 +132,18 @@ class MessageWriter {
   typename Hash::Scratch scratch_;
 };
 
-// The last one or two blocks of a round's message, laid out once with their
+// The last blocks of a round's message, laid out once with their
 // padding: per round only the running digest R is copied in at its place,
 // and the blocks are compressed from a chaining value computed beforehand.
 template <typename Hash>
 struct PreparedMessage {
   typename Hash::State start;
-  alignas(16) std::array<unsigned char, 2 * Hash::kBlockLength> blocks;
+  // Up to four blocks: even shapes of keys up to about 200 bytes (SHA-512)
+  // fit, so that their rounds copy nothing but R.
+  alignas(16) std::array<unsigned char, 4 * Hash::kBlockLength> blocks;
   std::size_t digestOffset;
   std::size_t blockCount;  // 0: the message is too long to lay out
-  // The expanded second block when it is the same in every round, or null.
-  const typename Hash::Schedule* constantSecondBlock;
 };
-
-// Even shapes begin with R, so when they take two blocks the second one is
-// constant; its schedule is expanded once into `schedule`.
-template <typename Hash>
-void expandConstantBlock(PreparedMessage<Hash>& message,
-                         typename Hash::Schedule& schedule) noexcept {
-  message.constantSecondBlock = nullptr;
-  if (message.blockCount != 2) return;
-  Hash::expand(message.blocks.data() + Hash::kBlockLength, schedule);
-  message.constantSecondBlock = &schedule;
-}
 
 // The inputs of the rounds loop: P and S given by the digests DP and DS
 // repeated to the key and salt lengths.
@@ -194,10 +183,10 @@ unsigned char* copyRepeated(unsigned char* out, const typename Hash::Digest& dig
 // Lays out the message of one shape. Odd shapes start with constant bytes:
 // their whole blocks are compressed here once, leaving at most one partial
 // block, R and the padding. Even shapes start with R; they are laid out
-// only when R, the rest and the padding fit in two blocks.
+// only when R, the rest and the padding fit in four blocks.
 template <typename Hash>
 void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>& writer,
-             PreparedMessage<Hash>& message, typename Hash::Schedule& schedule) noexcept {
+             PreparedMessage<Hash>& message) noexcept {
   constexpr std::size_t kDigest = Hash::kDigestLength;
   const bool odd = (shape & 1) != 0;
   const std::size_t middle = ((shape & 2) != 0 ? in.saltLength : 0) +
@@ -214,13 +203,11 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
     std::memcpy(message.blocks.data(), writer.tail(), tail);
     message.digestOffset = tail;
     message.blockCount = Hash::pad(message.blocks.data(), tail + kDigest, byteCount<Hash>(total));
-    message.constantSecondBlock = nullptr;
     return;
   }
   constexpr std::size_t kLengthField = 2 * sizeof(typename Hash::State::value_type);
   if (total + 1 + kLengthField > message.blocks.size()) {
     message.blockCount = 0;
-    message.constantSecondBlock = nullptr;
     return;
   }
   unsigned char* out = message.blocks.data() + kDigest;
@@ -229,16 +216,16 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
   copyRepeated<Hash>(out, in.keyDigest, in.keyLength);
   message.start = Hash::kInitialState;
   message.digestOffset = 0;
-  message.blockCount = Hash::pad(message.blocks.data(), total, byteCount<Hash>(total));
-  expandConstantBlock(message, schedule);
+  // The padding goes behind the last whole block.
+  const std::size_t whole = total / Hash::kBlockLength;
+  message.blockCount = whole + Hash::pad(message.blocks.data() + whole * Hash::kBlockLength,
+                                         total % Hash::kBlockLength, byteCount<Hash>(total));
 }
 
-// The laid-out messages of the eight shapes and the constant second
-// blocks of the four even ones.
+// The laid-out messages of the eight shapes.
 template <typename Hash>
 struct Shapes {
   std::array<PreparedMessage<Hash>, 8> messages;
-  std::array<typename Hash::Schedule, 4> constantBlocks;
 };
 
 // Runs the rounds loop on the running digest R.
@@ -247,8 +234,7 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
                MessageWriter<Hash>& writer, Shapes<Hash>& shapes) noexcept {
   constexpr std::size_t kDigest = Hash::kDigestLength;
   for (std::size_t shape = 0; shape < shapes.messages.size(); ++shape) {
-    // Odd shapes never use the schedule handed to them.
-    prepare(shape, in, writer, shapes.messages[shape], shapes.constantBlocks[shape / 2]);
+    prepare(shape, in, writer, shapes.messages[shape]);
   }
   typename Hash::State state;
   for (std::size_t i = 0; i < rounds; ++i) {
@@ -256,12 +242,7 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
     if (message.blockCount != 0) {
       std::memcpy(message.blocks.data() + message.digestOffset, running.data(), kDigest);
       state = message.start;
-      if (message.constantSecondBlock != nullptr) {
-        Hash::compress(state, message.blocks.data(), 1, writer.scratch());
-        Hash::compress(state, *message.constantSecondBlock);
-      } else {
-        Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
-      }
+      Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
       Hash::storeDigest(state, running);
       continue;
     }
