@@ -158,7 +158,8 @@ class Sha2 {
   }
 
   // Writes the chaining words as the digest.
-  static void storeDigest(const State& state, std::span<unsigned char, kDigestLength> digest) noexcept {
+  static void storeDigest(const State& state,
+                          std::span<unsigned char, kDigestLength> digest) noexcept {
     for (std::size_t i = 0; i < state.size(); ++i) {
       storeBigEndian<Word>(digest.data() + sizeof(Word) * i, state[i]);
     }
@@ -190,7 +191,8 @@ class Sha2 {
   // caller compressing many messages wipes it once at the end.
   static void compress(State& state, const unsigned char* blocks, std::size_t blockCount,
                        Scratch& scratch) noexcept {
-    if (blockCount > 0) implementation().compressBlocks(state, blocks, blockCount, scratch.words.data());
+    if (blockCount > 0)
+      implementation().compressBlocks(state, blocks, blockCount, scratch.words.data());
   }
 
   // The implementations this processor can run, best first.

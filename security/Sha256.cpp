@@ -3,6 +3,7 @@
 #include "security/Sha2Rounds.h"
 
 #if KORVANE_SHA2_X86_VARIANTS
+#include <cpuid.h>
 #include <immintrin.h>
 #endif
 
@@ -42,8 +43,10 @@ struct ShaNiState {
 
 KORVANE_SHA_NI inline ShaNiState loadShaNiState(const State& state) noexcept {
   // Words in memory order: {A, B, C, D} and {E, F, G, H}, A lowest.
-  const __m128i abcd = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(&state[0])), 0xB1);
-  const __m128i hgfe = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(&state[4])), 0x1B);
+  const __m128i abcd =
+      _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(&state[0])), 0xB1);
+  const __m128i hgfe =
+      _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(&state[4])), 0x1B);
   return {_mm_alignr_epi8(abcd, hgfe, 8), _mm_blend_epi16(hgfe, abcd, 0xF0)};
 }
 
@@ -61,7 +64,8 @@ KORVANE_SHA_NI inline void fourRounds(ShaNiState& s, __m128i kw) noexcept {
 }
 
 KORVANE_SHA_NI inline __m128i roundConstants(std::size_t group) noexcept {
-  return _mm_load_si128(reinterpret_cast<const __m128i*>(Sha256Traits::kRoundConstants.data() + 4 * group));
+  return _mm_load_si128(
+      reinterpret_cast<const __m128i*>(Sha256Traits::kRoundConstants.data() + 4 * group));
 }
 
 KORVANE_SHA_NI void compressBlocksShaNi(State& state, const unsigned char* blocks,
@@ -96,6 +100,16 @@ KORVANE_SHA_NI void compressBlocksShaNi(State& state, const unsigned char* block
 
 #endif
 
+#if KORVANE_SHA2_X86_VARIANTS
+// The SHA extensions: CPUID leaf 7, sub-leaf 0, bit 29 of EBX (asked
+// directly, since not every compiler's processor checks name them).
+bool processorHasShaInstructions() noexcept {
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return false;
+  return (ebx & (1U << 29)) != 0;
+}
+#endif
+
 struct Supported {
   std::array<Implementation, 3> list;
   std::size_t count = 0;
@@ -106,7 +120,7 @@ Supported findSupported() noexcept {
   Supported supported;
 #if KORVANE_SHA2_X86_VARIANTS
   __builtin_cpu_init();
-  if (__builtin_cpu_supports("sha") && __builtin_cpu_supports("sse4.1") &&
+  if (processorHasShaInstructions() && __builtin_cpu_supports("sse4.1") &&
       __builtin_cpu_supports("ssse3")) {
     supported.add({"sha-ni", compressBlocksShaNi});
   }

@@ -52,8 +52,8 @@ KORVANE_SHA2_BODY void round(Word a, Word b, Word c, Word& d, Word e, Word f, Wo
 // Sixteen rounds j = 0..15; `kw(j)` gives round j's constant plus schedule
 // word (and may expand the schedule on the way).
 template <typename Traits, typename KW, typename Word = typename Traits::Word>
-KORVANE_SHA2_BODY void sixteenRounds(Word& a, Word& b, Word& c, Word& d, Word& e, Word& f,
-                                     Word& g, Word& h, Word& ab0, Word& ab1, KW&& kw) noexcept {
+KORVANE_SHA2_BODY void sixteenRounds(Word& a, Word& b, Word& c, Word& d, Word& e, Word& f, Word& g,
+                                     Word& h, Word& ab0, Word& ab1, KW&& kw) noexcept {
   round<Traits>(a, b, c, d, e, f, g, h, kw(0), ab0, ab1);
   round<Traits>(h, a, b, c, d, e, f, g, kw(1), ab1, ab0);
   round<Traits>(g, h, a, b, c, d, e, f, kw(2), ab0, ab1);
@@ -77,7 +77,8 @@ KORVANE_SHA2_BODY void sixteenRounds(Word& a, Word& b, Word& c, Word& d, Word& e
 // `later(r, j)` that of round r + j for r = 16, 32, ...; j is a constant
 // after inlining, r a multiple of 16.
 template <typename Traits, typename First, typename Later, typename Word = typename Traits::Word>
-KORVANE_SHA2_BODY void allRounds(std::array<Word, 8>& state, First&& first, Later&& later) noexcept {
+KORVANE_SHA2_BODY void allRounds(std::array<Word, 8>& state, First&& first,
+                                 Later&& later) noexcept {
   Word a = state[0], b = state[1], c = state[2], d = state[3];
   Word e = state[4], f = state[5], g = state[6], h = state[7];
   Word ab0 = 0;
@@ -106,12 +107,11 @@ KORVANE_SHA2_BODY void compressRing(std::array<Word, 8>& state, const unsigned c
     for (std::size_t i = 0; i < 16; ++i) w[i] = loadBigEndian<Word>(blocks + sizeof(Word) * i);
     allRounds<Traits>(
         state,
-        [&](std::size_t j) KORVANE_SHA2_LAMBDA {
-          return static_cast<Word>(Traits::kRoundConstants[j] + w[j]);
-        },
+        [&](std::size_t j)
+            KORVANE_SHA2_LAMBDA { return static_cast<Word>(Traits::kRoundConstants[j] + w[j]); },
         [&](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA {
-          w[j] = static_cast<Word>(w[j] + Traits::smallSigma1(w[(j + 14) & 15]) +
-                                   w[(j + 9) & 15] + Traits::smallSigma0(w[(j + 1) & 15]));
+          w[j] = static_cast<Word>(w[j] + Traits::smallSigma1(w[(j + 14) & 15]) + w[(j + 9) & 15] +
+                                   Traits::smallSigma0(w[(j + 1) & 15]));
           return static_cast<Word>(Traits::kRoundConstants[r + j] + w[j]);
         });
   }
@@ -119,7 +119,8 @@ KORVANE_SHA2_BODY void compressRing(std::array<Word, 8>& state, const unsigned c
 
 // One block from its expanded schedule (round constants included).
 template <typename Traits, typename Word = typename Traits::Word>
-KORVANE_SHA2_BODY void compressScheduled(std::array<Word, 8>& state, const Word* schedule) noexcept {
+KORVANE_SHA2_BODY void compressScheduled(std::array<Word, 8>& state,
+                                         const Word* schedule) noexcept {
   allRounds<Traits>(
       state, [schedule](std::size_t j) KORVANE_SHA2_LAMBDA { return schedule[j]; },
       [schedule](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA { return schedule[r + j]; });

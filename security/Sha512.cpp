@@ -48,8 +48,8 @@ KORVANE_SHA2_BODY void expandPair(Word* w, Word* kw, std::size_t t) noexcept {
   const __m128i x15 = load(w + t - 15);
   const __m128i sigma1 =
       _mm_xor_si128(_mm_xor_si128(rotateRight<19>(x2), rotateRight<61>(x2)), _mm_srli_epi64(x2, 6));
-  const __m128i sigma0 =
-      _mm_xor_si128(_mm_xor_si128(rotateRight<1>(x15), rotateRight<8>(x15)), _mm_srli_epi64(x15, 7));
+  const __m128i sigma0 = _mm_xor_si128(_mm_xor_si128(rotateRight<1>(x15), rotateRight<8>(x15)),
+                                       _mm_srli_epi64(x15, 7));
   const __m128i word = _mm_add_epi64(_mm_add_epi64(sigma1, load(w + t - 7)),
                                      _mm_add_epi64(sigma0, load(w + t - 16)));
   store(w + t, word);
@@ -131,10 +131,10 @@ KORVANE_SHA512_AVX2_PART __m256i loadRing(const Word* scratch, std::size_t slot)
 // Stores the pair of schedule words t, t + 1 (t even) of both blocks in
 // ring slot `slot`, and the same plus the round constants.
 KORVANE_SHA512_AVX2_PART void storePair(Word* scratch, std::size_t t, std::size_t slot,
-                                 __m256i pair) noexcept {
+                                        __m256i pair) noexcept {
   _mm256_store_si256(reinterpret_cast<__m256i*>(scratch + 160 + 4 * (slot & 7)), pair);
-  const __m256i constants = _mm256_broadcastsi128_si256(_mm_load_si128(
-      reinterpret_cast<const __m128i*>(Sha512Traits::kRoundConstants.data() + t)));
+  const __m256i constants = _mm256_broadcastsi128_si256(
+      _mm_load_si128(reinterpret_cast<const __m128i*>(Sha512Traits::kRoundConstants.data() + t)));
   const __m256i kw = _mm256_add_epi64(pair, constants);
   _mm_store_si128(reinterpret_cast<__m128i*>(scratch + t), _mm256_castsi256_si128(kw));
   _mm_store_si128(reinterpret_cast<__m128i*>(scratch + 80 + t), _mm256_extracti128_si256(kw, 1));
@@ -142,25 +142,27 @@ KORVANE_SHA512_AVX2_PART void storePair(Word* scratch, std::size_t t, std::size_
 
 // The pair t, t + 1 (t even, 16 <= t < 80), whose ring slot is t / 2 mod 8;
 // `slot` is that slot, a constant after inlining.
-KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t, std::size_t slot) noexcept {
+KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t,
+                                            std::size_t slot) noexcept {
   const __m256i back16 = loadRing(scratch, slot);
   const __m256i back2 = loadRing(scratch, slot + 7);
   // Words t - 15, t - 14 and t - 7, t - 6 straddle two pairs.
   const __m256i back15 = _mm256_alignr_epi8(loadRing(scratch, slot + 1), back16, 8);
   const __m256i back7 =
       _mm256_alignr_epi8(loadRing(scratch, slot + 5), loadRing(scratch, slot + 4), 8);
-  const __m256i sigma1 = _mm256_xor_si256(
-      _mm256_xor_si256(rotateRight256<19>(back2), rotateRight256<61>(back2)),
-      _mm256_srli_epi64(back2, 6));
-  const __m256i sigma0 = _mm256_xor_si256(
-      _mm256_xor_si256(rotateRight256<1>(back15), rotateRight256<8>(back15)),
-      _mm256_srli_epi64(back15, 7));
+  const __m256i sigma1 =
+      _mm256_xor_si256(_mm256_xor_si256(rotateRight256<19>(back2), rotateRight256<61>(back2)),
+                       _mm256_srli_epi64(back2, 6));
+  const __m256i sigma0 =
+      _mm256_xor_si256(_mm256_xor_si256(rotateRight256<1>(back15), rotateRight256<8>(back15)),
+                       _mm256_srli_epi64(back15, 7));
   storePair(scratch, t, slot,
             _mm256_add_epi64(_mm256_add_epi64(sigma1, back7), _mm256_add_epi64(sigma0, back16)));
 }
 
-[[gnu::always_inline]] KORVANE_SHA512_AVX2_PART void compressTwo(State& state, const unsigned char* blocks,
-                                   Word* scratch) noexcept {
+[[gnu::always_inline]] KORVANE_SHA512_AVX2_PART void compressTwo(State& state,
+                                                                 const unsigned char* blocks,
+                                                                 Word* scratch) noexcept {
   const __m256i byteSwap = _mm256_set_epi64x(0x08090a0b0c0d0e0fLL, 0x0001020304050607LL,
                                              0x08090a0b0c0d0e0fLL, 0x0001020304050607LL);
   for (std::size_t k = 0; k < 8; ++k) {
@@ -186,8 +188,10 @@ KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t, std::s
   sha2rounds::compressScheduled<Sha512Traits>(state, scratch + 80);
 }
 
-[[gnu::always_inline]] KORVANE_SHA512_AVX2_PART void compressPairs(State& state, const unsigned char* blocks,
-                                     std::size_t blockCount, Word* scratch) noexcept {
+[[gnu::always_inline]] KORVANE_SHA512_AVX2_PART void compressPairs(State& state,
+                                                                   const unsigned char* blocks,
+                                                                   std::size_t blockCount,
+                                                                   Word* scratch) noexcept {
   for (; blockCount >= 2; blockCount -= 2, blocks += 2 * Sha512::kBlockLength) {
     compressTwo(state, blocks, scratch);
   }

@@ -30,9 +30,8 @@ struct Sha512Traits {
   static constexpr std::size_t kScratchWords = 2 * kRounds + 32;
 
   static constexpr std::array<Word, 8> kInitialState = {
-      0x6a09e667f3bcc908ULL, 0xbb67ae8584caa73bULL, 0x3c6ef372fe94f82bULL,
-      0xa54ff53a5f1d36f1ULL, 0x510e527fade682d1ULL, 0x9b05688c2b3e6c1fULL,
-      0x1f83d9abfb41bd6bULL, 0x5be0cd19137e2179ULL};
+      0x6a09e667f3bcc908ULL, 0xbb67ae8584caa73bULL, 0x3c6ef372fe94f82bULL, 0xa54ff53a5f1d36f1ULL,
+      0x510e527fade682d1ULL, 0x9b05688c2b3e6c1fULL, 0x1f83d9abfb41bd6bULL, 0x5be0cd19137e2179ULL};
 
   // The first 64 bits of the fractional parts of the cube roots of the
   // first 80 primes.

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <span>
 
@@ -19,8 +19,7 @@ namespace {
 constexpr char kRoundsPrefix[] = "rounds=";
 
 // The crypt flavour of base64, index 0 to 63.
-constexpr char kAlphabet[] =
-    "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+constexpr char kAlphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
 // One group of the encoded digest: the digest bytes that form the high,
 // middle and low byte of a 24-bit value (-1: none, taken as 0), and how
@@ -36,9 +35,17 @@ struct Sha256Scheme {
   using Hash = Sha256;
   static constexpr char kPrefix[] = "$5$";
   static constexpr std::array<EncodingGroup, 11> kEncoding = {{
-      {0, 10, 20, 4}, {21, 1, 11, 4}, {12, 22, 2, 4}, {3, 13, 23, 4},
-      {24, 4, 14, 4}, {15, 25, 5, 4}, {6, 16, 26, 4}, {27, 7, 17, 4},
-      {18, 28, 8, 4}, {9, 19, 29, 4}, {-1, 31, 30, 3},
+      {0, 10, 20, 4},
+      {21, 1, 11, 4},
+      {12, 22, 2, 4},
+      {3, 13, 23, 4},
+      {24, 4, 14, 4},
+      {15, 25, 5, 4},
+      {6, 16, 26, 4},
+      {27, 7, 17, 4},
+      {18, 28, 8, 4},
+      {9, 19, 29, 4},
+      {-1, 31, 30, 3},
   }};
 };
 
@@ -46,11 +53,10 @@ struct Sha512Scheme {
   using Hash = Sha512;
   static constexpr char kPrefix[] = "$6$";
   static constexpr std::array<EncodingGroup, 22> kEncoding = {{
-      {0, 21, 42, 4},  {22, 43, 1, 4},  {44, 2, 23, 4},  {3, 24, 45, 4},
-      {25, 46, 4, 4},  {47, 5, 26, 4},  {6, 27, 48, 4},  {28, 49, 7, 4},
-      {50, 8, 29, 4},  {9, 30, 51, 4},  {31, 52, 10, 4}, {53, 11, 32, 4},
-      {12, 33, 54, 4}, {34, 55, 13, 4}, {56, 14, 35, 4}, {15, 36, 57, 4},
-      {37, 58, 16, 4}, {59, 17, 38, 4}, {18, 39, 60, 4}, {40, 61, 19, 4},
+      {0, 21, 42, 4},  {22, 43, 1, 4},  {44, 2, 23, 4},  {3, 24, 45, 4},  {25, 46, 4, 4},
+      {47, 5, 26, 4},  {6, 27, 48, 4},  {28, 49, 7, 4},  {50, 8, 29, 4},  {9, 30, 51, 4},
+      {31, 52, 10, 4}, {53, 11, 32, 4}, {12, 33, 54, 4}, {34, 55, 13, 4}, {56, 14, 35, 4},
+      {15, 36, 57, 4}, {37, 58, 16, 4}, {59, 17, 38, 4}, {18, 39, 60, 4}, {40, 61, 19, 4},
       {62, 20, 41, 4}, {-1, -1, 63, 2},
   }};
 };
@@ -189,8 +195,8 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
              PreparedMessage<Hash>& message) noexcept {
   constexpr std::size_t kDigest = Hash::kDigestLength;
   const bool odd = (shape & 1) != 0;
-  const std::size_t middle = ((shape & 2) != 0 ? in.saltLength : 0) +
-                             ((shape & 4) != 0 ? in.keyLength : 0);
+  const std::size_t middle =
+      ((shape & 2) != 0 ? in.saltLength : 0) + ((shape & 4) != 0 ? in.keyLength : 0);
   const std::size_t total = kDigest + in.keyLength + middle;
   writer.start();
   if (odd) {
@@ -273,8 +279,8 @@ char* copyPadded(char* target, const char* source, std::size_t sourceLength,
 
 template <typename Scheme>
 char* writeHashString(const typename Scheme::Hash::Digest& digest, const char* salt,
-                      std::size_t saltLength, std::size_t rounds, bool roundsCustom,
-                      char* buffer, std::size_t bufferLength) noexcept {
+                      std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+                      std::size_t bufferLength) noexcept {
   constexpr std::size_t kPrefixLength = sizeof Scheme::kPrefix - 1;
   // The prefix goes in with the rest of the buffer NUL-filled.
   char* out = copyPadded(buffer, Scheme::kPrefix, kPrefixLength, bufferLength);
@@ -321,7 +327,8 @@ char* writeHashString(const typename Scheme::Hash::Digest& digest, const char* s
     const auto byteAt = [&digest](std::int8_t index) -> std::uint32_t {
       return index < 0 ? 0U : digest[static_cast<std::size_t>(index)];
     };
-    std::uint32_t value = (byteAt(group.high) << 16) | (byteAt(group.middle) << 8) | byteAt(group.low);
+    std::uint32_t value =
+        (byteAt(group.high) << 16) | (byteAt(group.middle) << 8) | byteAt(group.low);
     for (unsigned i = 0; i < group.characters && remaining > 0; ++i, --remaining) {
       *out++ = kAlphabet[value & 0x3f];
       value >>= 6;
@@ -389,11 +396,10 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
   for (std::size_t i = 0; i < 16U + running[0]; ++i) context.update(salt);
   context.finish(saltDigest);
 
-  runRounds<Hash>(rounds, {keyDigest, keyLength, saltDigest, saltLength}, running, writer,
-                  shapes);
+  runRounds<Hash>(rounds, {keyDigest, keyLength, saltDigest, saltLength}, running, writer, shapes);
 
-  char* const result =
-      writeHashString<Scheme>(running, saltText, saltLength, rounds, roundsCustom, buffer, bufferLength);
+  char* const result = writeHashString<Scheme>(running, saltText, saltLength, rounds, roundsCustom,
+                                               buffer, bufferLength);
 
   context.wipe();
   alternate.wipe();
@@ -408,15 +414,15 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
 
 }  // namespace
 
-char* sha256Crypt(const char* key, std::size_t keyLength, const char* salt,
-                  std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+char* sha256Crypt(const char* key, std::size_t keyLength, const char* salt, std::size_t saltLength,
+                  std::size_t rounds, bool roundsCustom, char* buffer,
                   std::size_t bufferLength) noexcept {
   return shaCrypt<Sha256Scheme>(key, keyLength, salt, saltLength, rounds, roundsCustom, buffer,
                                 bufferLength);
 }
 
-char* sha512Crypt(const char* key, std::size_t keyLength, const char* salt,
-                  std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+char* sha512Crypt(const char* key, std::size_t keyLength, const char* salt, std::size_t saltLength,
+                  std::size_t rounds, bool roundsCustom, char* buffer,
                   std::size_t bufferLength) noexcept {
   return shaCrypt<Sha512Scheme>(key, keyLength, salt, saltLength, rounds, roundsCustom, buffer,
                                 bufferLength);

@@ -37,13 +37,13 @@ using CryptFunction = char*(const char* key, std::size_t keyLength, const char* 
                             char* buffer, std::size_t bufferLength);
 
 // The SHA-256 scheme: "$5$", 43 digest characters.
-char* sha256Crypt(const char* key, std::size_t keyLength, const char* salt,
-                  std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+char* sha256Crypt(const char* key, std::size_t keyLength, const char* salt, std::size_t saltLength,
+                  std::size_t rounds, bool roundsCustom, char* buffer,
                   std::size_t bufferLength) noexcept;
 
 // The SHA-512 scheme: "$6$", 86 digest characters.
-char* sha512Crypt(const char* key, std::size_t keyLength, const char* salt,
-                  std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+char* sha512Crypt(const char* key, std::size_t keyLength, const char* salt, std::size_t saltLength,
+                  std::size_t rounds, bool roundsCustom, char* buffer,
                   std::size_t bufferLength) noexcept;
 
 }  // namespace korvane::security

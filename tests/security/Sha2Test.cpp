@@ -1,6 +1,10 @@
+#include <gtest/gtest.h>
+
 #include "security/Sha2.h"
 
-#include <gtest/gtest.h>
+#if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
+#include <cpuid.h>
+#endif
 
 #include <algorithm>
 #include <cstdint>
@@ -61,14 +65,30 @@ struct Answers<Sha512> {
       "e718483d0ce769644e2e42c7bc15b4638e1f98b13b2044285632a803afa973eb"
       "de0ff244877ea60a4cb0432ce577c31beb009c5c2c49aa2e4eadb217ad8cc09b";
   static constexpr std::pair<std::size_t, const char*> kPadding[] = {
-      {111, "fa9121c7b32b9e01733d034cfc78cbf67f926c7ed83e82200ef86818196921760b4beff48404df811b953828274461673c68d04e297b0eb7b2b4d60fc6b566a2"},
-      {112, "c01d080efd492776a1c43bd23dd99d0a2e626d481e16782e75d54c2503b5dc32bd05f0f1ba33e568b88fd2d970929b719ecbb152f58f130a407c8830604b70ca"},
-      {119, "130396a75cb483f2eee8c56d8a668bb3d2641f5243212c0bee2bd33da096ad9eb8179fe18f9eaacf76e09fae9de4c3f14ba13341e345be05bf76c182cc3468cb"},
-      {120, "f241de612b01aa2fa3cf01531d2a8e5e17fc761dfd48a704a834a47f57d6eade7804ecc39be42fdef16ec6adeaf7c01c2fd0c4cc97d3860907cfa4a3b36d0c05"},
-      {127, "828613968b501dc00a97e08c73b118aa8876c26b8aac93df128502ab360f91bab50a51e088769a5c1eff4782ace147dce3642554199876374291f5d921629502"},
-      {128, "b73d1929aa615934e61a871596b3f3b33359f42b8175602e89f7e06e5f658a243667807ed300314b95cacdd579f3e33abdfbe351909519a846d465c59582f321"},
-      {239, "52c853cb8d907f3d4d6b889beb027985d7c273486d75f8baf26f80d24e90c74c6c3de3e22131582380a7d14d43f2941a31385439cd6ddc469f628015e50bf286"},
-      {240, "4c296d90c61052a62ffb1dd196f1b7b09373b1f93e71836baebf89690546b7595684dbe9467a8e484fa0d1094272b4344a7c24f5fee8daedeb0bf549c985ab5f"},
+      {111,
+       "fa9121c7b32b9e01733d034cfc78cbf67f926c7ed83e82200ef86818196921760b4beff48404df811b953828274"
+       "461673c68d04e297b0eb7b2b4d60fc6b566a2"},
+      {112,
+       "c01d080efd492776a1c43bd23dd99d0a2e626d481e16782e75d54c2503b5dc32bd05f0f1ba33e568b88fd2d9709"
+       "29b719ecbb152f58f130a407c8830604b70ca"},
+      {119,
+       "130396a75cb483f2eee8c56d8a668bb3d2641f5243212c0bee2bd33da096ad9eb8179fe18f9eaacf76e09fae9de"
+       "4c3f14ba13341e345be05bf76c182cc3468cb"},
+      {120,
+       "f241de612b01aa2fa3cf01531d2a8e5e17fc761dfd48a704a834a47f57d6eade7804ecc39be42fdef16ec6adeaf"
+       "7c01c2fd0c4cc97d3860907cfa4a3b36d0c05"},
+      {127,
+       "828613968b501dc00a97e08c73b118aa8876c26b8aac93df128502ab360f91bab50a51e088769a5c1eff4782ace"
+       "147dce3642554199876374291f5d921629502"},
+      {128,
+       "b73d1929aa615934e61a871596b3f3b33359f42b8175602e89f7e06e5f658a243667807ed300314b95cacdd579f"
+       "3e33abdfbe351909519a846d465c59582f321"},
+      {239,
+       "52c853cb8d907f3d4d6b889beb027985d7c273486d75f8baf26f80d24e90c74c6c3de3e22131582380a7d14d43f"
+       "2941a31385439cd6ddc469f628015e50bf286"},
+      {240,
+       "4c296d90c61052a62ffb1dd196f1b7b09373b1f93e71836baebf89690546b7595684dbe9467a8e484fa0d109427"
+       "2b4344a7c24f5fee8daedeb0bf549c985ab5f"},
   };
 };
 
@@ -186,9 +206,9 @@ TYPED_TEST(Sha2Test, EverySplitPointGivesTheOneShotDigest) {
 TYPED_TEST(Sha2Test, ByteByByteGivesTheOneShotDigest) {
   constexpr std::size_t kBlock = TypeParam::kBlockLength;
   this->forEachImplementation([] {
-    for (const std::size_t length : {std::size_t{0}, std::size_t{1}, kBlock - 17, kBlock - 16,
-                                     kBlock, kBlock + 1, 2 * kBlock - 1, 2 * kBlock,
-                                     std::size_t{1000}}) {
+    for (const std::size_t length :
+         {std::size_t{0}, std::size_t{1}, kBlock - 17, kBlock - 16, kBlock, kBlock + 1,
+          2 * kBlock - 1, 2 * kBlock, std::size_t{1000}}) {
       const std::string message = patternMessage(length);
       TypeParam context;
       for (const char c : message) context.update(std::string_view(&c, 1));
@@ -201,7 +221,8 @@ TYPED_TEST(Sha2Test, ImplementationsAgreeOnManyBlocks) {
   // Runs of blocks of every count up to 9, so that implementations working
   // on several blocks at a time meet their odd remainders.
   const std::string message = patternMessage(9 * TypeParam::kBlockLength + 5);
-  for (std::size_t length = 0; length <= message.size(); length += TypeParam::kBlockLength / 2 + 3) {
+  for (std::size_t length = 0; length <= message.size();
+       length += TypeParam::kBlockLength / 2 + 3) {
     const std::string_view part = std::string_view(message).substr(0, length);
     TypeParam::selectImplementation(TypeParam::implementations().back());
     const typename TypeParam::Digest expected = TypeParam::hash(part);
@@ -311,8 +332,9 @@ TEST(Sha2Test, ProcessorsWithShaInstructionsUseThem) {
   const auto implementations = Sha256::implementations();
   EXPECT_GE(implementations.size(), 1U);
 #if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("sha") && __builtin_cpu_supports("sse4.1")) {
+  // CPUID leaf 7, sub-leaf 0: EBX bit 29 is SHA.
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 && (ebx & (1U << 29)) != 0) {
     EXPECT_EQ(std::string_view(implementations.front().name), "sha-ni");
   }
 #endif
