@@ -9,6 +9,13 @@
 // buffers of fixed size whatever the key and salt lengths, and every value
 // derived from the key is overwritten with zero bytes before returning.
 //
+// The digests are Sha256 and Sha512 (Sha2.h). The rounds loop lays out
+// each of a round's eight message shapes once, padded with Sha2::pad, and
+// per round only copies the running digest in and calls the compression
+// on the prepared blocks; the constant blocks in front of the digest are
+// compressed once. Messages too long for the fixed layout (keys of more
+// than about 200 bytes) are written block by block instead.
+//
 // Thread safety: reentrant; the only shared data are constant tables.
 #pragma once
 
