@@ -110,11 +110,7 @@ bool processorHasShaInstructions() noexcept {
 }
 #endif
 
-struct Supported {
-  std::array<Implementation, 3> list;
-  std::size_t count = 0;
-  void add(const Implementation& implementation) noexcept { list[count++] = implementation; }
-};
+using Supported = sha2rounds::ImplementationList<Word, 3>;
 
 Supported findSupported() noexcept {
   Supported supported;
@@ -136,7 +132,7 @@ Supported findSupported() noexcept {
 
 std::span<const Implementation> Sha256Traits::implementations() noexcept {
   static const Supported supported = findSupported();
-  return {supported.list.data(), supported.count};
+  return supported.view();
 }
 
 }  // namespace korvane::security

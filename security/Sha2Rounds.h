@@ -14,6 +14,7 @@
 
 #include <array>
 #include <cstddef>
+#include <span>
 
 #include "security/Sha2.h"
 
@@ -33,6 +34,21 @@
 #endif
 
 namespace korvane::security::sha2rounds {
+
+// The compression implementations a processor supports, best first, as a
+// kind's traits list them: filled once when first asked for.
+template <typename Word, std::size_t kMost>
+class ImplementationList {
+ public:
+  void add(const Sha2Implementation<Word>& implementation) noexcept {
+    list_[count_++] = implementation;
+  }
+  std::span<const Sha2Implementation<Word>> view() const noexcept { return {list_.data(), count_}; }
+
+ private:
+  std::array<Sha2Implementation<Word>, kMost> list_{};
+  std::size_t count_ = 0;
+};
 
 // One round on the working variables, with their roles rotated by the
 // caller instead of the values being shifted, so only d and h change.

@@ -217,11 +217,7 @@ KORVANE_SHA512_AVX512 void compressBlocksAvx512(State& state, const unsigned cha
 
 #endif
 
-struct Supported {
-  std::array<Implementation, 4> list;
-  std::size_t count = 0;
-  void add(const Implementation& implementation) noexcept { list[count++] = implementation; }
-};
+using Supported = sha2rounds::ImplementationList<Word, 4>;
 
 Supported findSupported() noexcept {
   Supported supported;
@@ -246,7 +242,7 @@ Supported findSupported() noexcept {
 
 std::span<const Implementation> Sha512Traits::implementations() noexcept {
   static const Supported supported = findSupported();
-  return {supported.list.data(), supported.count};
+  return supported.view();
 }
 
 }  // namespace korvane::security
