@@ -21,8 +21,8 @@ class ShaCrypt {
  public:
   // Rounds count that the hash string leaves implicit (no "rounds=" field).
   static constexpr std::size_t kDefaultRounds = 5000;
-  static constexpr std::size_t kLeastRounds = 1000;
-  static constexpr std::size_t kMostRounds = 999999999;
+  static constexpr std::size_t kLeastRounds = kShaCryptLeastRounds;
+  static constexpr std::size_t kMostRounds = kShaCryptMostRounds;
   static constexpr std::size_t kLongestSalt = 16;
   static constexpr std::size_t kGeneratedSaltLength = 16;
   static constexpr std::string_view kSaltAlphabet =

@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cerrno>
-#include <cstdint>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <span>
 
@@ -17,13 +16,10 @@ namespace korvane::security {
 
 namespace {
 
-constexpr std::size_t kLeastRounds = 1000;
-constexpr std::size_t kMostRounds = 999999999;
 constexpr char kRoundsPrefix[] = "rounds=";
 
 // The crypt flavour of base64, index 0 to 63.
-constexpr char kAlphabet[] =
-    "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+constexpr char kAlphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
 // One group of the encoded digest: the digest bytes that form the high,
 // middle and low byte of a 24-bit value (-1: none, taken as 0), and how
@@ -39,9 +35,17 @@ struct Sha256Scheme {
   using Hash = Sha256;
   static constexpr char kPrefix[] = "$5$";
   static constexpr std::array<EncodingGroup, 11> kEncoding = {{
-      {0, 10, 20, 4}, {21, 1, 11, 4}, {12, 22, 2, 4}, {3, 13, 23, 4},
-      {24, 4, 14, 4}, {15, 25, 5, 4}, {6, 16, 26, 4}, {27, 7, 17, 4},
-      {18, 28, 8, 4}, {9, 19, 29, 4}, {-1, 31, 30, 3},
+      {0, 10, 20, 4},
+      {21, 1, 11, 4},
+      {12, 22, 2, 4},
+      {3, 13, 23, 4},
+      {24, 4, 14, 4},
+      {15, 25, 5, 4},
+      {6, 16, 26, 4},
+      {27, 7, 17, 4},
+      {18, 28, 8, 4},
+      {9, 19, 29, 4},
+      {-1, 31, 30, 3},
   }};
 };
 
@@ -49,48 +53,13 @@ struct Sha512Scheme {
   using Hash = Sha512;
   static constexpr char kPrefix[] = "$6$";
   static constexpr std::array<EncodingGroup, 22> kEncoding = {{
-      {0, 21, 42, 4},  {22, 43, 1, 4},  {44, 2, 23, 4},  {3, 24, 45, 4},
-      {25, 46, 4, 4},  {47, 5, 26, 4},  {6, 27, 48, 4},  {28, 49, 7, 4},
-      {50, 8, 29, 4},  {9, 30, 51, 4},  {31, 52, 10, 4}, {53, 11, 32, 4},
-      {12, 33, 54, 4}, {34, 55, 13, 4}, {56, 14, 35, 4}, {15, 36, 57, 4},
-      {37, 58, 16, 4}, {59, 17, 38, 4}, {18, 39, 60, 4}, {40, 61, 19, 4},
+      {0, 21, 42, 4},  {22, 43, 1, 4},  {44, 2, 23, 4},  {3, 24, 45, 4},  {25, 46, 4, 4},
+      {47, 5, 26, 4},  {6, 27, 48, 4},  {28, 49, 7, 4},  {50, 8, 29, 4},  {9, 30, 51, 4},
+      {31, 52, 10, 4}, {53, 11, 32, 4}, {12, 33, 54, 4}, {34, 55, 13, 4}, {56, 14, 35, 4},
+      {15, 36, 57, 4}, {37, 58, 16, 4}, {59, 17, 38, 4}, {18, 39, 60, 4}, {40, 61, 19, 4},
       {62, 20, 41, 4}, {-1, -1, 63, 2},
   }};
 };
-
-template <typename Word>
-inline void storeBigEndian(unsigned char* bytes, Word word) noexcept {
-  if constexpr (std::endian::native == std::endian::little) word = std::byteswap(word);
-  std::memcpy(bytes, &word, sizeof word);
-}
-
-// Writes the padding behind `used` message bytes in `area` (two blocks):
-// 0x80, zero bytes and the message length in bits in the last
-// 2 * sizeof(Word) bytes of the first block that has room for them.
-// Returns the number of blocks to compress.
-// REQUIRES: used + 1 + 2 * sizeof(Word) <= 2 * Hash::kBlockLength.
-template <typename Hash>
-std::size_t writePadding(unsigned char* area, std::size_t used,
-                         std::size_t messageLength) noexcept {
-  using Word = typename Hash::State::value_type;
-  constexpr std::size_t kBlock = Hash::kBlockLength;
-  constexpr std::size_t kLengthField = 2 * sizeof(Word);
-  const std::size_t blocks = used + 1 + kLengthField <= kBlock ? 1 : 2;
-  const std::size_t end = blocks * kBlock;
-  area[used] = 0x80;
-  std::memset(area + used + 1, 0, end - used - 1 - 8);
-  // Bit counts fit in 64 bits for any message that fits in memory.
-  storeBigEndian<std::uint64_t>(area + end - 8, static_cast<std::uint64_t>(messageLength) << 3);
-  return blocks;
-}
-
-template <typename Hash>
-void storeState(const typename Hash::State& state, typename Hash::Digest& digest) noexcept {
-  using Word = typename Hash::State::value_type;
-  for (std::size_t i = 0; i < state.size(); ++i) {
-    storeBigEndian<Word>(digest.data() + sizeof(Word) * i, state[i]);
-  }
-}
 
 // Hashes a message assembled piece by piece, block by block in one fixed
 // buffer, compressing each block as soon as it is full. Repeated digests
@@ -106,19 +75,21 @@ class MessageWriter {
   void start() noexcept {
     state_ = Hash::kInitialState;
     filled_ = 0;
-    total_ = 0;
+    total_ = {0, 0};
   }
 
+  // Buffers up to two blocks and compresses them together, which lets the
+  // compression expand both schedules at once.
   void add(const unsigned char* bytes, std::size_t length) noexcept {
-    total_ += length;
+    Hash::addToCount(total_, length);
     while (length > 0) {
-      const std::size_t take = std::min(length, kBlock - filled_);
+      const std::size_t take = std::min(length, block_.size() - filled_);
       std::memcpy(block_.data() + filled_, bytes, take);
       filled_ += take;
       bytes += take;
       length -= take;
-      if (filled_ == kBlock) {
-        Hash::compress(state_, block_.data(), 1, scratch_);
+      if (filled_ == block_.size()) {
+        Hash::compress(state_, block_.data(), 2, scratch_);
         filled_ = 0;
       }
     }
@@ -130,14 +101,26 @@ class MessageWriter {
     add(digest.data(), length);
   }
 
-  void finish(Digest& digest) noexcept {
-    const std::size_t blocks = writePadding<Hash>(block_.data(), filled_, total_);
-    Hash::compress(state_, block_.data(), blocks, scratch_);
-    storeState<Hash>(state_, digest);
+  // Compresses a whole block that is still buffered, so that less than
+  // one block remains behind state().
+  void settle() noexcept {
+    if (filled_ < kBlock) return;
+    Hash::compress(state_, block_.data(), 1, scratch_);
+    filled_ -= kBlock;
+    std::memmove(block_.data(), block_.data() + kBlock, filled_);
   }
 
-  // The chaining value after the whole blocks added so far, and the bytes
-  // of the partial block behind them.
+  void finish(Digest& digest) noexcept {
+    settle();
+    const std::size_t blocks = Hash::pad(block_.data(), filled_, total_);
+    Hash::compress(state_, block_.data(), blocks, scratch_);
+    Hash::storeDigest(state_, digest);
+  }
+
+  // The chaining value after the whole blocks compressed so far, and the
+  // bytes buffered behind them.
+  // REQUIRES (for a tail shorter than one block): settle() was called
+  // after the last add().
   const typename Hash::State& state() const noexcept { return state_; }
   const unsigned char* tail() const noexcept { return block_.data(); }
   std::size_t tailLength() const noexcept { return filled_; }
@@ -148,36 +131,25 @@ class MessageWriter {
 
  private:
   typename Hash::State state_;
-  // Two blocks, so that finish() can pad in place.
+  // Two blocks, compressed together when full; finish() pads in place.
   alignas(16) std::array<unsigned char, 2 * kBlock> block_;
   std::size_t filled_ = 0;
-  std::size_t total_ = 0;
+  typename Hash::ByteCount total_ = {0, 0};
   typename Hash::Scratch scratch_;
 };
 
-// The last one or two blocks of a round's message, laid out once with their
+// The last blocks of a round's message, laid out once with their
 // padding: per round only the running digest R is copied in at its place,
 // and the blocks are compressed from a chaining value computed beforehand.
 template <typename Hash>
 struct PreparedMessage {
   typename Hash::State start;
-  alignas(16) std::array<unsigned char, 2 * Hash::kBlockLength> blocks;
+  // Up to four blocks: even shapes of keys up to about 200 bytes (SHA-512)
+  // fit, so that their rounds copy nothing but R.
+  alignas(16) std::array<unsigned char, 4 * Hash::kBlockLength> blocks;
   std::size_t digestOffset;
   std::size_t blockCount;  // 0: the message is too long to lay out
-  // The expanded second block when it is the same in every round, or null.
-  const typename Hash::Schedule* constantSecondBlock;
 };
-
-// Even shapes begin with R, so when they take two blocks the second one is
-// constant; its schedule is expanded once into `schedule`.
-template <typename Hash>
-void expandConstantBlock(PreparedMessage<Hash>& message,
-                         typename Hash::Schedule& schedule) noexcept {
-  message.constantSecondBlock = nullptr;
-  if (message.blockCount != 2) return;
-  Hash::expand(message.blocks.data() + Hash::kBlockLength, schedule);
-  message.constantSecondBlock = &schedule;
-}
 
 // The inputs of the rounds loop: P and S given by the digests DP and DS
 // repeated to the key and salt lengths.
@@ -197,6 +169,13 @@ inline std::size_t shapeOf(std::size_t round) noexcept {
   return (round & 1) | (round % 3 != 0 ? 2U : 0U) | (round % 7 != 0 ? 4U : 0U);
 }
 
+template <typename Hash>
+typename Hash::ByteCount byteCount(std::size_t bytes) noexcept {
+  typename Hash::ByteCount count = {0, 0};
+  Hash::addToCount(count, bytes);
+  return count;
+}
+
 // Writes `length` bytes of `digest` repeated end to end; returns the end.
 template <typename Hash>
 unsigned char* copyRepeated(unsigned char* out, const typename Hash::Digest& digest,
@@ -210,32 +189,31 @@ unsigned char* copyRepeated(unsigned char* out, const typename Hash::Digest& dig
 // Lays out the message of one shape. Odd shapes start with constant bytes:
 // their whole blocks are compressed here once, leaving at most one partial
 // block, R and the padding. Even shapes start with R; they are laid out
-// only when R, the rest and the padding fit in two blocks.
+// only when R, the rest and the padding fit in four blocks.
 template <typename Hash>
 void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>& writer,
-             PreparedMessage<Hash>& message, typename Hash::Schedule& schedule) noexcept {
+             PreparedMessage<Hash>& message) noexcept {
   constexpr std::size_t kDigest = Hash::kDigestLength;
   const bool odd = (shape & 1) != 0;
-  const std::size_t middle = ((shape & 2) != 0 ? in.saltLength : 0) +
-                             ((shape & 4) != 0 ? in.keyLength : 0);
+  const std::size_t middle =
+      ((shape & 2) != 0 ? in.saltLength : 0) + ((shape & 4) != 0 ? in.keyLength : 0);
   const std::size_t total = kDigest + in.keyLength + middle;
   writer.start();
   if (odd) {
     writer.addRepeated(in.keyDigest, in.keyLength);
     if ((shape & 2) != 0) writer.addRepeated(in.saltDigest, in.saltLength);
     if ((shape & 4) != 0) writer.addRepeated(in.keyDigest, in.keyLength);
+    writer.settle();
     message.start = writer.state();
     const std::size_t tail = writer.tailLength();
     std::memcpy(message.blocks.data(), writer.tail(), tail);
     message.digestOffset = tail;
-    message.blockCount = writePadding<Hash>(message.blocks.data(), tail + kDigest, total);
-    message.constantSecondBlock = nullptr;
+    message.blockCount = Hash::pad(message.blocks.data(), tail + kDigest, byteCount<Hash>(total));
     return;
   }
   constexpr std::size_t kLengthField = 2 * sizeof(typename Hash::State::value_type);
   if (total + 1 + kLengthField > message.blocks.size()) {
     message.blockCount = 0;
-    message.constantSecondBlock = nullptr;
     return;
   }
   unsigned char* out = message.blocks.data() + kDigest;
@@ -244,16 +222,16 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
   copyRepeated<Hash>(out, in.keyDigest, in.keyLength);
   message.start = Hash::kInitialState;
   message.digestOffset = 0;
-  message.blockCount = writePadding<Hash>(message.blocks.data(), total, total);
-  expandConstantBlock(message, schedule);
+  // The padding goes behind the last whole block.
+  const std::size_t whole = total / Hash::kBlockLength;
+  message.blockCount = whole + Hash::pad(message.blocks.data() + whole * Hash::kBlockLength,
+                                         total % Hash::kBlockLength, byteCount<Hash>(total));
 }
 
-// The laid-out messages of the eight shapes and the constant second
-// blocks of the four even ones.
+// The laid-out messages of the eight shapes.
 template <typename Hash>
 struct Shapes {
   std::array<PreparedMessage<Hash>, 8> messages;
-  std::array<typename Hash::Schedule, 4> constantBlocks;
 };
 
 // Runs the rounds loop on the running digest R.
@@ -262,8 +240,7 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
                MessageWriter<Hash>& writer, Shapes<Hash>& shapes) noexcept {
   constexpr std::size_t kDigest = Hash::kDigestLength;
   for (std::size_t shape = 0; shape < shapes.messages.size(); ++shape) {
-    // Odd shapes never use the schedule handed to them.
-    prepare(shape, in, writer, shapes.messages[shape], shapes.constantBlocks[shape / 2]);
+    prepare(shape, in, writer, shapes.messages[shape]);
   }
   typename Hash::State state;
   for (std::size_t i = 0; i < rounds; ++i) {
@@ -271,13 +248,8 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
     if (message.blockCount != 0) {
       std::memcpy(message.blocks.data() + message.digestOffset, running.data(), kDigest);
       state = message.start;
-      if (message.constantSecondBlock != nullptr) {
-        Hash::compress(state, message.blocks.data(), 1, writer.scratch());
-        Hash::compress(state, *message.constantSecondBlock);
-      } else {
-        Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
-      }
-      storeState<Hash>(state, running);
+      Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
+      Hash::storeDigest(state, running);
       continue;
     }
     // An even round whose message is too long to lay out: R [S] [P] P.
@@ -309,8 +281,8 @@ char* copyPadded(char* target, const char* source, std::size_t sourceLength,
 
 template <typename Scheme>
 char* writeHashString(const typename Scheme::Hash::Digest& digest, const char* salt,
-                      std::size_t saltLength, std::size_t rounds, bool roundsCustom,
-                      char* buffer, std::size_t bufferLength) noexcept {
+                      std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+                      std::size_t bufferLength) noexcept {
   constexpr std::size_t kPrefixLength = sizeof Scheme::kPrefix - 1;
   // The prefix goes in with the rest of the buffer NUL-filled.
   char* out = copyPadded(buffer, Scheme::kPrefix, kPrefixLength, bufferLength);
@@ -357,7 +329,8 @@ char* writeHashString(const typename Scheme::Hash::Digest& digest, const char* s
     const auto byteAt = [&digest](std::int8_t index) -> std::uint32_t {
       return index < 0 ? 0U : digest[static_cast<std::size_t>(index)];
     };
-    std::uint32_t value = (byteAt(group.high) << 16) | (byteAt(group.middle) << 8) | byteAt(group.low);
+    std::uint32_t value =
+        (byteAt(group.high) << 16) | (byteAt(group.middle) << 8) | byteAt(group.low);
     for (unsigned i = 0; i < group.characters && remaining > 0; ++i, --remaining) {
       *out++ = kAlphabet[value & 0x3f];
       value >>= 6;
@@ -380,7 +353,7 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
   using Digest = typename Hash::Digest;
   constexpr std::size_t kDigest = Hash::kDigestLength;
 
-  rounds = std::max(std::min(rounds, kMostRounds), kLeastRounds);
+  rounds = std::max(std::min(rounds, kShaCryptMostRounds), kShaCryptLeastRounds);
   const std::span key(reinterpret_cast<const unsigned char*>(keyText), keyLength);
   const std::span salt(reinterpret_cast<const unsigned char*>(saltText), saltLength);
 
@@ -425,11 +398,10 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
   for (std::size_t i = 0; i < 16U + running[0]; ++i) context.update(salt);
   context.finish(saltDigest);
 
-  runRounds<Hash>(rounds, {keyDigest, keyLength, saltDigest, saltLength}, running, writer,
-                  shapes);
+  runRounds<Hash>(rounds, {keyDigest, keyLength, saltDigest, saltLength}, running, writer, shapes);
 
-  char* const result =
-      writeHashString<Scheme>(running, saltText, saltLength, rounds, roundsCustom, buffer, bufferLength);
+  char* const result = writeHashString<Scheme>(running, saltText, saltLength, rounds, roundsCustom,
+                                               buffer, bufferLength);
 
   context.wipe();
   alternate.wipe();
@@ -444,15 +416,15 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
 
 }  // namespace
 
-char* sha256Crypt(const char* key, std::size_t keyLength, const char* salt,
-                  std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+char* sha256Crypt(const char* key, std::size_t keyLength, const char* salt, std::size_t saltLength,
+                  std::size_t rounds, bool roundsCustom, char* buffer,
                   std::size_t bufferLength) noexcept {
   return shaCrypt<Sha256Scheme>(key, keyLength, salt, saltLength, rounds, roundsCustom, buffer,
                                 bufferLength);
 }
 
-char* sha512Crypt(const char* key, std::size_t keyLength, const char* salt,
-                  std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+char* sha512Crypt(const char* key, std::size_t keyLength, const char* salt, std::size_t saltLength,
+                  std::size_t rounds, bool roundsCustom, char* buffer,
                   std::size_t bufferLength) noexcept {
   return shaCrypt<Sha512Scheme>(key, keyLength, salt, saltLength, rounds, roundsCustom, buffer,
                                 bufferLength);

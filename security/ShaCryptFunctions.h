@@ -9,12 +9,24 @@
 // buffers of fixed size whatever the key and salt lengths, and every value
 // derived from the key is overwritten with zero bytes before returning.
 //
+// The digests are Sha256 and Sha512 (Sha2.h). The rounds loop lays out
+// each of a round's eight message shapes once, padded with Sha2::pad, and
+// per round only copies the running digest in and calls the compression
+// on the prepared blocks; the constant blocks in front of the digest are
+// compressed once. Messages too long for the fixed layout (keys of more
+// than about 200 bytes) are written block by block instead.
+//
 // Thread safety: reentrant; the only shared data are constant tables.
 #pragma once
 
 #include <cstddef>
 
 namespace korvane::security {
+
+// The range of rounds counts: the functions below clamp a count into it,
+// ShaCrypt refuses one outside it.
+inline constexpr std::size_t kShaCryptLeastRounds = 1000;
+inline constexpr std::size_t kShaCryptMostRounds = 999999999;
 
 // key, keyLength: the password bytes, any bytes (NUL included), not
 //   NUL-terminated; key may be null when keyLength is 0.
@@ -32,13 +44,13 @@ using CryptFunction = char*(const char* key, std::size_t keyLength, const char* 
                             char* buffer, std::size_t bufferLength);
 
 // The SHA-256 scheme: "$5$", 43 digest characters.
-char* sha256Crypt(const char* key, std::size_t keyLength, const char* salt,
-                  std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+char* sha256Crypt(const char* key, std::size_t keyLength, const char* salt, std::size_t saltLength,
+                  std::size_t rounds, bool roundsCustom, char* buffer,
                   std::size_t bufferLength) noexcept;
 
 // The SHA-512 scheme: "$6$", 86 digest characters.
-char* sha512Crypt(const char* key, std::size_t keyLength, const char* salt,
-                  std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
+char* sha512Crypt(const char* key, std::size_t keyLength, const char* salt, std::size_t saltLength,
+                  std::size_t rounds, bool roundsCustom, char* buffer,
                   std::size_t bufferLength) noexcept;
 
 }  // namespace korvane::security
