@@ -10,7 +10,7 @@ namespace korvane::lineEdit {
 
 namespace {
 
-constexpr char32_t kCombiningMarks[] = {
+constexpr char32_t combiningMarkTable[] = {
 #include "lineEdit/CombiningMarks.inc"
 };
 
@@ -20,7 +20,7 @@ struct CodePointRange {
 };
 
 // East Asian wide and full-width ranges, inclusive, ascending.
-constexpr std::array<CodePointRange, 32> kWideRanges{{
+constexpr std::array<CodePointRange, 32> wideRanges{{
     {0x1100, 0x115F},   {0x2329, 0x232A},   {0x2E80, 0x2E99},
     {0x2E9B, 0x2EF3},   {0x2F00, 0x2FD5},   {0x2FF0, 0x2FFB},
     {0x3000, 0x303E},   {0x3041, 0x3096},   {0x3099, 0x30FF},
@@ -51,9 +51,9 @@ std::size_t escapeSequenceLength(std::string_view text, std::size_t offset) {
       text[offset + 1] != '[') {
     return 0;
   }
-  constexpr std::string_view kFinalLetters = "ABCDEFGHJKSTfm";
+  constexpr std::string_view finalLetters = "ABCDEFGHJKSTfm";
   for (std::size_t i = offset + 2; i < text.size(); ++i) {
-    if (kFinalLetters.find(text[i]) != std::string_view::npos) {
+    if (finalLetters.find(text[i]) != std::string_view::npos) {
       return i + 1 - offset;
     }
   }
@@ -65,17 +65,17 @@ std::size_t escapeSequenceLength(std::string_view text, std::size_t offset) {
 // Both tables are sorted, so a binary search gives the same answer as a scan
 // at a fraction of the cost; refreshes measure the whole line on every key.
 bool isCombiningMark(char32_t codePoint) {
-  return codePoint >= kCombiningMarks[0] &&
-         std::binary_search(std::begin(kCombiningMarks),
-                            std::end(kCombiningMarks), codePoint);
+  return codePoint >= combiningMarkTable[0] &&
+         std::binary_search(std::begin(combiningMarkTable),
+                            std::end(combiningMarkTable), codePoint);
 }
 
 bool isWideCharacter(char32_t codePoint) {
-  if (codePoint < kWideRanges.front().first) return false;
+  if (codePoint < wideRanges.front().first) return false;
   const auto range = std::lower_bound(
-      kWideRanges.begin(), kWideRanges.end(), codePoint,
+      wideRanges.begin(), wideRanges.end(), codePoint,
       [](const CodePointRange& r, char32_t value) { return r.last < value; });
-  return range != kWideRanges.end() && range->first <= codePoint;
+  return range != wideRanges.end() && range->first <= codePoint;
 }
 
 std::size_t codePointColumns(char32_t codePoint) {
@@ -154,6 +154,6 @@ std::size_t previousCharacterStart(std::string_view text, std::size_t offset) {
   return offset;
 }
 
-std::span<const char32_t> combiningMarks() { return kCombiningMarks; }
+std::span<const char32_t> combiningMarks() { return combiningMarkTable; }
 
 }  // namespace korvane::lineEdit

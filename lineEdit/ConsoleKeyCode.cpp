@@ -8,9 +8,9 @@ namespace korvane::lineEdit {
 namespace {
 
 // Control-key state bits and virtual-key codes of the Windows console.
-constexpr std::uint32_t kRightAltPressed = 0x0001;
-constexpr std::uint32_t kRightCtrlPressed = 0x0004;
-constexpr std::uint32_t kLeftCtrlPressed = 0x0008;
+constexpr std::uint32_t rightAltPressed = 0x0001;
+constexpr std::uint32_t rightCtrlPressed = 0x0004;
+constexpr std::uint32_t leftCtrlPressed = 0x0008;
 
 // Ctrl with a letter: the letters that are editing commands become their
 // control codes, every other key is dropped.
@@ -63,8 +63,8 @@ std::optional<KeyCode> consoleKeyCode(const KeyEvent& event, const ReadInputByte
   if (!event.keyDown) return std::nullopt;
   const std::uint32_t controls = event.controlKeyState;
   // The mask 0x9 (right Alt, left Ctrl) leaves the right Ctrl key alone.
-  if ((controls & (kLeftCtrlPressed | kRightCtrlPressed)) != 0 &&
-      (controls & (kRightAltPressed | kLeftCtrlPressed)) == 0) {
+  if ((controls & (leftCtrlPressed | rightCtrlPressed)) != 0 &&
+      (controls & (rightAltPressed | leftCtrlPressed)) == 0) {
     return controlCodeForLetter(event.character);
   }
   const KeyCode code = codeForVirtualKey(event.virtualKeyCode);

@@ -12,15 +12,15 @@ namespace korvane::lineEdit {
 
 namespace {
 
-constexpr unsigned char kBell = 7;
-constexpr unsigned char kShiftOut = 14;
-constexpr unsigned char kShiftIn = 15;
-constexpr unsigned char kEscape = 27;
+constexpr unsigned char bell = 7;
+constexpr unsigned char shiftOut = 14;
+constexpr unsigned char shiftIn = 15;
+constexpr unsigned char escape = 27;
 
 // DEC special graphics for the bytes 0x5F to 0x7E while shift-out is on.
-constexpr unsigned char kLineDrawingFirst = 0x5F;
-constexpr unsigned char kLineDrawingLast = 0x7E;
-constexpr std::array<char16_t, 32> kLineDrawing = {
+constexpr unsigned char lineDrawingFirst = 0x5F;
+constexpr unsigned char lineDrawingLast = 0x7E;
+constexpr std::array<char16_t, 32> lineDrawing = {
     u'\u0020', u'\u2666', u'\u2592', u'\u2409', u'\u240C', u'\u240D', u'\u240A', u'\u00B0',
     u'\u00B1', u'\u2424', u'\u240B', u'\u2518', u'\u2510', u'\u250C', u'\u2514', u'\u253C',
     u'\u00AF', u'\u25AC', u'\u2500', u'\u005F', u'\u005F', u'\u251C', u'\u2524', u'\u2534',
@@ -30,13 +30,13 @@ constexpr std::array<char16_t, 32> kLineDrawing = {
 // Console attribute bits of the ANSI colour indexes (black, red, green,
 // yellow, blue, magenta, cyan, white). The table is its own inverse, so it
 // also maps attribute bits back to indexes.
-constexpr std::array<std::uint16_t, 8> kForeground = {0, 4, 2, 6, 1, 5, 3, 7};
-constexpr std::array<std::uint16_t, 8> kBackground = {0x00, 0x40, 0x20, 0x60, 0x10, 0x50, 0x30, 0x70};
-constexpr std::uint16_t kBold = 0x08;
-constexpr std::uint16_t kUnderline = 0x80;
+constexpr std::array<std::uint16_t, 8> foreground = {0, 4, 2, 6, 1, 5, 3, 7};
+constexpr std::array<std::uint16_t, 8> background = {0x00, 0x40, 0x20, 0x60, 0x10, 0x50, 0x30, 0x70};
+constexpr std::uint16_t bold = 0x08;
+constexpr std::uint16_t underline = 0x80;
 
 // Longest title the 't' report carries.
-constexpr std::size_t kMaxTitleReport = 515;
+constexpr std::size_t maxTitleReport = 515;
 
 constexpr bool isDigit(unsigned char byte) noexcept { return byte >= '0' && byte <= '9'; }
 
@@ -126,11 +126,11 @@ std::size_t ConsoleWriter::feed(Console& console, std::string_view bytes, std::s
   const auto byte = static_cast<unsigned char>(bytes[index]);
   switch (state_) {
     case State::normal:
-      if (byte == kEscape) {
+      if (byte == escape) {
         state_ = State::escape;
-      } else if (byte == kShiftOut) {
+      } else if (byte == shiftOut) {
         shiftOut_ = true;
-      } else if (byte == kShiftIn) {
+      } else if (byte == shiftIn) {
         shiftOut_ = false;
       } else {
         return feedText(console, bytes, index);
@@ -157,8 +157,8 @@ std::size_t ConsoleWriter::feed(Console& console, std::string_view bytes, std::s
 
 std::size_t ConsoleWriter::feedText(Console& console, std::string_view bytes, std::size_t index) {
   const auto lead = static_cast<unsigned char>(bytes[index]);
-  if (shiftOut_ && lead >= kLineDrawingFirst && lead <= kLineDrawingLast) {
-    append(console, std::u16string_view(&kLineDrawing[lead - kLineDrawingFirst], 1));
+  if (shiftOut_ && lead >= lineDrawingFirst && lead <= lineDrawingLast) {
+    append(console, std::u16string_view(&lineDrawing[lead - lineDrawingFirst], 1));
     return index + 1;
   }
   if (lead < 0x80) {
@@ -181,7 +181,7 @@ std::size_t ConsoleWriter::feedText(Console& console, std::string_view bytes, st
 }
 
 void ConsoleWriter::feedEscape(Console& console, unsigned char byte) {
-  if (byte == kEscape) {
+  if (byte == escape) {
     return;
   }
   if (byte == '[' || byte == ']') {
@@ -248,9 +248,9 @@ void ConsoleWriter::feedParameters(Console& console, unsigned char byte) {
 
 void ConsoleWriter::feedString(Console& console, unsigned char byte) {
   const bool afterEscape = stringAfterEscape_;
-  stringAfterEscape_ = byte == kEscape;
-  if (byte == kBell || (byte == '\\' && afterEscape)) {
-    if (byte == '\\' && stringLength_ > 0 && string_[stringLength_ - 1] == kEscape) {
+  stringAfterEscape_ = byte == escape;
+  if (byte == bell || (byte == '\\' && afterEscape)) {
+    if (byte == '\\' && stringLength_ > 0 && string_[stringLength_ - 1] == escape) {
       string_[--stringLength_] = 0;
     }
     state_ = State::normal;
@@ -440,8 +440,8 @@ void ConsoleWriter::interpretControl(Console& console) {
       break;
     case 't':
       if (parameterCount_ == 1 && parameters_[0] == 21) {
-        std::array<char16_t, kMaxTitleReport + 1> title{};
-        const std::size_t length = std::min(console.getTitle(title), kMaxTitleReport);
+        std::array<char16_t, maxTitleReport + 1> title{};
+        const std::size_t length = std::min(console.getTitle(title), maxTitleReport);
         std::u16string reply = u"\x1b]l";
         reply.append(title.data(), length);
         reply += u"\x1b\\";
@@ -465,11 +465,11 @@ void ConsoleWriter::selectGraphicRendition(Console& console) {
     } else if (p >= 40 && p <= 47) {
       background_ = static_cast<std::uint8_t>(p - 40);
     } else if (p == 1) {
-      bold_ = kBold;
+      bold_ = bold;
     } else if (p == 21 || p == 22) {
       bold_ = 0;
     } else if (p == 4 || p == 5) {
-      underline_ = kUnderline;
+      underline_ = underline;
     } else if (p == 24 || p == 25) {
       underline_ = 0;
     } else if (p == 7) {
@@ -483,15 +483,15 @@ void ConsoleWriter::selectGraphicRendition(Console& console) {
     } else if (p == 0 || p == 39 || p == 49) {
       const auto value = static_cast<std::uint32_t>(readDefaultAttribute(console));
       if (p != 49) {
-        foreground_ = static_cast<std::uint8_t>(kForeground[value & 7]);
+        foreground_ = static_cast<std::uint8_t>(foreground[value & 7]);
       }
       if (p != 39) {
-        background_ = static_cast<std::uint8_t>(kForeground[(value >> 4) & 7]);
+        background_ = static_cast<std::uint8_t>(foreground[(value >> 4) & 7]);
       }
       if (p == 0) {
         const bool only = parameterCount_ == 1;
-        bold_ = only ? static_cast<std::uint16_t>(value & kBold) : 0;
-        underline_ = only ? static_cast<std::uint16_t>(value & kUnderline) : 0;
+        bold_ = only ? static_cast<std::uint16_t>(value & bold) : 0;
+        underline_ = only ? static_cast<std::uint16_t>(value & underline) : 0;
         reverse_ = false;
         concealed_ = false;
       }
@@ -518,17 +518,17 @@ std::int32_t ConsoleWriter::readDefaultAttribute(Console& console) {
 std::uint16_t ConsoleWriter::composeAttribute() const {
   std::uint16_t attribute = 0;
   if (concealed_ && reverse_) {
-    attribute = kBackground[foreground_] | kForeground[foreground_];
-    if (bold_ != 0) attribute |= kBold | kUnderline;
+    attribute = background[foreground_] | foreground[foreground_];
+    if (bold_ != 0) attribute |= bold | underline;
   } else if (concealed_) {
-    attribute = kBackground[background_] | kForeground[background_];
-    if (underline_ != 0) attribute |= kBold | kUnderline;
+    attribute = background[background_] | foreground[background_];
+    if (underline_ != 0) attribute |= bold | underline;
   } else if (reverse_) {
-    attribute = kForeground[background_] | kBackground[foreground_];
-    if (bold_ != 0) attribute |= kUnderline;
-    if (underline_ != 0) attribute |= kBold;
+    attribute = foreground[background_] | background[foreground_];
+    if (bold_ != 0) attribute |= underline;
+    if (underline_ != 0) attribute |= bold;
   } else {
-    attribute = kBackground[background_] | kForeground[foreground_] | underline_ | bold_;
+    attribute = background[background_] | foreground[foreground_] | underline_ | bold_;
   }
   if (defaultReversed_) {
     attribute = static_cast<std::uint16_t>(((attribute >> 4) & 0x0F) | ((attribute & 0x0F) << 4));

@@ -22,7 +22,7 @@ class EditBuffer {
   std::span<char> span() { return bytes_; }
 
  private:
-  std::array<char, EditLoop::kBufferSize> bytes_{};
+  std::array<char, EditLoop::bufferSize> bytes_{};
 };
 
 }  // namespace korvane::lineEdit

@@ -14,7 +14,7 @@ namespace korvane::lineEdit {
 
 namespace {
 
-constexpr std::string_view kClearScreen = "\x1b[H\x1b[2J";
+constexpr std::string_view clearScreenSequence = "\x1b[H\x1b[2J";
 
 // Wipes a string that may hold typed text once it has been written.
 class WipeOnExit {
@@ -58,11 +58,11 @@ int EditLoop::run(std::span<char> buffer, std::string_view prompt) {
       key = utils::string::replacementCharacter;  // a low surrogate without its high half
     }
     switch (handleKey(key)) {
-      case Step::kContinue:
+      case Step::proceed:
         break;
-      case Step::kAccept:
+      case Step::accept:
         return static_cast<int>(len_);
-      case Step::kFail:
+      case Step::fail:
         return -1;
     }
   }
@@ -71,65 +71,65 @@ int EditLoop::run(std::span<char> buffer, std::string_view prompt) {
 EditLoop::Step EditLoop::handleKey(KeyCode key) {
   switch (key) {
     case 0:
-      return Step::kContinue;  // a NUL would end the line early; ignore it
+      return Step::proceed;  // a NUL would end the line early; ignore it
     case keys::escape:
       // Escape sequences are the platform's to resolve: an ESC byte that
       // still got here is not part of a line.
-      return Step::kContinue;
+      return Step::proceed;
     case keys::enter:
       history_.removeNewest();
       if (settings_.multiLine && pos_ != len_) moveTo(len_);
-      return Step::kAccept;
+      return Step::accept;
     case keys::cancel:
       errno = EAGAIN;
-      return Step::kFail;
+      return Step::fail;
     case keys::deleteOrEnd:
       if (len_ == 0) {
         history_.removeNewest();
-        return Step::kFail;
+        return Step::fail;
       }
       deleteUnderCursor();
-      return Step::kContinue;
+      return Step::proceed;
     case keys::deleteCharacter:
       deleteUnderCursor();
-      return Step::kContinue;
+      return Step::proceed;
     case keys::backspace:
     case keys::backspace127:
       backspace();
-      return Step::kContinue;
+      return Step::proceed;
     case keys::home:
       moveTo(0);
-      return Step::kContinue;
+      return Step::proceed;
     case keys::end:
       moveTo(len_);
-      return Step::kContinue;
+      return Step::proceed;
     case keys::left:
       if (pos_ > 0) moveTo(previousCharacterStart(text(), pos_));
-      return Step::kContinue;
+      return Step::proceed;
     case keys::right:
       if (pos_ < len_) moveTo(nextCharacterEnd(text(), pos_));
-      return Step::kContinue;
+      return Step::proceed;
     case keys::killToEnd:
       killToEnd();
-      return Step::kContinue;
+      return Step::proceed;
     case keys::killLine:
       killLine();
-      return Step::kContinue;
+      return Step::proceed;
     case keys::killWord:
       killPreviousWord();
-      return Step::kContinue;
+      return Step::proceed;
     case keys::transpose:
       transpose();
-      return Step::kContinue;
+      return Step::proceed;
     case keys::clearScreen:
       clearScreen();
-      return Step::kContinue;
+      return Step::proceed;
     case keys::up:
       historyStep(true);
-      return Step::kContinue;
+      return Step::proceed;
     case keys::down:
       historyStep(false);
-      return Step::kContinue;
+      return Step::proceed;
     default:
       return insert(key);
   }
@@ -140,7 +140,7 @@ EditLoop::Step EditLoop::insert(char32_t codePoint) {
   const std::size_t count = utils::string::encodeUtf8(codePoint, bytes);
   // A character that does not fit whole is dropped: the line never exceeds
   // the usable length, so the terminating NUL always fits.
-  if (len_ + count > usable_) return Step::kContinue;
+  if (len_ + count > usable_) return Step::proceed;
 
   const bool atEnd = pos_ == len_;
   std::memmove(&buffer_[pos_ + count], &buffer_[pos_], len_ - pos_);
@@ -158,11 +158,11 @@ EditLoop::Step EditLoop::insert(char32_t codePoint) {
             : std::string(bytes.data(), count);
     const WipeOnExit wipe(echo);
     utils::core::secureZero(std::span<char>(bytes));
-    return terminal_.write(echo) ? Step::kContinue : Step::kFail;
+    return terminal_.write(echo) ? Step::proceed : Step::fail;
   }
   utils::core::secureZero(std::span<char>(bytes));
   refresh();
-  return Step::kContinue;
+  return Step::proceed;
 }
 
 void EditLoop::deleteUnderCursor() {
@@ -215,7 +215,7 @@ void EditLoop::transpose() {
 }
 
 void EditLoop::clearScreen() {
-  terminal_.write(kClearScreen);
+  terminal_.write(clearScreenSequence);
   refresh();
 }
 

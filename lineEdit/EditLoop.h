@@ -26,7 +26,7 @@ namespace korvane::lineEdit {
 class EditLoop {
  public:
   // The buffer size the raw line reader uses: at most 4095 bytes of text.
-  static constexpr std::size_t kBufferSize = 4096;
+  static constexpr std::size_t bufferSize = 4096;
 
   EditLoop(EditTerminal& terminal, const EditSettings& settings,
            History& history);
@@ -40,11 +40,11 @@ class EditLoop {
   // write's errno when the prompt or a directly echoed key could not be
   // written. When no key can be read any more, the line as it stands is
   // returned as if Enter had been pressed.
-  // REQUIRES: !buffer.empty(), buffer.size() <= kBufferSize
+  // REQUIRES: !buffer.empty(), buffer.size() <= bufferSize
   int run(std::span<char> buffer, std::string_view prompt);
 
  private:
-  enum class Step { kContinue, kAccept, kFail };
+  enum class Step { proceed, accept, fail };
 
   std::string_view text() const { return {buffer_.data(), len_}; }
 

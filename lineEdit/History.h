@@ -1,5 +1,5 @@
 // The line editor's history: previously entered lines, oldest first, at most
-// kMaxLength entries. The newest entry is the line being edited while an edit
+// maxLength entries. The newest entry is the line being edited while an edit
 // loop runs. Entries may have held typed secrets, so every entry is zeroed
 // before its storage is released.
 //
@@ -16,7 +16,7 @@ namespace korvane::lineEdit {
 
 class History {
  public:
-  static constexpr std::size_t kMaxLength = 100;
+  static constexpr std::size_t historyMaxLength = 100;
 
   History() = default;
   explicit History(std::size_t maxLength) : maxLength_(maxLength) {}
@@ -46,7 +46,7 @@ class History {
 
  private:
   std::vector<std::string> entries_;
-  std::size_t maxLength_ = kMaxLength;
+  std::size_t maxLength_ = historyMaxLength;
 };
 
 }  // namespace korvane::lineEdit

@@ -19,7 +19,7 @@ namespace {
 struct SharedState {
   std::mutex mutex;
   EditSettings settings;
-  History history{History::kMaxLength};
+  History history{History::historyMaxLength};
   const LineEditor* owner = nullptr;
 };
 

@@ -7,12 +7,15 @@ namespace korvane::lineEdit {
 
 namespace {
 
-constexpr char16_t kBell = 7;
-constexpr char16_t kBackspace = 8;
-constexpr char16_t kTab = 9;
-constexpr char16_t kLineFeed = 10;
-constexpr char16_t kCarriageReturn = 13;
-constexpr int kTabWidth = 8;
+// The control characters the console acts on.
+namespace control {
+constexpr char16_t bell = 7;
+constexpr char16_t backspace = 8;
+constexpr char16_t tab = 9;
+constexpr char16_t lineFeed = 10;
+constexpr char16_t carriageReturn = 13;
+}  // namespace control
+constexpr int tabWidth = 8;
 
 void appendUtf8(std::string& out, char32_t c) {
   if (c < 0x80) {
@@ -181,22 +184,22 @@ bool MemoryConsole::writeText(std::u16string_view text) {
   cursorVisibleAtLastWrite_ = cursorInfo_.visible;
   for (const char16_t unit : text) {
     switch (unit) {
-      case kBell:
+      case control::bell:
         break;
-      case kBackspace:
+      case control::backspace:
         if (cursor_.x > 0) {
           --cursor_.x;
         }
         break;
-      case kTab:
+      case control::tab:
         do {
           putCharacter(u' ');
-        } while (cursor_.x % kTabWidth != 0);
+        } while (cursor_.x % tabWidth != 0);
         break;
-      case kLineFeed:
+      case control::lineFeed:
         lineFeed();
         break;
-      case kCarriageReturn:
+      case control::carriageReturn:
         cursor_.x = 0;
         break;
       default:

@@ -14,13 +14,13 @@ namespace korvane::lineEdit {
 namespace {
 
 // A plain line read stops here; the rest stays for the next read.
-constexpr std::size_t kMaxPlainLineLength = EditLoop::kBufferSize;
+constexpr std::size_t maxPlainLineLength = EditLoop::bufferSize;
 
 // Byte by byte, so that nothing after the line is taken from the input.
 void readPlainLine(std::string& line) {
-  line.reserve(kMaxPlainLineLength);  // no reallocation leaves copies behind
+  line.reserve(maxPlainLineLength);  // no reallocation leaves copies behind
   char byte = 0;
-  while (line.size() < kMaxPlainLineLength && RawTerminal::readInputByte(byte) && byte != '\n') {
+  while (line.size() < maxPlainLineLength && RawTerminal::readInputByte(byte) && byte != '\n') {
     line.push_back(byte);
   }
 }

@@ -21,7 +21,7 @@ namespace korvane::lineEdit {
 
 namespace {
 
-constexpr std::array<int, 3> kTerminatingSignals = {SIGTERM, SIGHUP, SIGQUIT};
+constexpr std::array<int, 3> terminatingSignals = {SIGTERM, SIGHUP, SIGQUIT};
 
 // Process-wide reader state. The signal handler reads it, so it is plain
 // data with static storage and the raw-mode flag is a sig_atomic_t.
@@ -29,8 +29,8 @@ struct ReaderState {
   termios savedMode{};
   volatile std::sig_atomic_t rawMode = 0;
   bool exitHandlerRegistered = false;
-  std::array<struct sigaction, kTerminatingSignals.size()> previousActions{};
-  std::array<bool, kTerminatingSignals.size()> handlerInstalled{};
+  std::array<struct sigaction, terminatingSignals.size()> previousActions{};
+  std::array<bool, terminatingSignals.size()> handlerInstalled{};
 };
 
 ReaderState state;
@@ -50,8 +50,8 @@ void restoreAtExit() { restoreTerminal(TCSADRAIN); }
 void onTerminatingSignal(int signal) {
   const int savedErrno = errno;
   restoreTerminal(TCSANOW);
-  for (std::size_t i = 0; i < kTerminatingSignals.size(); ++i) {
-    if (kTerminatingSignals[i] == signal && state.handlerInstalled[i]) {
+  for (std::size_t i = 0; i < terminatingSignals.size(); ++i) {
+    if (terminatingSignals[i] == signal && state.handlerInstalled[i]) {
       sigaction(signal, &state.previousActions[i], nullptr);
       state.handlerInstalled[i] = false;
     }
@@ -65,19 +65,19 @@ void installSignalHandlers() {
   action.sa_handler = onTerminatingSignal;
   sigfillset(&action.sa_mask);
   action.sa_flags = SA_RESTART;
-  for (std::size_t i = 0; i < kTerminatingSignals.size(); ++i) {
+  for (std::size_t i = 0; i < terminatingSignals.size(); ++i) {
     struct sigaction& previous = state.previousActions[i];
-    if (sigaction(kTerminatingSignals[i], nullptr, &previous) != 0) continue;
+    if (sigaction(terminatingSignals[i], nullptr, &previous) != 0) continue;
     if (previous.sa_handler == SIG_IGN) continue;  // the signal can't end us
     state.handlerInstalled[i] =
-        sigaction(kTerminatingSignals[i], &action, nullptr) == 0;
+        sigaction(terminatingSignals[i], &action, nullptr) == 0;
   }
 }
 
 void removeSignalHandlers() {
-  for (std::size_t i = 0; i < kTerminatingSignals.size(); ++i) {
+  for (std::size_t i = 0; i < terminatingSignals.size(); ++i) {
     if (state.handlerInstalled[i]) {
-      sigaction(kTerminatingSignals[i], &state.previousActions[i], nullptr);
+      sigaction(terminatingSignals[i], &state.previousActions[i], nullptr);
       state.handlerInstalled[i] = false;
     }
   }
@@ -113,15 +113,15 @@ class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
     for (;;) {
       pollfd input{STDIN_FILENO, POLLIN, 0};
       const int ready = poll(&input, 1, timeoutMilliseconds);
-      if (ready == 0) return Result::kTimeout;
+      if (ready == 0) return Result::timeout;
       if (ready < 0) {
         if (errno == EINTR) continue;
-        return Result::kEnd;
+        return Result::end;
       }
       const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
-      if (count == 1) return Result::kByte;
+      if (count == 1) return Result::byte;
       if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-      return Result::kEnd;
+      return Result::end;
     }
   }
 };

@@ -12,10 +12,10 @@ namespace korvane::lineEdit {
 
 namespace {
 
-constexpr unsigned char kEscape = 27;
+constexpr unsigned char escape = 27;
 
 // Longest escape sequence read before it is given up as noise.
-constexpr std::size_t kMaxSequenceLength = 32;
+constexpr std::size_t maxSequenceLength = 32;
 
 bool isParameterByte(unsigned char byte) { return byte >= 0x30 && byte <= 0x3F; }
 bool isIntermediateByte(unsigned char byte) { return byte >= 0x20 && byte <= 0x2F; }
@@ -48,9 +48,9 @@ bool TerminalKeyDecoder::readKey(KeyCode& key) {
   }
   for (;;) {
     unsigned char byte = 0;
-    if (next(byte, -1) != Result::kByte) return false;
+    if (next(byte, -1) != Result::byte) return false;
     char32_t code = 0;
-    if (byte == kEscape) {
+    if (byte == escape) {
       code = decodeEscape();
     } else if (byte == '\n') {
       code = keys::enter;
@@ -73,7 +73,7 @@ TerminalKeyDecoder::Result TerminalKeyDecoder::next(unsigned char& byte,
     hasPushedBack_ = false;
     byte = pushedBack_;
     pushedBack_ = 0;
-    return Result::kByte;
+    return Result::byte;
   }
   return source_.read(byte, timeoutMilliseconds);
 }
@@ -85,12 +85,12 @@ void TerminalKeyDecoder::pushBack(unsigned char byte) {
 
 char32_t TerminalKeyDecoder::decodeEscape() {
   unsigned char byte = 0;
-  if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) {
+  if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) {
     return keys::cancel;  // a lone ESC: the Escape key
   }
   if (byte == '[') return decodeControlSequence();
   if (byte == 'O') {
-    if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
+    if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;
     const KeyCode key = keys::forSingleShiftFinal(static_cast<char>(byte));
     if (key != 0) return key;
     if (!isFinalByte(byte)) pushBack(byte);
@@ -103,13 +103,13 @@ char32_t TerminalKeyDecoder::decodeEscape() {
 }
 
 char32_t TerminalKeyDecoder::decodeControlSequence() {
-  char parameters[kMaxSequenceLength] = {};
+  char parameters[maxSequenceLength] = {};
   std::size_t parameterCount = 0;
   bool wellFormed = true;  // parameters, then intermediates, then the final
   bool sawIntermediate = false;
-  for (std::size_t length = 0; length < kMaxSequenceLength; ++length) {
+  for (std::size_t length = 0; length < maxSequenceLength; ++length) {
     unsigned char byte = 0;
-    if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
+    if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;
     if (isParameterByte(byte)) {
       if (sawIntermediate) wellFormed = false;
       parameters[parameterCount++] = static_cast<char>(byte);
@@ -134,7 +134,7 @@ char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
   const std::size_t length = utils::string::utf8SequenceLength(lead);
   for (std::size_t i = 1; i < length; ++i) {
     unsigned char byte = 0;
-    if (next(byte, kSequenceTimeoutMilliseconds) != Result::kByte) return 0;
+    if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;
     if (!utils::string::isUtf8Continuation(byte)) {
       pushBack(byte);  // the start of the next key
       return 0;

@@ -24,17 +24,17 @@ class TerminalKeyDecoder {
   // Where the bytes come from.
   class ByteSource {
    public:
-    enum class Result { kByte, kTimeout, kEnd };
+    enum class Result { byte, timeout, end };
 
     virtual ~ByteSource() = default;
 
     // Reads one byte, waiting at most timeoutMilliseconds (without limit when
-    // negative). kEnd means end of input or a read error.
+    // negative). end means end of input or a read error.
     virtual Result read(unsigned char& byte, int timeoutMilliseconds) = 0;
   };
 
   // How long the bytes of one key may lag behind each other.
-  static constexpr int kSequenceTimeoutMilliseconds = 100;
+  static constexpr int sequenceTimeoutMilliseconds = 100;
 
   explicit TerminalKeyDecoder(ByteSource& source);
   TerminalKeyDecoder(const TerminalKeyDecoder&) = delete;

@@ -62,7 +62,7 @@ struct Sha2Implementation {
   // A short name for tests and benchmarks ("sha-ni", "bmi2", "portable").
   const char* name;
   // Folds `blockCount` whole blocks into `state`, using `scratch` (the
-  // traits' kScratchWords words, 64-byte aligned) as working space.
+  // traits' scratchWords words, 64-byte aligned) as working space.
   void (*compressBlocks)(State& state, const unsigned char* blocks, std::size_t blockCount,
                          Word* scratch) noexcept;
 };
@@ -72,23 +72,23 @@ class Sha2 {
  public:
   using Word = typename Traits::Word;
   using Implementation = Sha2Implementation<Word>;
-  static constexpr std::size_t kDigestLength = 8 * sizeof(Word);
-  static constexpr std::size_t kBlockLength = 16 * sizeof(Word);
-  static constexpr std::size_t kRounds = Traits::kRounds;
+  static constexpr std::size_t digestLength = 8 * sizeof(Word);
+  static constexpr std::size_t blockLength = 16 * sizeof(Word);
+  static constexpr std::size_t rounds = Traits::rounds;
 
-  using Digest = std::array<unsigned char, kDigestLength>;
+  using Digest = std::array<unsigned char, digestLength>;
   using State = std::array<Word, 8>;
   // The count of message bytes as two words, low word first.
   using ByteCount = std::array<Word, 2>;
 
   // The initial chaining words of the standard.
-  static constexpr State kInitialState = Traits::kInitialState;
+  static constexpr State initialState = Traits::initialState;
 
   Sha2() noexcept { init(); }
 
   // Resets to the standard initial hash values with nothing processed.
   void init() noexcept {
-    state_ = kInitialState;
+    state_ = initialState;
     total_ = {0, 0};
     buffered_ = 0;
   }
@@ -101,7 +101,7 @@ class Sha2 {
 
   // Pads the message, writes the digest and leaves the context to be
   // re-initialised with init() before it is used again.
-  void finish(std::span<unsigned char, kDigestLength> digest) noexcept {
+  void finish(std::span<unsigned char, digestLength> digest) noexcept {
     compress(state_, buffer_.data(), pad(buffer_.data(), buffered_, total_));
     storeDigest(state_, digest);
   }
@@ -142,24 +142,24 @@ class Sha2 {
   // message length in bits (2 * sizeof(Word) bytes) at the end of the
   // first block that has room for it. Returns the number of blocks to
   // compress from `area`.
-  // REQUIRES: used + 1 + 2 * sizeof(Word) <= 2 * kBlockLength, and area
+  // REQUIRES: used + 1 + 2 * sizeof(Word) <= 2 * blockLength, and area
   // holds that many blocks.
   static std::size_t pad(unsigned char* area, std::size_t used, const ByteCount& count) noexcept {
-    constexpr std::size_t kLengthField = 2 * sizeof(Word);
-    constexpr unsigned kWordBits = 8 * sizeof(Word);
-    const std::size_t blocks = used + 1 + kLengthField <= kBlockLength ? 1 : 2;
-    const std::size_t end = blocks * kBlockLength;
+    constexpr std::size_t lengthField = 2 * sizeof(Word);
+    constexpr unsigned wordBits = 8 * sizeof(Word);
+    const std::size_t blocks = used + 1 + lengthField <= blockLength ? 1 : 2;
+    const std::size_t end = blocks * blockLength;
     area[used] = 0x80;
-    std::memset(area + used + 1, 0, end - kLengthField - used - 1);
-    storeBigEndian<Word>(area + end - kLengthField,
-                         static_cast<Word>((count[1] << 3) | (count[0] >> (kWordBits - 3))));
+    std::memset(area + used + 1, 0, end - lengthField - used - 1);
+    storeBigEndian<Word>(area + end - lengthField,
+                         static_cast<Word>((count[1] << 3) | (count[0] >> (wordBits - 3))));
     storeBigEndian<Word>(area + end - sizeof(Word), static_cast<Word>(count[0] << 3));
     return blocks;
   }
 
   // Writes the chaining words as the digest.
   static void storeDigest(const State& state,
-                          std::span<unsigned char, kDigestLength> digest) noexcept {
+                          std::span<unsigned char, digestLength> digest) noexcept {
     for (std::size_t i = 0; i < state.size(); ++i) {
       storeBigEndian<Word>(digest.data() + sizeof(Word) * i, state[i]);
     }
@@ -168,7 +168,7 @@ class Sha2 {
   // Working space of the compression function. It holds words derived
   // from the message; wipe() it when that is secret.
   struct Scratch {
-    alignas(64) std::array<Word, Traits::kScratchWords> words;
+    alignas(64) std::array<Word, Traits::scratchWords> words;
     void wipe() noexcept {
       // Whole-word volatile stores: the same guarantee as a byte-wise wipe
       // at a fraction of its cost, which matters since every digest pays it.
@@ -180,7 +180,7 @@ class Sha2 {
   // The compression function: folds `blockCount` whole blocks into
   // `state`. For callers that lay out padded messages themselves. This
   // form wipes its working space before returning.
-  // REQUIRES: blocks holds blockCount * kBlockLength bytes.
+  // REQUIRES: blocks holds blockCount * blockLength bytes.
   static void compress(State& state, const unsigned char* blocks, std::size_t blockCount) noexcept {
     Scratch scratch;
     compress(state, blocks, blockCount, scratch);
@@ -222,7 +222,7 @@ class Sha2 {
   ByteCount total_;
   std::size_t buffered_;
   // Two blocks, so that the padding can spill into a second one.
-  alignas(16) std::array<unsigned char, 2 * kBlockLength> buffer_;
+  alignas(16) std::array<unsigned char, 2 * blockLength> buffer_;
 };
 
 template <typename Traits>
@@ -232,19 +232,19 @@ void Sha2<Traits>::update(std::span<const unsigned char> bytes) noexcept {
   if (length == 0) return;
   addToCount(total_, length);
   if (buffered_ > 0) {
-    const std::size_t take = std::min(length, kBlockLength - buffered_);
+    const std::size_t take = std::min(length, blockLength - buffered_);
     std::memcpy(buffer_.data() + buffered_, data, take);
     buffered_ += take;
     data += take;
     length -= take;
-    if (buffered_ < kBlockLength) return;
+    if (buffered_ < blockLength) return;
     compress(state_, buffer_.data(), 1);
     buffered_ = 0;
   }
-  if (length >= kBlockLength) {
-    compress(state_, data, length / kBlockLength);
-    data += length - length % kBlockLength;
-    length %= kBlockLength;
+  if (length >= blockLength) {
+    compress(state_, data, length / blockLength);
+    data += length - length % blockLength;
+    length %= blockLength;
   }
   if (length > 0) {
     std::memcpy(buffer_.data(), data, length);

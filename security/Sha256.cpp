@@ -65,14 +65,14 @@ KORVANE_SHA_NI inline void fourRounds(ShaNiState& s, __m128i kw) noexcept {
 
 KORVANE_SHA_NI inline __m128i roundConstants(std::size_t group) noexcept {
   return _mm_load_si128(
-      reinterpret_cast<const __m128i*>(Sha256Traits::kRoundConstants.data() + 4 * group));
+      reinterpret_cast<const __m128i*>(Sha256Traits::roundConstants.data() + 4 * group));
 }
 
 KORVANE_SHA_NI void compressBlocksShaNi(State& state, const unsigned char* blocks,
                                         std::size_t blockCount, Word*) noexcept {
   const __m128i byteSwap = _mm_set_epi64x(0x0c0d0e0f08090a0bLL, 0x0405060700010203LL);
   ShaNiState s = loadShaNiState(state);
-  for (; blockCount > 0; --blockCount, blocks += Sha256::kBlockLength) {
+  for (; blockCount > 0; --blockCount, blocks += Sha256::blockLength) {
     const ShaNiState saved = s;
     // m[g & 3] holds the schedule words 4g..4g+3 of group g.
     __m128i m[4];

@@ -22,17 +22,17 @@ namespace korvane::security {
 
 struct Sha256Traits {
   using Word = std::uint32_t;
-  static constexpr std::size_t kRounds = 64;
+  static constexpr std::size_t rounds = 64;
   // The working space the implementations need: a ring of sixteen words.
-  static constexpr std::size_t kScratchWords = 16;
+  static constexpr std::size_t scratchWords = 16;
 
-  static constexpr std::array<Word, 8> kInitialState = {0x6a09e667, 0xbb67ae85, 0x3c6ef372,
+  static constexpr std::array<Word, 8> initialState = {0x6a09e667, 0xbb67ae85, 0x3c6ef372,
                                                         0xa54ff53a, 0x510e527f, 0x9b05688c,
                                                         0x1f83d9ab, 0x5be0cd19};
 
   // The first 32 bits of the fractional parts of the cube roots of the
   // first 64 primes.
-  alignas(64) static constexpr std::array<Word, kRounds> kRoundConstants = {
+  alignas(64) static constexpr std::array<Word, rounds> roundConstants = {
       0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4,
       0xab1c5ed5, 0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe,
       0x9bdc06a7, 0xc19bf174, 0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f,

@@ -37,7 +37,7 @@ namespace korvane::security::sha2rounds {
 
 // The compression implementations a processor supports, best first, as a
 // kind's traits list them: filled once when first asked for.
-template <typename Word, std::size_t kMost>
+template <typename Word, std::size_t most>
 class ImplementationList {
  public:
   void add(const Sha2Implementation<Word>& implementation) noexcept {
@@ -46,7 +46,7 @@ class ImplementationList {
   std::span<const Sha2Implementation<Word>> view() const noexcept { return {list_.data(), count_}; }
 
  private:
-  std::array<Sha2Implementation<Word>, kMost> list_{};
+  std::array<Sha2Implementation<Word>, most> list_{};
   std::size_t count_ = 0;
 };
 
@@ -100,7 +100,7 @@ KORVANE_SHA2_BODY void allRounds(std::array<Word, 8>& state, First&& first,
   Word ab0 = 0;
   Word ab1 = b ^ c;
   sixteenRounds<Traits>(a, b, c, d, e, f, g, h, ab0, ab1, first);
-  for (std::size_t r = 16; r < Traits::kRounds; r += 16) {
+  for (std::size_t r = 16; r < Traits::rounds; r += 16) {
     sixteenRounds<Traits>(a, b, c, d, e, f, g, h, ab0, ab1,
                           [&](std::size_t j) KORVANE_SHA2_LAMBDA { return later(r, j); });
   }
@@ -119,16 +119,16 @@ KORVANE_SHA2_BODY void allRounds(std::array<Word, 8>& state, First&& first,
 template <typename Traits, typename Word = typename Traits::Word>
 KORVANE_SHA2_BODY void compressRing(std::array<Word, 8>& state, const unsigned char* blocks,
                                     std::size_t blockCount, Word* w) noexcept {
-  for (; blockCount > 0; --blockCount, blocks += Sha2<Traits>::kBlockLength) {
+  for (; blockCount > 0; --blockCount, blocks += Sha2<Traits>::blockLength) {
     for (std::size_t i = 0; i < 16; ++i) w[i] = loadBigEndian<Word>(blocks + sizeof(Word) * i);
     allRounds<Traits>(
         state,
         [&](std::size_t j)
-            KORVANE_SHA2_LAMBDA { return static_cast<Word>(Traits::kRoundConstants[j] + w[j]); },
+            KORVANE_SHA2_LAMBDA { return static_cast<Word>(Traits::roundConstants[j] + w[j]); },
         [&](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA {
           w[j] = static_cast<Word>(w[j] + Traits::smallSigma1(w[(j + 14) & 15]) + w[(j + 9) & 15] +
                                    Traits::smallSigma0(w[(j + 1) & 15]));
-          return static_cast<Word>(Traits::kRoundConstants[r + j] + w[j]);
+          return static_cast<Word>(Traits::roundConstants[r + j] + w[j]);
         });
   }
 }

@@ -29,9 +29,9 @@ using Implementation = Sha2Implementation<Word>;
 // the vector unit works beside the integer rounds instead of adding to
 // their load.
 
-template <int kBits>
+template <int bits>
 inline __m128i rotateRight(__m128i x) noexcept {
-  return _mm_or_si128(_mm_srli_epi64(x, kBits), _mm_slli_epi64(x, 64 - kBits));
+  return _mm_or_si128(_mm_srli_epi64(x, bits), _mm_slli_epi64(x, 64 - bits));
 }
 
 inline __m128i load(const Word* words) noexcept {
@@ -53,7 +53,7 @@ KORVANE_SHA2_BODY void expandPair(Word* w, Word* kw, std::size_t t) noexcept {
   const __m128i word = _mm_add_epi64(_mm_add_epi64(sigma1, load(w + t - 7)),
                                      _mm_add_epi64(sigma0, load(w + t - 16)));
   store(w + t, word);
-  store(kw + t, _mm_add_epi64(word, load(Sha512Traits::kRoundConstants.data() + t)));
+  store(kw + t, _mm_add_epi64(word, load(Sha512Traits::roundConstants.data() + t)));
 }
 
 // Blocks with the schedule words in scratch[0, 80) and the same plus their
@@ -62,10 +62,10 @@ KORVANE_SHA2_BODY void compressSse2(State& state, const unsigned char* blocks,
                                     std::size_t blockCount, Word* scratch) noexcept {
   Word* const w = scratch;
   Word* const kw = scratch + 80;
-  for (; blockCount > 0; --blockCount, blocks += Sha512::kBlockLength) {
+  for (; blockCount > 0; --blockCount, blocks += Sha512::blockLength) {
     for (std::size_t i = 0; i < 16; ++i) {
       w[i] = loadBigEndian<Word>(blocks + 8 * i);
-      kw[i] = w[i] + Sha512Traits::kRoundConstants[i];
+      kw[i] = w[i] + Sha512Traits::roundConstants[i];
     }
     sha2rounds::allRounds<Sha512Traits>(
         state,
@@ -75,7 +75,7 @@ KORVANE_SHA2_BODY void compressSse2(State& state, const unsigned char* blocks,
         },
         [&](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA {
           // The last sixteen words need no successors.
-          if ((j & 1) == 0 && r + 16 + j < Sha512Traits::kRounds) expandPair(w, kw, r + 16 + j);
+          if ((j & 1) == 0 && r + 16 + j < Sha512Traits::rounds) expandPair(w, kw, r + 16 + j);
           return kw[r + j];
         });
   }
@@ -119,9 +119,9 @@ __attribute__((target("bmi2"))) void compressBlocksBmi2(State& state, const unsi
 
 #define KORVANE_SHA512_AVX2_PART __attribute__((target("avx2"))) inline
 
-template <int kBits>
+template <int bits>
 KORVANE_SHA512_AVX2_PART __m256i rotateRight256(__m256i x) noexcept {
-  return _mm256_or_si256(_mm256_srli_epi64(x, kBits), _mm256_slli_epi64(x, 64 - kBits));
+  return _mm256_or_si256(_mm256_srli_epi64(x, bits), _mm256_slli_epi64(x, 64 - bits));
 }
 
 KORVANE_SHA512_AVX2_PART __m256i loadRing(const Word* scratch, std::size_t slot) noexcept {
@@ -134,7 +134,7 @@ KORVANE_SHA512_AVX2_PART void storePair(Word* scratch, std::size_t t, std::size_
                                         __m256i pair) noexcept {
   _mm256_store_si256(reinterpret_cast<__m256i*>(scratch + 160 + 4 * (slot & 7)), pair);
   const __m256i constants = _mm256_broadcastsi128_si256(
-      _mm_load_si128(reinterpret_cast<const __m128i*>(Sha512Traits::kRoundConstants.data() + t)));
+      _mm_load_si128(reinterpret_cast<const __m128i*>(Sha512Traits::roundConstants.data() + t)));
   const __m256i kw = _mm256_add_epi64(pair, constants);
   _mm_store_si128(reinterpret_cast<__m128i*>(scratch + t), _mm256_castsi256_si128(kw));
   _mm_store_si128(reinterpret_cast<__m128i*>(scratch + 80 + t), _mm256_extracti128_si256(kw, 1));
@@ -167,7 +167,7 @@ KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t,
                                              0x08090a0b0c0d0e0fLL, 0x0001020304050607LL);
   for (std::size_t k = 0; k < 8; ++k) {
     const __m256i pair = _mm256_loadu2_m128i(
-        reinterpret_cast<const __m128i*>(blocks + Sha512::kBlockLength + 16 * k),
+        reinterpret_cast<const __m128i*>(blocks + Sha512::blockLength + 16 * k),
         reinterpret_cast<const __m128i*>(blocks + 16 * k));
     storePair(scratch, 2 * k, k, _mm256_shuffle_epi8(pair, byteSwap));
   }
@@ -180,7 +180,7 @@ KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t,
       },
       [&](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA {
         // r is a multiple of 16, so the slot of t = r + 16 + j is j / 2.
-        if ((j & 1) == 0 && r + 16 + j < Sha512Traits::kRounds) {
+        if ((j & 1) == 0 && r + 16 + j < Sha512Traits::rounds) {
           expandPair256(scratch, r + 16 + j, j / 2);
         }
         return first[r + j];
@@ -192,7 +192,7 @@ KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t,
                                                                    const unsigned char* blocks,
                                                                    std::size_t blockCount,
                                                                    Word* scratch) noexcept {
-  for (; blockCount >= 2; blockCount -= 2, blocks += 2 * Sha512::kBlockLength) {
+  for (; blockCount >= 2; blockCount -= 2, blocks += 2 * Sha512::blockLength) {
     compressTwo(state, blocks, scratch);
   }
   if (blockCount > 0) compressSse2(state, blocks, 1, scratch);

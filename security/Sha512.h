@@ -26,19 +26,19 @@ namespace korvane::security {
 
 struct Sha512Traits {
   using Word = std::uint64_t;
-  static constexpr std::size_t kRounds = 80;
+  static constexpr std::size_t rounds = 80;
   // The working space the implementations need: two blocks' worth of
   // schedule words plus round constants, and a ring of eight pairs of
   // schedule words.
-  static constexpr std::size_t kScratchWords = 2 * kRounds + 32;
+  static constexpr std::size_t scratchWords = 2 * rounds + 32;
 
-  static constexpr std::array<Word, 8> kInitialState = {
+  static constexpr std::array<Word, 8> initialState = {
       0x6a09e667f3bcc908ULL, 0xbb67ae8584caa73bULL, 0x3c6ef372fe94f82bULL, 0xa54ff53a5f1d36f1ULL,
       0x510e527fade682d1ULL, 0x9b05688c2b3e6c1fULL, 0x1f83d9abfb41bd6bULL, 0x5be0cd19137e2179ULL};
 
   // The first 64 bits of the fractional parts of the cube roots of the
   // first 80 primes.
-  alignas(64) static constexpr std::array<Word, kRounds> kRoundConstants = {
+  alignas(64) static constexpr std::array<Word, rounds> roundConstants = {
       0x428a2f98d728ae22ULL, 0x7137449123ef65cdULL, 0xb5c0fbcfec4d3b2fULL, 0xe9b5dba58189dbbcULL,
       0x3956c25bf348b538ULL, 0x59f111f1b605d019ULL, 0x923f82a4af194f9bULL, 0xab1c5ed5da6d8118ULL,
       0xd807aa98a3030242ULL, 0x12835b0145706fbeULL, 0x243185be4ee4b28cULL, 0x550c7dc3d5ffb4e2ULL,

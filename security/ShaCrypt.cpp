@@ -9,7 +9,7 @@
 namespace korvane::security {
 
 ShaCrypt::ShaCrypt(int algorithmTag, std::size_t rounds, std::string_view salt) : salt_(salt) {
-  if (rounds < kLeastRounds || rounds > kMostRounds) {
+  if (rounds < leastRounds || rounds > mostRounds) {
     throw std::out_of_range(utils::core::format(
         "korvane::security::ShaCrypt::ShaCrypt(): the \"rounds\" parameter is out of range, "
         "rounds={}",
@@ -17,7 +17,7 @@ ShaCrypt::ShaCrypt(int algorithmTag, std::size_t rounds, std::string_view salt) 
   }
   rounds_ = static_cast<std::uint32_t>(rounds);
   // Only the field separator is refused; any other byte may stand in a salt.
-  if (salt.empty() || salt.size() > kLongestSalt || salt.find('$') != std::string_view::npos) {
+  if (salt.empty() || salt.size() > longestSalt || salt.find('$') != std::string_view::npos) {
     throw std::invalid_argument(utils::core::format(
         "korvane::security::ShaCrypt::ShaCrypt(): the \"salt\" parameter is invalid, "
         "salt=\"{}\"",
@@ -45,7 +45,7 @@ ShaCrypt::HashString ShaCrypt::hash(std::string_view password) const {
   HashString result;
   const char* const written =
       cryptFunction_(password.data(), password.size(), salt_.data(), salt_.size(), rounds_,
-                     rounds_ != kDefaultRounds, result.data(), kHashCapacity);
+                     rounds_ != defaultRounds, result.data(), hashCapacity);
   if (written == nullptr) return result;
   result.setLength(std::strlen(written));
   return result;
@@ -56,12 +56,12 @@ char ShaCrypt::randomSaltCharacter() {
   // from the operating system's source, none on a shared engine's state.
   std::random_device device;
   std::mt19937 engine(device());
-  std::uniform_int_distribution<int> index(0, static_cast<int>(kSaltAlphabet.size()) - 1);
-  return kSaltAlphabet[static_cast<std::size_t>(index(engine))];
+  std::uniform_int_distribution<int> index(0, static_cast<int>(saltAlphabet.size()) - 1);
+  return saltAlphabet[static_cast<std::size_t>(index(engine))];
 }
 
 std::string ShaCrypt::randomSalt() {
-  std::string salt(kGeneratedSaltLength, '\0');
+  std::string salt(generatedSaltLength, '\0');
   for (char& character : salt) character = randomSaltCharacter();
   return salt;
 }

@@ -20,19 +20,19 @@ namespace korvane::security {
 class ShaCrypt {
  public:
   // Rounds count that the hash string leaves implicit (no "rounds=" field).
-  static constexpr std::size_t kDefaultRounds = 5000;
-  static constexpr std::size_t kLeastRounds = kShaCryptLeastRounds;
-  static constexpr std::size_t kMostRounds = kShaCryptMostRounds;
-  static constexpr std::size_t kLongestSalt = 16;
-  static constexpr std::size_t kGeneratedSaltLength = 16;
-  static constexpr std::string_view kSaltAlphabet =
+  static constexpr std::size_t defaultRounds = 5000;
+  static constexpr std::size_t leastRounds = shaCryptLeastRounds;
+  static constexpr std::size_t mostRounds = shaCryptMostRounds;
+  static constexpr std::size_t longestSalt = 16;
+  static constexpr std::size_t generatedSaltLength = 16;
+  static constexpr std::string_view saltAlphabet =
       "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
   // Capacity of a hash string; also the buffer length handed to the crypt
   // function. The longest string (tag 6, 999999999 rounds, 16-character
   // salt) is 123 characters.
-  static constexpr std::size_t kHashCapacity = 124;
+  static constexpr std::size_t hashCapacity = 124;
 
-  using HashString = utils::string::BasicStaticString<char, kHashCapacity>;
+  using HashString = utils::string::BasicStaticString<char, hashCapacity>;
 
   // algorithmTag 5 selects SHA-256, 6 selects SHA-512.
   // REQUIRES: 1000 <= rounds <= 999999999, else std::out_of_range;
@@ -40,14 +40,14 @@ class ShaCrypt {
   // algorithmTag 5 or 6, else std::invalid_argument. Checked in this order.
   ShaCrypt(int algorithmTag, std::size_t rounds, std::string_view salt);
 
-  // As above with a random salt of 16 characters from kSaltAlphabet.
+  // As above with a random salt of 16 characters from saltAlphabet.
   ShaCrypt(int algorithmTag, std::size_t rounds);
 
   // The hash string of the password (any bytes), or an empty string when
   // the crypt function fails. Allocates nothing.
   HashString hash(std::string_view password) const;
 
-  // One character of kSaltAlphabet, drawn through a Mersenne Twister that
+  // One character of saltAlphabet, drawn through a Mersenne Twister that
   // is freshly seeded from the operating system's random source.
   static char randomSaltCharacter();
 

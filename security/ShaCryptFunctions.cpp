@@ -16,10 +16,10 @@ namespace korvane::security {
 
 namespace {
 
-constexpr char kRoundsPrefix[] = "rounds=";
+constexpr char roundsPrefix[] = "rounds=";
 
 // The crypt flavour of base64, index 0 to 63.
-constexpr char kAlphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+constexpr char alphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
 // One group of the encoded digest: the digest bytes that form the high,
 // middle and low byte of a 24-bit value (-1: none, taken as 0), and how
@@ -33,8 +33,8 @@ struct EncodingGroup {
 
 struct Sha256Scheme {
   using Hash = Sha256;
-  static constexpr char kPrefix[] = "$5$";
-  static constexpr std::array<EncodingGroup, 11> kEncoding = {{
+  static constexpr char prefix[] = "$5$";
+  static constexpr std::array<EncodingGroup, 11> encoding = {{
       {0, 10, 20, 4},
       {21, 1, 11, 4},
       {12, 22, 2, 4},
@@ -51,8 +51,8 @@ struct Sha256Scheme {
 
 struct Sha512Scheme {
   using Hash = Sha512;
-  static constexpr char kPrefix[] = "$6$";
-  static constexpr std::array<EncodingGroup, 22> kEncoding = {{
+  static constexpr char prefix[] = "$6$";
+  static constexpr std::array<EncodingGroup, 22> encoding = {{
       {0, 21, 42, 4},  {22, 43, 1, 4},  {44, 2, 23, 4},  {3, 24, 45, 4},  {25, 46, 4, 4},
       {47, 5, 26, 4},  {6, 27, 48, 4},  {28, 49, 7, 4},  {50, 8, 29, 4},  {9, 30, 51, 4},
       {31, 52, 10, 4}, {53, 11, 32, 4}, {12, 33, 54, 4}, {34, 55, 13, 4}, {56, 14, 35, 4},
@@ -68,12 +68,12 @@ struct Sha512Scheme {
 template <typename Hash>
 class MessageWriter {
  public:
-  static constexpr std::size_t kBlock = Hash::kBlockLength;
-  static constexpr std::size_t kDigest = Hash::kDigestLength;
+  static constexpr std::size_t blockSize = Hash::blockLength;
+  static constexpr std::size_t digestSize = Hash::digestLength;
   using Digest = typename Hash::Digest;
 
   void start() noexcept {
-    state_ = Hash::kInitialState;
+    state_ = Hash::initialState;
     filled_ = 0;
     total_ = {0, 0};
   }
@@ -97,17 +97,17 @@ class MessageWriter {
 
   // Adds `length` bytes of `digest` repeated end to end.
   void addRepeated(const Digest& digest, std::size_t length) noexcept {
-    for (; length > kDigest; length -= kDigest) add(digest.data(), kDigest);
+    for (; length > digestSize; length -= digestSize) add(digest.data(), digestSize);
     add(digest.data(), length);
   }
 
   // Compresses a whole block that is still buffered, so that less than
   // one block remains behind state().
   void settle() noexcept {
-    if (filled_ < kBlock) return;
+    if (filled_ < blockSize) return;
     Hash::compress(state_, block_.data(), 1, scratch_);
-    filled_ -= kBlock;
-    std::memmove(block_.data(), block_.data() + kBlock, filled_);
+    filled_ -= blockSize;
+    std::memmove(block_.data(), block_.data() + blockSize, filled_);
   }
 
   void finish(Digest& digest) noexcept {
@@ -132,7 +132,7 @@ class MessageWriter {
  private:
   typename Hash::State state_;
   // Two blocks, compressed together when full; finish() pads in place.
-  alignas(16) std::array<unsigned char, 2 * kBlock> block_;
+  alignas(16) std::array<unsigned char, 2 * blockSize> block_;
   std::size_t filled_ = 0;
   typename Hash::ByteCount total_ = {0, 0};
   typename Hash::Scratch scratch_;
@@ -146,7 +146,7 @@ struct PreparedMessage {
   typename Hash::State start;
   // Up to four blocks: even shapes of keys up to about 200 bytes (SHA-512)
   // fit, so that their rounds copy nothing but R.
-  alignas(16) std::array<unsigned char, 4 * Hash::kBlockLength> blocks;
+  alignas(16) std::array<unsigned char, 4 * Hash::blockLength> blocks;
   std::size_t digestOffset;
   std::size_t blockCount;  // 0: the message is too long to lay out
 };
@@ -193,11 +193,11 @@ unsigned char* copyRepeated(unsigned char* out, const typename Hash::Digest& dig
 template <typename Hash>
 void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>& writer,
              PreparedMessage<Hash>& message) noexcept {
-  constexpr std::size_t kDigest = Hash::kDigestLength;
+  constexpr std::size_t digestSize = Hash::digestLength;
   const bool odd = (shape & 1) != 0;
   const std::size_t middle =
       ((shape & 2) != 0 ? in.saltLength : 0) + ((shape & 4) != 0 ? in.keyLength : 0);
-  const std::size_t total = kDigest + in.keyLength + middle;
+  const std::size_t total = digestSize + in.keyLength + middle;
   writer.start();
   if (odd) {
     writer.addRepeated(in.keyDigest, in.keyLength);
@@ -208,24 +208,24 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
     const std::size_t tail = writer.tailLength();
     std::memcpy(message.blocks.data(), writer.tail(), tail);
     message.digestOffset = tail;
-    message.blockCount = Hash::pad(message.blocks.data(), tail + kDigest, byteCount<Hash>(total));
+    message.blockCount = Hash::pad(message.blocks.data(), tail + digestSize, byteCount<Hash>(total));
     return;
   }
-  constexpr std::size_t kLengthField = 2 * sizeof(typename Hash::State::value_type);
-  if (total + 1 + kLengthField > message.blocks.size()) {
+  constexpr std::size_t lengthField = 2 * sizeof(typename Hash::State::value_type);
+  if (total + 1 + lengthField > message.blocks.size()) {
     message.blockCount = 0;
     return;
   }
-  unsigned char* out = message.blocks.data() + kDigest;
+  unsigned char* out = message.blocks.data() + digestSize;
   if ((shape & 2) != 0) out = copyRepeated<Hash>(out, in.saltDigest, in.saltLength);
   if ((shape & 4) != 0) out = copyRepeated<Hash>(out, in.keyDigest, in.keyLength);
   copyRepeated<Hash>(out, in.keyDigest, in.keyLength);
-  message.start = Hash::kInitialState;
+  message.start = Hash::initialState;
   message.digestOffset = 0;
   // The padding goes behind the last whole block.
-  const std::size_t whole = total / Hash::kBlockLength;
-  message.blockCount = whole + Hash::pad(message.blocks.data() + whole * Hash::kBlockLength,
-                                         total % Hash::kBlockLength, byteCount<Hash>(total));
+  const std::size_t whole = total / Hash::blockLength;
+  message.blockCount = whole + Hash::pad(message.blocks.data() + whole * Hash::blockLength,
+                                         total % Hash::blockLength, byteCount<Hash>(total));
 }
 
 // The laid-out messages of the eight shapes.
@@ -238,7 +238,7 @@ struct Shapes {
 template <typename Hash>
 void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::Digest& running,
                MessageWriter<Hash>& writer, Shapes<Hash>& shapes) noexcept {
-  constexpr std::size_t kDigest = Hash::kDigestLength;
+  constexpr std::size_t digestSize = Hash::digestLength;
   for (std::size_t shape = 0; shape < shapes.messages.size(); ++shape) {
     prepare(shape, in, writer, shapes.messages[shape]);
   }
@@ -246,7 +246,7 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
   for (std::size_t i = 0; i < rounds; ++i) {
     PreparedMessage<Hash>& message = shapes.messages[shapeOf(i)];
     if (message.blockCount != 0) {
-      std::memcpy(message.blocks.data() + message.digestOffset, running.data(), kDigest);
+      std::memcpy(message.blocks.data() + message.digestOffset, running.data(), digestSize);
       state = message.start;
       Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
       Hash::storeDigest(state, running);
@@ -254,7 +254,7 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
     }
     // An even round whose message is too long to lay out: R [S] [P] P.
     writer.start();
-    writer.add(running.data(), kDigest);
+    writer.add(running.data(), digestSize);
     if (i % 3 != 0) writer.addRepeated(in.saltDigest, in.saltLength);
     if (i % 7 != 0) writer.addRepeated(in.keyDigest, in.keyLength);
     writer.addRepeated(in.keyDigest, in.keyLength);
@@ -283,22 +283,22 @@ template <typename Scheme>
 char* writeHashString(const typename Scheme::Hash::Digest& digest, const char* salt,
                       std::size_t saltLength, std::size_t rounds, bool roundsCustom, char* buffer,
                       std::size_t bufferLength) noexcept {
-  constexpr std::size_t kPrefixLength = sizeof Scheme::kPrefix - 1;
+  constexpr std::size_t prefixLength = sizeof Scheme::prefix - 1;
   // The prefix goes in with the rest of the buffer NUL-filled.
-  char* out = copyPadded(buffer, Scheme::kPrefix, kPrefixLength, bufferLength);
-  if (bufferLength < kPrefixLength) {
+  char* out = copyPadded(buffer, Scheme::prefix, prefixLength, bufferLength);
+  if (bufferLength < prefixLength) {
     errno = ERANGE;
     return nullptr;
   }
-  std::size_t remaining = bufferLength - kPrefixLength;
+  std::size_t remaining = bufferLength - prefixLength;
 
   if (roundsCustom) {
     // "rounds=<decimal>$" with snprintf's semantics: as much as fits before
     // a terminating NUL is written, and the position advances by the whole
     // field's length. Formatted by hand to keep the stack small.
-    std::array<char, sizeof kRoundsPrefix + 21> field;
-    std::memcpy(field.data(), kRoundsPrefix, sizeof kRoundsPrefix - 1);
-    char* end = std::to_chars(field.data() + sizeof kRoundsPrefix - 1,
+    std::array<char, sizeof roundsPrefix + 21> field;
+    std::memcpy(field.data(), roundsPrefix, sizeof roundsPrefix - 1);
+    char* end = std::to_chars(field.data() + sizeof roundsPrefix - 1,
                               field.data() + field.size() - 1, rounds)
                     .ptr;
     *end++ = '$';
@@ -325,14 +325,14 @@ char* writeHashString(const typename Scheme::Hash::Digest& digest, const char* s
     --remaining;
   }
 
-  for (const EncodingGroup& group : Scheme::kEncoding) {
+  for (const EncodingGroup& group : Scheme::encoding) {
     const auto byteAt = [&digest](std::int8_t index) -> std::uint32_t {
       return index < 0 ? 0U : digest[static_cast<std::size_t>(index)];
     };
     std::uint32_t value =
         (byteAt(group.high) << 16) | (byteAt(group.middle) << 8) | byteAt(group.low);
     for (unsigned i = 0; i < group.characters && remaining > 0; ++i, --remaining) {
-      *out++ = kAlphabet[value & 0x3f];
+      *out++ = alphabet[value & 0x3f];
       value >>= 6;
     }
   }
@@ -351,9 +351,9 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
                std::size_t bufferLength) noexcept {
   using Hash = typename Scheme::Hash;
   using Digest = typename Hash::Digest;
-  constexpr std::size_t kDigest = Hash::kDigestLength;
+  constexpr std::size_t digestSize = Hash::digestLength;
 
-  rounds = std::max(std::min(rounds, kShaCryptMostRounds), kShaCryptLeastRounds);
+  rounds = std::max(std::min(rounds, shaCryptMostRounds), shaCryptLeastRounds);
   const std::span key(reinterpret_cast<const unsigned char*>(keyText), keyLength);
   const std::span salt(reinterpret_cast<const unsigned char*>(saltText), saltLength);
 
@@ -377,7 +377,7 @@ char* shaCrypt(const char* keyText, std::size_t keyLength, const char* saltText,
   context.update(key);
   context.update(salt);
   std::size_t count = keyLength;
-  for (; count > kDigest; count -= kDigest) context.update(alternateDigest);
+  for (; count > digestSize; count -= digestSize) context.update(alternateDigest);
   context.update(std::span(alternateDigest).first(count));
   for (count = keyLength; count > 0; count >>= 1) {
     if ((count & 1) != 0) {

@@ -25,8 +25,8 @@ namespace korvane::security {
 
 // The range of rounds counts: the functions below clamp a count into it,
 // ShaCrypt refuses one outside it.
-inline constexpr std::size_t kShaCryptLeastRounds = 1000;
-inline constexpr std::size_t kShaCryptMostRounds = 999999999;
+inline constexpr std::size_t shaCryptLeastRounds = 1000;
+inline constexpr std::size_t shaCryptMostRounds = 999999999;
 
 // key, keyLength: the password bytes, any bytes (NUL included), not
 //   NUL-terminated; key may be null when keyLength is 0.

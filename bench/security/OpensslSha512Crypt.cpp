@@ -12,7 +12,7 @@ namespace korvane::bench {
 
 namespace {
 
-constexpr char kAlphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+constexpr char alphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
 // The bytes of the shapes' messages: (odd) P [S] [P] R or (even) R [S] [P] P,
 // with S when bit 1 of the shape is set and the middle P when bit 2 is.
@@ -50,12 +50,12 @@ void OpensslSha512Crypt::prepareShape(std::size_t shape, const Digest& keyDigest
   unsigned char* out = s.blocks.data();
   const bool odd = (shape & 1) != 0;
   if (odd) out = appendRepeated(out, keyDigest.data(), key_.size());
-  if (!odd) out += kDigest;
+  if (!odd) out += digest;
   if ((shape & 2) != 0) out = appendRepeated(out, saltDigest.data(), salt_.size());
   if ((shape & 4) != 0) out = appendRepeated(out, keyDigest.data(), key_.size());
   if (odd) {
     s.digestOffset = static_cast<std::size_t>(out - s.blocks.data());
-    out += kDigest;
+    out += digest;
   } else {
     s.digestOffset = 0;
     out = appendRepeated(out, keyDigest.data(), key_.size());
@@ -70,8 +70,8 @@ void OpensslSha512Crypt::prepareShape(std::size_t shape, const Digest& keyDigest
   // round: compressed once here.
   SHA512_CTX context;
   SHA512_Init(&context);
-  s.firstBlock = s.digestOffset / kBlock;
-  if (s.firstBlock > 0) SHA512_Update(&context, s.blocks.data(), s.firstBlock * kBlock);
+  s.firstBlock = s.digestOffset / block;
+  if (s.firstBlock > 0) SHA512_Update(&context, s.blocks.data(), s.firstBlock * block);
   std::copy(std::begin(context.h), std::end(context.h), s.start.begin());
 }
 
@@ -98,7 +98,7 @@ std::string_view OpensslSha512Crypt::hash() {
   addRepeated(context, alternate.data(), keyLength);
   for (std::size_t n = keyLength; n > 0; n >>= 1) {
     if ((n & 1) != 0) {
-      SHA512_Update(&context, alternate.data(), kDigest);
+      SHA512_Update(&context, alternate.data(), digest);
     } else {
       SHA512_Update(&context, key, keyLength);
     }
@@ -120,10 +120,10 @@ std::string_view OpensslSha512Crypt::hash() {
   for (std::size_t i = 0; i < rounds_; ++i) {
     const std::size_t shape = (i & 1) | (i % 3 != 0 ? 2U : 0U) | (i % 7 != 0 ? 4U : 0U);
     Shape& s = shapes_[shape];
-    std::memcpy(s.blocks.data() + s.digestOffset, running.data(), kDigest);
+    std::memcpy(s.blocks.data() + s.digestOffset, running.data(), digest);
     std::copy(s.start.begin(), s.start.end(), std::begin(context.h));
     context.num = 0;
-    const std::size_t skipped = s.firstBlock * kBlock;
+    const std::size_t skipped = s.firstBlock * block;
     SHA512_Update(&context, s.blocks.data() + skipped, s.blocks.size() - skipped);
     for (std::size_t w = 0; w < 8; ++w) {
       for (std::size_t b = 0; b < 8; ++b) {
@@ -145,7 +145,7 @@ void OpensslSha512Crypt::encode(const Digest& digest) {
   text_ += salt_;
   text_ += '$';
   const auto put = [this](std::uint32_t value, int count) {
-    for (int i = 0; i < count; ++i, value >>= 6) text_ += kAlphabet[value & 63];
+    for (int i = 0; i < count; ++i, value >>= 6) text_ += alphabet[value & 63];
   };
   // Group k takes the bytes k, k + 21 and k + 42, rotated by k mod 3.
   for (std::size_t k = 0; k < 21; ++k) {

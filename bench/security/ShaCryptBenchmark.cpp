@@ -36,8 +36,8 @@ namespace {
 
 using korvane::security::CryptFunction;
 
-constexpr char kSalt[] = "0123456789abcdef";
-constexpr std::size_t kRounds = 5000;
+constexpr char salt[] = "0123456789abcdef";
+constexpr std::size_t rounds = 5000;
 
 std::string makeKey(std::size_t length) {
   std::string key(length, '\0');
@@ -66,15 +66,15 @@ Subject cryptSubject(int tag, std::size_t keyLength) {
   auto setting = std::make_shared<std::string>("$");
   *setting += std::to_string(tag);
   *setting += '$';
-  *setting += kSalt;
+  *setting += salt;
   *setting += '$';
   auto data = std::make_shared<crypt_data>();
   CryptFunction* crypt =
       tag == 6 ? korvane::security::sha512Crypt : korvane::security::sha256Crypt;
   return {[key, crypt] {
             std::array<char, 124> buffer;
-            benchmark::DoNotOptimize(crypt(key->data(), key->size(), kSalt, sizeof kSalt - 1,
-                                           kRounds, false, buffer.data(), buffer.size()));
+            benchmark::DoNotOptimize(crypt(key->data(), key->size(), salt, sizeof salt - 1,
+                                           rounds, false, buffer.data(), buffer.size()));
             benchmark::ClobberMemory();
           },
           [key, setting, data] {
@@ -88,10 +88,10 @@ Subject cryptSubject(int tag, std::size_t keyLength) {
 // against sha512Crypt's before anything is timed.
 Subject floorSubject(std::size_t keyLength) {
   auto key = std::make_shared<std::string>(makeKey(keyLength));
-  auto floor = std::make_shared<korvane::bench::OpensslSha512Crypt>(*key, kSalt, kRounds);
+  auto floor = std::make_shared<korvane::bench::OpensslSha512Crypt>(*key, salt, rounds);
   std::array<char, 124> buffer;
-  const char* own = korvane::security::sha512Crypt(key->data(), key->size(), kSalt,
-                                                   sizeof kSalt - 1, kRounds, false,
+  const char* own = korvane::security::sha512Crypt(key->data(), key->size(), salt,
+                                                   sizeof salt - 1, rounds, false,
                                                    buffer.data(), buffer.size());
   if (own == nullptr || floor->hash() != own) {
     std::fprintf(stderr, "the floor's hash differs from sha512Crypt's for a %zu-byte key\n",
@@ -101,7 +101,7 @@ Subject floorSubject(std::size_t keyLength) {
   return {[key] {
             std::array<char, 124> result;
             benchmark::DoNotOptimize(korvane::security::sha512Crypt(
-                key->data(), key->size(), kSalt, sizeof kSalt - 1, kRounds, false,
+                key->data(), key->size(), salt, sizeof salt - 1, rounds, false,
                 result.data(), result.size()));
             benchmark::ClobberMemory();
           },

@@ -99,11 +99,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   FuzzTerminal terminal(data + 2, size - 2, columns, prompt,
                         !settings.multiLine);
-  std::vector<char> buffer(korvane::lineEdit::EditLoop::kBufferSize);
+  std::vector<char> buffer(korvane::lineEdit::EditLoop::bufferSize);
   korvane::lineEdit::EditLoop loop(terminal, settings, history);
   const int result = loop.run(buffer, prompt);
   if (result < -1 || result > static_cast<int>(buffer.size()) - 1) std::abort();
   if (result >= 0 && buffer[static_cast<std::size_t>(result)] != '\0') std::abort();
-  if (history.size() > korvane::lineEdit::History::kMaxLength) std::abort();
+  if (history.size() > korvane::lineEdit::History::historyMaxLength) std::abort();
   return 0;
 }

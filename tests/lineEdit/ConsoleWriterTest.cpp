@@ -11,8 +11,8 @@
 namespace korvane::lineEdit {
 namespace {
 
-constexpr int kWidth = 10;
-constexpr int kHeight = 5;
+constexpr int width = 10;
+constexpr int height = 5;
 
 class ConsoleWriterTest : public ::testing::Test {
  protected:
@@ -55,7 +55,7 @@ class ConsoleWriterTest : public ::testing::Test {
 
   Coord cursor() const { return console_.cursorPosition(); }
 
-  MemoryConsole console_{kWidth, kHeight};
+  MemoryConsole console_{width, height};
   ConsoleWriter writer_;
 };
 
@@ -166,7 +166,7 @@ TEST_F(ConsoleWriterTest, EraseWholeDisplayMovesTheCursorHome) {
   console_.setTextAttribute(0x2A);
   moveTo(4, 2);
   write("\x1b[2J");
-  for (int y = 0; y < kHeight; ++y) {
+  for (int y = 0; y < height; ++y) {
     EXPECT_EQ(row(y), "..........") << y;
   }
   EXPECT_EQ(console_.attributeAt(9, 4), 0x2A);
@@ -556,7 +556,7 @@ TEST_F(ConsoleWriterTest, SequenceSplitAcrossTwoWritesStillClearsTheScreen) {
 TEST_F(ConsoleWriterTest, SequencesSplitAtEveryPointAreRecognised) {
   const std::string text = "ab\x1b[2;3H\x1b[31;1mX\x1b]0;title\x1b\\\x0eq\x0fq\x1b[6n";
   for (std::size_t split = 0; split <= text.size(); ++split) {
-    MemoryConsole console(kWidth, kHeight);
+    MemoryConsole console(width, height);
     ConsoleWriter writer;
     std::size_t consumed = 0;
     writer.write(console, std::string_view(text).substr(0, split), consumed);
@@ -581,7 +581,7 @@ TEST_F(ConsoleWriterTest, ByteByByteWritesAreRecognised) {
 }
 
 TEST_F(ConsoleWriterTest, ChangeOfConsoleResetsTheParser) {
-  MemoryConsole other(kWidth, kHeight);
+  MemoryConsole other(width, height);
   fillScreen();
   write("\x1b[");
   write(other, "2J");
@@ -592,7 +592,7 @@ TEST_F(ConsoleWriterTest, ChangeOfConsoleResetsTheParser) {
 }
 
 TEST_F(ConsoleWriterTest, ChangeOfConsoleClearsShiftOut) {
-  MemoryConsole other(kWidth, kHeight);
+  MemoryConsole other(width, height);
   write("\x0eq");
   write(other, "q");
   write("q");
@@ -601,7 +601,7 @@ TEST_F(ConsoleWriterTest, ChangeOfConsoleClearsShiftOut) {
 }
 
 TEST_F(ConsoleWriterTest, ChangeOfConsoleKeepsRenditionAndSavedCursor) {
-  MemoryConsole other(kWidth, kHeight);
+  MemoryConsole other(width, height);
   moveTo(4, 3);
   write("\x1b[s\x1b[32m");
   write(other, "\x1b[u\x1b[1m");
@@ -699,7 +699,7 @@ TEST_F(ConsoleWriterTest, KorvaneConsoleDefFollowsHexadecimalParsing) {
       {u"4g", 0x04},  {u"1234", 0x07}, {u"-7", 0x70}, {u"f", 0x0F}, {u"0X", 0x00},
   };
   for (const Case& c : cases) {
-    MemoryConsole console(kWidth, kHeight);
+    MemoryConsole console(width, height);
     ConsoleWriter writer;
     console.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", c.value);
     std::size_t consumed = 0;

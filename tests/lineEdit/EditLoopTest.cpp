@@ -16,11 +16,11 @@ namespace {
 
 using test::ScriptedTerminal;
 
-constexpr char16_t kEnter = 13;
-constexpr char16_t kCtrlA = 1, kCtrlB = 2, kCtrlC = 3, kCtrlD = 4, kCtrlE = 5,
-                   kCtrlF = 6, kCtrlH = 8, kTab = 9, kCtrlK = 11, kCtrlL = 12,
-                   kCtrlN = 14, kCtrlP = 16, kCtrlT = 20, kCtrlU = 21,
-                   kCtrlW = 23, kEsc = 27, kDel = 127;
+constexpr char16_t enter = 13;
+constexpr char16_t ctrlA = 1, ctrlB = 2, ctrlC = 3, ctrlD = 4, ctrlE = 5,
+                   ctrlF = 6, ctrlH = 8, tab = 9, ctrlK = 11, ctrlL = 12,
+                   ctrlN = 14, ctrlP = 16, ctrlT = 20, ctrlU = 21,
+                   ctrlW = 23, esc = 27, del = 127;
 
 EditSettings masked() { return {false, true, '*'}; }
 EditSettings plain() { return {false, false, '*'}; }
@@ -41,7 +41,7 @@ struct Script {
   int columns = 80;
   std::u32string codes{};  // key codes of any value, read instead of keys
   History* history = nullptr;
-  std::size_t bufferSize = EditLoop::kBufferSize;
+  std::size_t bufferSize = EditLoop::bufferSize;
   int writesBeforeFailure = -1;
 
   Outcome go() const {
@@ -103,7 +103,7 @@ TEST(EditLoopTest, EnterOnEmptyLineReturnsEmptyString) {
 }
 
 TEST(EditLoopTest, CtrlCCancelsWithEagain) {
-  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlC + u"cd\r"}.go();
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlC + u"cd\r"}.go();
   EXPECT_EQ(o.result, -1);
   EXPECT_EQ(o.error, EAGAIN);
   EXPECT_EQ(o.keysLeft, 3u);
@@ -112,7 +112,7 @@ TEST(EditLoopTest, CtrlCCancelsWithEagain) {
 TEST(EditLoopTest, CtrlDOnEmptyLineEndsInput) {
   History history;
   const Outcome o =
-      Script{.keys = std::u16string(1, kCtrlD), .history = &history}.go();
+      Script{.keys = std::u16string(1, ctrlD), .history = &history}.go();
   EXPECT_EQ(o.result, -1);
   EXPECT_EQ(o.error, 0);
   EXPECT_TRUE(history.empty());
@@ -120,7 +120,7 @@ TEST(EditLoopTest, CtrlDOnEmptyLineEndsInput) {
 
 TEST(EditLoopTest, CtrlDDeletesUnderCursor) {
   const Outcome o =
-      Script{.keys = std::u16string(u"ab") + kCtrlA + kCtrlD + kEnter}.go();
+      Script{.keys = std::u16string(u"ab") + ctrlA + ctrlD + enter}.go();
   EXPECT_EQ(o.line, "b");
   ASSERT_EQ(o.writes.size(), 5u);
   EXPECT_EQ(o.writes[3], refreshed("> ", "**", 2));
@@ -128,14 +128,14 @@ TEST(EditLoopTest, CtrlDDeletesUnderCursor) {
 }
 
 TEST(EditLoopTest, CtrlDAtEndOfNonEmptyLineDoesNothing) {
-  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlD + kEnter}.go();
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlD + enter}.go();
   EXPECT_EQ(o.line, "ab");
   EXPECT_EQ(o.writes.size(), 3u);
 }
 
 TEST(EditLoopTest, BackspaceRemovesWholeMultiByteCharacter) {
   const Outcome o =
-      Script{.keys = std::u16string(u"a\u00e9\u20ac") + kCtrlH + kDel + kEnter}
+      Script{.keys = std::u16string(u"a\u00e9\u20ac") + ctrlH + del + enter}
           .go();
   EXPECT_EQ(o.line, "a");
   ASSERT_EQ(o.writes.size(), 6u);
@@ -145,7 +145,7 @@ TEST(EditLoopTest, BackspaceRemovesWholeMultiByteCharacter) {
 
 TEST(EditLoopTest, BackspaceAtStartDoesNothing) {
   const Outcome o =
-      Script{.keys = std::u16string(u"a") + kCtrlA + kCtrlH + kEnter}.go();
+      Script{.keys = std::u16string(u"a") + ctrlA + ctrlH + enter}.go();
   EXPECT_EQ(o.line, "a");
   EXPECT_EQ(o.writes.size(), 3u);  // prompt, echo, Home's refresh
 }
@@ -164,14 +164,14 @@ TEST(EditLoopTest, SurrogatePairBecomesOneCodePoint) {
 }
 
 TEST(EditLoopTest, LoneLowSurrogateBecomesReplacementCharacter) {
-  const Outcome o = Script{.keys = std::u16string(1, char16_t{0xDC00}) + kEnter}.go();
+  const Outcome o = Script{.keys = std::u16string(1, char16_t{0xDC00}) + enter}.go();
   EXPECT_EQ(o.line, "\xef\xbf\xbd");
 }
 
 TEST(EditLoopTest, CombiningMarkTakesNoColumnAndGoesWithItsCharacter) {
   const Outcome o =
-      Script{.keys = std::u16string(u"ae\u0301") + kCtrlB + kCtrlB + kCtrlF +
-                  kCtrlF + kCtrlH + kEnter}
+      Script{.keys = std::u16string(u"ae\u0301") + ctrlB + ctrlB + ctrlF +
+                  ctrlF + ctrlH + enter}
           .go();
   EXPECT_EQ(o.line, "a");
   ASSERT_EQ(o.writes.size(), 9u);
@@ -185,14 +185,14 @@ TEST(EditLoopTest, CombiningMarkTakesNoColumnAndGoesWithItsCharacter) {
 
 TEST(EditLoopTest, BackspaceRemovesCharacterWithItsMarks) {
   const Outcome o =
-      Script{.keys = std::u16string(u"xe\u0301\u0302") + kDel + kEnter}.go();
+      Script{.keys = std::u16string(u"xe\u0301\u0302") + del + enter}.go();
   EXPECT_EQ(o.line, "x");
 }
 
 TEST(EditLoopTest, HomeEndLeftRight) {
-  const Outcome o = Script{.keys = std::u16string(u"abc") + kCtrlB + kCtrlB +
-                                u"X" + kCtrlA + u"Y" + kCtrlE + u"Z" + kCtrlF +
-                                kCtrlA + kCtrlA + kEnter}
+  const Outcome o = Script{.keys = std::u16string(u"abc") + ctrlB + ctrlB +
+                                u"X" + ctrlA + u"Y" + ctrlE + u"Z" + ctrlF +
+                                ctrlA + ctrlA + enter}
                         .go();
   EXPECT_EQ(o.line, "YaXbcZ");
   const std::vector<std::string> expected = {
@@ -211,15 +211,15 @@ TEST(EditLoopTest, HomeEndLeftRight) {
 
 TEST(EditLoopTest, KillToEnd) {
   const Outcome o =
-      Script{.keys = std::u16string(u"abcd") + kCtrlB + kCtrlB + kCtrlK + kEnter}
+      Script{.keys = std::u16string(u"abcd") + ctrlB + ctrlB + ctrlK + enter}
           .go();
   EXPECT_EQ(o.line, "ab");
   EXPECT_EQ(o.writes.back(), refreshed("> ", "**", 4));
 }
 
 TEST(EditLoopTest, KillLine) {
-  const Outcome o = Script{.keys = std::u16string(u"abcd") + kCtrlB + kCtrlU +
-                                u"x" + kEnter}
+  const Outcome o = Script{.keys = std::u16string(u"abcd") + ctrlB + ctrlU +
+                                u"x" + enter}
                         .go();
   EXPECT_EQ(o.line, "x");
   EXPECT_EQ(o.writes[o.writes.size() - 2], refreshed("> ", "", 2));
@@ -227,7 +227,7 @@ TEST(EditLoopTest, KillLine) {
 
 TEST(EditLoopTest, KillPreviousWord) {
   const Outcome o =
-      Script{.keys = std::u16string(u"one two  ") + kCtrlW + kEnter,
+      Script{.keys = std::u16string(u"one two  ") + ctrlW + enter,
           .settings = plain()}
           .go();
   EXPECT_EQ(o.line, "one ");
@@ -235,8 +235,8 @@ TEST(EditLoopTest, KillPreviousWord) {
 }
 
 TEST(EditLoopTest, TransposeSwapsBytesAndAdvances) {
-  const Outcome o = Script{.keys = std::u16string(u"abc") + kCtrlA + kCtrlF +
-                                kCtrlT + kEnter,
+  const Outcome o = Script{.keys = std::u16string(u"abc") + ctrlA + ctrlF +
+                                ctrlT + enter,
                         .settings = plain()}
                         .go();
   EXPECT_EQ(o.line, "bac");
@@ -244,8 +244,8 @@ TEST(EditLoopTest, TransposeSwapsBytesAndAdvances) {
 }
 
 TEST(EditLoopTest, TransposeBeforeLastCharacterKeepsCursor) {
-  const Outcome o = Script{.keys = std::u16string(u"abc") + kCtrlB + kCtrlT +
-                                kCtrlT + kEnter,
+  const Outcome o = Script{.keys = std::u16string(u"abc") + ctrlB + ctrlT +
+                                ctrlT + enter,
                         .settings = plain()}
                         .go();
   EXPECT_EQ(o.line, "abc");  // swapped twice at the same place
@@ -254,13 +254,13 @@ TEST(EditLoopTest, TransposeBeforeLastCharacterKeepsCursor) {
 
 TEST(EditLoopTest, TransposeAtEndDoesNothing) {
   const Outcome o =
-      Script{.keys = std::u16string(u"ab") + kCtrlT + kEnter}.go();
+      Script{.keys = std::u16string(u"ab") + ctrlT + enter}.go();
   EXPECT_EQ(o.line, "ab");
   EXPECT_EQ(o.writes.size(), 3u);
 }
 
 TEST(EditLoopTest, ClearScreen) {
-  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlL + kEnter}.go();
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlL + enter}.go();
   ASSERT_EQ(o.writes.size(), 5u);
   EXPECT_EQ(o.writes[3], "\x1b[H\x1b[2J");
   EXPECT_EQ(o.writes[4], refreshed("> ", "**", 4));
@@ -268,7 +268,7 @@ TEST(EditLoopTest, ClearScreen) {
 
 TEST(EditLoopTest, TabAndOtherControlsAreOrdinaryCharacters) {
   const Outcome o =
-      Script{.keys = std::u16string(1, kTab) + char16_t{7} + kEnter}.go();
+      Script{.keys = std::u16string(1, tab) + char16_t{7} + enter}.go();
   EXPECT_EQ(o.line, "\t\a");
   EXPECT_EQ(o.output, "> **");
 }
@@ -300,7 +300,7 @@ TEST(EditLoopTest, DeleteCharacterKeyOnEmptyLineDoesNothing) {
 TEST(EditLoopTest, EscapeKeyCodeIsIgnored) {
   // Escape sequences are resolved before the loop; a stray ESC never enters
   // the line.
-  const Outcome o = Script{.keys = std::u16string(u"ab") + kEsc + u"c\r"}.go();
+  const Outcome o = Script{.keys = std::u16string(u"ab") + esc + u"c\r"}.go();
   EXPECT_EQ(o.result, 3);
   EXPECT_EQ(o.line, "abc");
   EXPECT_EQ(o.output, "> ***");
@@ -324,7 +324,7 @@ void expectWithinWidth(const Outcome& o, std::size_t promptColumns,
 
 TEST(EditLoopTest, LongLineScrollsAtNarrowWidth) {
   std::u16string keys(20, u'x');
-  keys += kEnter;
+  keys += enter;
   const Outcome o = Script{.keys = keys, .columns = 10}.go();
   EXPECT_EQ(o.line, std::string(20, 'x'));
   // Seven characters fit next to "> " on a 10-column screen (the cursor
@@ -338,9 +338,9 @@ TEST(EditLoopTest, LongLineScrollsAtNarrowWidth) {
 
 TEST(EditLoopTest, ScrollingKeepsCursorVisibleWhenMovingLeft) {
   std::u16string keys(20, u'x');
-  keys += std::u16string(15, kCtrlB);
-  keys += kCtrlA;
-  keys += kEnter;
+  keys += std::u16string(15, ctrlB);
+  keys += ctrlA;
+  keys += enter;
   const Outcome o = Script{.keys = keys, .columns = 10}.go();
   expectWithinWidth(o, 2, 10);
   // At the start the text is cut on the right: 8 columns remain for it.
@@ -350,8 +350,8 @@ TEST(EditLoopTest, ScrollingKeepsCursorVisibleWhenMovingLeft) {
 TEST(EditLoopTest, WideCharactersScrollWithinWidth) {
   std::u16string keys;
   for (int i = 0; i < 9; ++i) keys += u"\u4e2da";
-  keys += std::u16string(7, kCtrlB);
-  keys += kEnter;
+  keys += std::u16string(7, ctrlB);
+  keys += enter;
   for (const EditSettings& settings : {masked(), plain()}) {
     const Outcome o = Script{.keys = keys, .settings = settings, .columns = 9}.go();
     EXPECT_EQ(o.result, 36);
@@ -369,7 +369,7 @@ TEST(EditLoopTest, InvalidUtf8FromTransposeStaysWithinWidth) {
       0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0x8A, 0x89, 0x8A,
       0x2, 0x58, 0x1, 0x4E60, 0x14, 0x2DDF, 0x69, 0x69, 0x69, 0x69, 0x69,
       0x69, 0x69, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF,
-      0x69, 0x69, 0x69, 0x69, 0x69, 0x69, 0x69, kEnter};
+      0x69, 0x69, 0x69, 0x69, 0x69, 0x69, 0x69, enter};
   const Outcome o = Script{.keys = keys, .columns = 12}.go();
   EXPECT_GT(o.result, 0);
   expectWithinWidth(o, 2, 12);
@@ -377,7 +377,7 @@ TEST(EditLoopTest, InvalidUtf8FromTransposeStaysWithinWidth) {
 
 TEST(EditLoopTest, PromptWithEscapeSequenceCountsVisibleColumnsOnly) {
   const std::string prompt = "\x1b[1mPW\x1b[0m: ";
-  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlA + kEnter,
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + enter,
                         .prompt = prompt}
                         .go();
   EXPECT_EQ(o.writes.back(), refreshed(prompt, "**", 4));
@@ -385,7 +385,7 @@ TEST(EditLoopTest, PromptWithEscapeSequenceCountsVisibleColumnsOnly) {
 
 TEST(EditLoopTest, InputStopsAt4095Bytes) {
   std::u16string keys(5000, u'a');
-  keys += kEnter;
+  keys += enter;
   const Outcome o = Script{.keys = keys, .columns = 10}.go();
   EXPECT_EQ(o.result, 4095);
   EXPECT_EQ(o.line, std::string(4095, 'a'));
@@ -394,7 +394,7 @@ TEST(EditLoopTest, InputStopsAt4095Bytes) {
 TEST(EditLoopTest, CharacterThatDoesNotFitWholeIsDropped) {
   std::u16string keys(4093, u'a');
   keys += u"\u20ac\u00e9";  // 3 bytes do not fit, 2 do
-  keys += kEnter;
+  keys += enter;
   const Outcome o = Script{.keys = keys}.go();
   EXPECT_EQ(o.result, 4095);
   EXPECT_EQ(o.line.substr(4093), "\xc3\xa9");
@@ -430,7 +430,7 @@ TEST(EditLoopTest, FailedEchoFails) {
 }
 
 TEST(EditLoopTest, FailedRefreshIsIgnored) {
-  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlA + u"c\r",
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + u"c\r",
                         .writesBeforeFailure = 3}
                         .go();
   EXPECT_EQ(o.result, 3);
@@ -438,7 +438,7 @@ TEST(EditLoopTest, FailedRefreshIsIgnored) {
 }
 
 TEST(EditLoopTest, UpAndDownDoNothingWithoutHistory) {
-  const Outcome o = Script{.keys = std::u16string(u"ab") + kCtrlP + kCtrlN + kEnter}
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlP + ctrlN + enter}
                         .go();
   EXPECT_EQ(o.line, "ab");
   EXPECT_EQ(o.output, "> **");
@@ -448,9 +448,9 @@ TEST(EditLoopTest, HistoryPreviousAndNext) {
   History history;
   history.add("first");
   history.add("second");
-  const Outcome o = Script{.keys = std::u16string(u"x") + kCtrlP + kCtrlP +
-                                kCtrlP + kCtrlN + u"Z" + kCtrlN + kCtrlP +
-                                kCtrlN + kCtrlN + kEnter,
+  const Outcome o = Script{.keys = std::u16string(u"x") + ctrlP + ctrlP +
+                                ctrlP + ctrlN + u"Z" + ctrlN + ctrlP +
+                                ctrlN + ctrlN + enter,
                         .settings = plain(),
                         .history = &history}
                         .go();
@@ -473,10 +473,10 @@ TEST(EditLoopTest, HistoryPreviousAndNext) {
 
 TEST(EditLoopTest, MultiLineRefreshWrapsRows) {
   std::u16string keys(9, u'x');
-  keys += kCtrlA;
-  keys += kCtrlE;
-  keys += kCtrlA;
-  keys += kEnter;
+  keys += ctrlA;
+  keys += ctrlE;
+  keys += ctrlA;
+  keys += enter;
   const Outcome o = Script{.keys = keys,
                         .settings = {true, true, '*'},
                         .columns = 10}

@@ -29,7 +29,7 @@ TEST(HistoryTest, IgnoresRepeatOfNewest) {
 TEST(HistoryTest, DropsOldestWhenFull) {
   History history;
   for (int i = 0; i < 150; ++i) history.add(std::to_string(i));
-  ASSERT_EQ(history.size(), History::kMaxLength);
+  ASSERT_EQ(history.size(), History::historyMaxLength);
   EXPECT_EQ(history.fromNewest(0), "149");
   EXPECT_EQ(history.fromNewest(99), "50");
 }

@@ -17,12 +17,12 @@
 namespace {
 
 std::string hex(std::string_view bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
+  static constexpr char digits[] = "0123456789abcdef";
   std::string text;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
+    text += digits[byte >> 4];
+    text += digits[byte & 0xF];
   }
   return text;
 }

@@ -19,15 +19,15 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::milliseconds kTimeout{5000};
+constexpr std::chrono::milliseconds timeout{5000};
 
 std::string hex(std::string_view bytes) {
-  static constexpr char kDigits[] = "0123456789abcdef";
+  static constexpr char digits[] = "0123456789abcdef";
   std::string text;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
+    text += digits[byte >> 4];
+    text += digits[byte & 0xF];
   }
   return text;
 }
@@ -64,7 +64,7 @@ class ProbeSession {
 
   // Reads output until it holds `text` after the first `from` bytes.
   bool waitFor(std::string_view text, std::size_t from = 0) {
-    const auto deadline = Clock::now() + kTimeout;
+    const auto deadline = Clock::now() + timeout;
     while (output_.find(text, from) == std::string::npos) {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
           deadline - Clock::now());
@@ -86,7 +86,7 @@ class ProbeSession {
 
   // Waits for the probe to end; returns its waitpid status, or -1.
   int wait() {
-    const auto deadline = Clock::now() + kTimeout;
+    const auto deadline = Clock::now() + timeout;
     while (Clock::now() < deadline) {
       // Keep draining the output so the probe never blocks on a full pty.
       pollfd master{master_, POLLIN, 0};
@@ -142,7 +142,7 @@ class ProbeSession {
   std::string output_;
 };
 
-constexpr std::string_view kCancelled =
+constexpr std::string_view cancelled =
     "CANCELLED user cancelled input by pressing pressed Ctrl+C";
 
 // Types `keys` after the prompt, expects `result` and the terminal modes
@@ -212,14 +212,14 @@ TEST(ReadLinePtyTest, NulByteAloneGivesAnEmptyLine) {
   expectRead(std::string_view("\0\r", 2), "RESULT []");
 }
 
-TEST(ReadLinePtyTest, CtrlCCancels) { expectRead("ab\x03", kCancelled); }
+TEST(ReadLinePtyTest, CtrlCCancels) { expectRead("ab\x03", cancelled); }
 
-TEST(ReadLinePtyTest, LoneEscapeCancels) { expectRead("ab\x1b", kCancelled); }
+TEST(ReadLinePtyTest, LoneEscapeCancels) { expectRead("ab\x1b", cancelled); }
 
-TEST(ReadLinePtyTest, CtrlDOnEmptyLineCancels) { expectRead("\x04", kCancelled); }
+TEST(ReadLinePtyTest, CtrlDOnEmptyLineCancels) { expectRead("\x04", cancelled); }
 
 TEST(ReadLinePtyTest, DeleteKeyOnEmptyLineCancels) {
-  expectRead("\x1b[3~", kCancelled);
+  expectRead("\x1b[3~", cancelled);
 }
 
 TEST(ReadLinePtyTest, CtrlDOnNonEmptyLineDeletes) {
@@ -235,7 +235,7 @@ TEST(ReadLinePtyTest, TwoReadsInARow) {
   const std::size_t first = probe.output().find("RESULT [78]");
   ASSERT_TRUE(probe.waitFor("Password: ", first)) << probe.output();
   probe.send("\x03");
-  ASSERT_TRUE(probe.waitFor(kCancelled)) << probe.output();
+  ASSERT_TRUE(probe.waitFor(cancelled)) << probe.output();
   ASSERT_TRUE(WIFEXITED(probe.wait()));
   EXPECT_EQ(probe.modesLine(1), probe.modesLine(0));
 }

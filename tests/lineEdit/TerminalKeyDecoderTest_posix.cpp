@@ -19,14 +19,14 @@ class ScriptedBytes : public TerminalKeyDecoder::ByteSource {
     for (std::size_t& pause : pauses_) {
       if (pause == next_) {
         pause = static_cast<std::size_t>(-1);
-        if (timeoutMilliseconds >= 0) return Result::kTimeout;
+        if (timeoutMilliseconds >= 0) return Result::timeout;
       }
     }
     if (next_ == bytes_.size()) {
-      return timeoutMilliseconds >= 0 ? Result::kTimeout : Result::kEnd;
+      return timeoutMilliseconds >= 0 ? Result::timeout : Result::end;
     }
     byte = static_cast<unsigned char>(bytes_[next_++]);
-    return Result::kByte;
+    return Result::byte;
   }
 
  private:

@@ -24,18 +24,18 @@ struct Answers;
 
 template <>
 struct Answers<Sha256> {
-  static constexpr const char* kEmpty =
+  static constexpr const char* empty =
       "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
-  static constexpr const char* kAbc =
+  static constexpr const char* abc =
       "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-  static constexpr const char* kTwoBlocks896 =
+  static constexpr const char* twoBlocks896 =
       "cf5b16a778af8380036ce59e7b0492370b249b11e8f07a51afac45037afee9d1";
-  static constexpr const char* kTwoBlocks448 =
+  static constexpr const char* twoBlocks448 =
       "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1";
-  static constexpr const char* kMillionLetters =
+  static constexpr const char* millionLetters =
       "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0";
   // Lengths around the points where the padding needs a second block.
-  static constexpr std::pair<std::size_t, const char*> kPadding[] = {
+  static constexpr std::pair<std::size_t, const char*> padding[] = {
       {55, "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318"},
       {56, "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a"},
       {63, "7d3e74a05d7db15bce4ad9ec0658ea98e3f06eeecf16b4c6fff2da457ddc2f34"},
@@ -49,22 +49,22 @@ struct Answers<Sha256> {
 
 template <>
 struct Answers<Sha512> {
-  static constexpr const char* kEmpty =
+  static constexpr const char* empty =
       "cf83e1357eefb8bdf1542850d66d8007d620e4050b5715dc83f4a921d36ce9ce"
       "47d0d13c5d85f2b0ff8318d2877eec2f63b931bd47417a81a538327af927da3e";
-  static constexpr const char* kAbc =
+  static constexpr const char* abc =
       "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a"
       "2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f";
-  static constexpr const char* kTwoBlocks896 =
+  static constexpr const char* twoBlocks896 =
       "8e959b75dae313da8cf4f72814fc143f8f7779c6eb9f7fa17299aeadb6889018"
       "501d289e4900f7e4331b99dec4b5433ac7d329eeb6dd26545e96e55b874be909";
-  static constexpr const char* kTwoBlocks448 =
+  static constexpr const char* twoBlocks448 =
       "204a8fc6dda82f0a0ced7beb8e08a41657c16ef468b228a8279be331a703c335"
       "96fd15c13b1b07f9aa1d3bea57789ca031ad85c7a71dd70354ec631238ca3445";
-  static constexpr const char* kMillionLetters =
+  static constexpr const char* millionLetters =
       "e718483d0ce769644e2e42c7bc15b4638e1f98b13b2044285632a803afa973eb"
       "de0ff244877ea60a4cb0432ce577c31beb009c5c2c49aa2e4eadb217ad8cc09b";
-  static constexpr std::pair<std::size_t, const char*> kPadding[] = {
+  static constexpr std::pair<std::size_t, const char*> padding[] = {
       {111,
        "fa9121c7b32b9e01733d034cfc78cbf67f926c7ed83e82200ef86818196921760b4beff48404df811b953828274"
        "461673c68d04e297b0eb7b2b4d60fc6b566a2"},
@@ -94,11 +94,11 @@ struct Answers<Sha512> {
 
 template <std::size_t N>
 std::string toHex(const std::array<unsigned char, N>& digest) {
-  static constexpr char kDigits[] = "0123456789abcdef";
+  static constexpr char digits[] = "0123456789abcdef";
   std::string text;
   for (const unsigned char byte : digest) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
+    text += digits[byte >> 4];
+    text += digits[byte & 15];
   }
   return text;
 }
@@ -145,13 +145,13 @@ TYPED_TEST(Sha2Test, ListsAPortableImplementationLast) {
 TYPED_TEST(Sha2Test, KnownAnswers) {
   using A = Answers<TypeParam>;
   this->forEachImplementation([] {
-    EXPECT_EQ(toHex(TypeParam::hash("")), A::kEmpty);
-    EXPECT_EQ(toHex(TypeParam::hash("abc")), A::kAbc);
+    EXPECT_EQ(toHex(TypeParam::hash("")), A::empty);
+    EXPECT_EQ(toHex(TypeParam::hash("abc")), A::abc);
     EXPECT_EQ(toHex(TypeParam::hash("abcdefghbcdefghicdefghijdefghijkefghijklfghijklmghijklmn"
                                     "hijklmnoijklmnopjklmnopqklmnopqrlmnopqrsmnopqrstnopqrstu")),
-              A::kTwoBlocks896);
+              A::twoBlocks896);
     EXPECT_EQ(toHex(TypeParam::hash("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")),
-              A::kTwoBlocks448);
+              A::twoBlocks448);
   });
 }
 
@@ -165,20 +165,20 @@ TYPED_TEST(Sha2Test, MillionLettersInUnevenPieces) {
       context.update(std::string_view(piece).substr(0, take));
       left -= take;
     }
-    EXPECT_EQ(toHex(context.finish()), Answers<TypeParam>::kMillionLetters);
+    EXPECT_EQ(toHex(context.finish()), Answers<TypeParam>::millionLetters);
   });
 }
 
 TYPED_TEST(Sha2Test, PaddingBoundaries) {
   this->forEachImplementation([] {
-    for (const auto& [length, digest] : Answers<TypeParam>::kPadding) {
+    for (const auto& [length, digest] : Answers<TypeParam>::padding) {
       EXPECT_EQ(toHex(TypeParam::hash(std::string(length, 'a'))), digest) << length;
     }
   });
 }
 
 TYPED_TEST(Sha2Test, EverySplitPointGivesTheOneShotDigest) {
-  const std::string message = patternMessage(3 * TypeParam::kBlockLength + 17);
+  const std::string message = patternMessage(3 * TypeParam::blockLength + 17);
   TypeParam::selectImplementation(TypeParam::implementations().back());
   const typename TypeParam::Digest expected = TypeParam::hash(message);
   this->forEachImplementation([&] {
@@ -204,11 +204,11 @@ TYPED_TEST(Sha2Test, EverySplitPointGivesTheOneShotDigest) {
 }
 
 TYPED_TEST(Sha2Test, ByteByByteGivesTheOneShotDigest) {
-  constexpr std::size_t kBlock = TypeParam::kBlockLength;
+  constexpr std::size_t block = TypeParam::blockLength;
   this->forEachImplementation([] {
     for (const std::size_t length :
-         {std::size_t{0}, std::size_t{1}, kBlock - 17, kBlock - 16, kBlock, kBlock + 1,
-          2 * kBlock - 1, 2 * kBlock, std::size_t{1000}}) {
+         {std::size_t{0}, std::size_t{1}, block - 17, block - 16, block, block + 1,
+          2 * block - 1, 2 * block, std::size_t{1000}}) {
       const std::string message = patternMessage(length);
       TypeParam context;
       for (const char c : message) context.update(std::string_view(&c, 1));
@@ -220,9 +220,9 @@ TYPED_TEST(Sha2Test, ByteByByteGivesTheOneShotDigest) {
 TYPED_TEST(Sha2Test, ImplementationsAgreeOnManyBlocks) {
   // Runs of blocks of every count up to 9, so that implementations working
   // on several blocks at a time meet their odd remainders.
-  const std::string message = patternMessage(9 * TypeParam::kBlockLength + 5);
+  const std::string message = patternMessage(9 * TypeParam::blockLength + 5);
   for (std::size_t length = 0; length <= message.size();
-       length += TypeParam::kBlockLength / 2 + 3) {
+       length += TypeParam::blockLength / 2 + 3) {
     const std::string_view part = std::string_view(message).substr(0, length);
     TypeParam::selectImplementation(TypeParam::implementations().back());
     const typename TypeParam::Digest expected = TypeParam::hash(part);
@@ -262,13 +262,13 @@ TYPED_TEST(Sha2Test, CompressMatchesThePaddedMessage) {
   using Word = typename TypeParam::Word;
   this->forEachImplementation([] {
     // "abc" laid out by hand: 0x80, zeros, bit length 24 in the last byte.
-    std::array<unsigned char, TypeParam::kBlockLength> block{};
+    std::array<unsigned char, TypeParam::blockLength> block{};
     block[0] = 'a';
     block[1] = 'b';
     block[2] = 'c';
     block[3] = 0x80;
-    block[TypeParam::kBlockLength - 1] = 24;
-    typename TypeParam::State state = TypeParam::kInitialState;
+    block[TypeParam::blockLength - 1] = 24;
+    typename TypeParam::State state = TypeParam::initialState;
     TypeParam::compress(state, block.data(), 1);
     const typename TypeParam::Digest expected = TypeParam::hash("abc");
     for (std::size_t i = 0; i < state.size(); ++i) {
@@ -285,26 +285,26 @@ TYPED_TEST(Sha2Test, PadLaysOutTheStandardPadding) {
   // The padding of "abc" in one block; of a message whose last 120 bytes
   // (SHA-256: 56) leave no room for the length field, in two.
   using Count = typename TypeParam::ByteCount;
-  constexpr std::size_t kBlock = TypeParam::kBlockLength;
-  std::array<unsigned char, 2 * kBlock> area{};
+  constexpr std::size_t block = TypeParam::blockLength;
+  std::array<unsigned char, 2 * block> area{};
   area.fill(0xEE);
   std::copy_n("abc", 3, area.begin());
   Count count = {0, 0};
   TypeParam::addToCount(count, 3);
   ASSERT_EQ(TypeParam::pad(area.data(), 3, count), 1U);
-  typename TypeParam::State state = TypeParam::kInitialState;
+  typename TypeParam::State state = TypeParam::initialState;
   TypeParam::compress(state, area.data(), 1);
   typename TypeParam::Digest digest;
   TypeParam::storeDigest(state, digest);
   EXPECT_EQ(digest, TypeParam::hash("abc"));
 
-  const std::string message = patternMessage(kBlock + kBlock - 8);
+  const std::string message = patternMessage(block + block - 8);
   area.fill(0xEE);
-  std::copy(message.begin() + kBlock, message.end(), area.begin());
+  std::copy(message.begin() + block, message.end(), area.begin());
   count = {0, 0};
   TypeParam::addToCount(count, message.size());
-  ASSERT_EQ(TypeParam::pad(area.data(), kBlock - 8, count), 2U);
-  state = TypeParam::kInitialState;
+  ASSERT_EQ(TypeParam::pad(area.data(), block - 8, count), 2U);
+  state = TypeParam::initialState;
   TypeParam::compress(state, reinterpret_cast<const unsigned char*>(message.data()), 1);
   TypeParam::compress(state, area.data(), 2);
   TypeParam::storeDigest(state, digest);

@@ -27,7 +27,7 @@ struct Vector {
   std::string_view expected;
 };
 
-constexpr Vector kVectors[] = {
+constexpr Vector vectors[] = {
     {5, "Hello world!", "saltstring", 5000, false,
      "$5$saltstring$5B8vYYiY.CVt1RlTTf8KbXBH3hsxY/GNooZaBBGWEc5"},
     {5, "Hello world!", "saltstringsaltst", 10000, true,
@@ -84,7 +84,7 @@ std::string callCrypt(int tag, std::string_view key, std::string_view salt, std:
 template <typename Hash>
 std::string referenceCrypt(std::string_view key, std::string_view salt, std::size_t rounds,
                            bool roundsCustom) {
-  constexpr std::size_t kLength = Hash::kDigestLength;
+  constexpr std::size_t length = Hash::digestLength;
   const auto asView = [](const typename Hash::Digest& d) {
     return std::string_view(reinterpret_cast<const char*>(d.data()), d.size());
   };
@@ -129,24 +129,24 @@ std::string referenceCrypt(std::string_view key, std::string_view salt, std::siz
     r = Hash::hash(message);
   }
 
-  static constexpr char kAlphabet[] =
+  static constexpr char alphabet[] =
       "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-  std::string text = kLength == 32 ? "$5$" : "$6$";
+  std::string text = length == 32 ? "$5$" : "$6$";
   if (roundsCustom) text += "rounds=" + std::to_string(rounds) + "$";
   text += std::string(salt.substr(0, salt.find('\0')));
   text += '$';
   const auto put = [&text](std::uint32_t w, int count) {
-    for (int i = 0; i < count; ++i, w >>= 6) text += kAlphabet[w & 63];
+    for (int i = 0; i < count; ++i, w >>= 6) text += alphabet[w & 63];
   };
-  const std::size_t n = kLength == 32 ? 10 : 21;
+  const std::size_t n = length == 32 ? 10 : 21;
   for (std::size_t k = 0; k < n; ++k) {
     std::size_t order[3] = {k, k + n, k + 2 * n};
-    const std::size_t turn = kLength == 32 ? k % 3 : (3 - k % 3) % 3;
+    const std::size_t turn = length == 32 ? k % 3 : (3 - k % 3) % 3;
     if (turn == 1) order[0] = k + 2 * n, order[1] = k, order[2] = k + n;
     if (turn == 2) order[0] = k + n, order[1] = k + 2 * n, order[2] = k;
     put((std::uint32_t{r[order[0]]} << 16) | (std::uint32_t{r[order[1]]} << 8) | r[order[2]], 4);
   }
-  if (kLength == 32) {
+  if (length == 32) {
     put((std::uint32_t{r[31]} << 8) | r[30], 3);
   } else {
     put(r[63], 2);
@@ -161,14 +161,14 @@ std::string reference(int tag, std::string_view key, std::string_view salt, std:
 }
 
 TEST(ShaCryptFunctionsTest, PublishedVectors) {
-  for (const Vector& v : kVectors) {
+  for (const Vector& v : vectors) {
     EXPECT_EQ(callCrypt(v.tag, v.key, v.salt, v.rounds, v.roundsCustom), v.expected) << v.expected;
   }
 }
 
 TEST(ShaCryptFunctionsTest, ReferenceAgreesWithPublishedVectors) {
   // Guards the comparison implementation itself (cheap vectors only).
-  for (const Vector& v : kVectors) {
+  for (const Vector& v : vectors) {
     if (v.rounds > 10000) continue;
     EXPECT_EQ(reference(v.tag, v.key, v.salt, v.rounds, v.roundsCustom), v.expected);
   }

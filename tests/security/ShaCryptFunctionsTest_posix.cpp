@@ -12,7 +12,7 @@
 namespace korvane::security {
 namespace {
 
-constexpr std::string_view kSaltAlphabet =
+constexpr std::string_view saltAlphabet =
     "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
 std::string systemCrypt(int tag, const std::string& key, const std::string& salt,
@@ -55,8 +55,8 @@ Case randomCase(std::mt19937& engine, std::size_t longestKey) {
   std::uniform_int_distribution<int> byte(1, 255);
   for (char& ch : c.key) ch = static_cast<char>(byte(engine));
   c.salt.resize(std::uniform_int_distribution<std::size_t>(1, 16)(engine));
-  std::uniform_int_distribution<std::size_t> pick(0, kSaltAlphabet.size() - 1);
-  for (char& ch : c.salt) ch = kSaltAlphabet[pick(engine)];
+  std::uniform_int_distribution<std::size_t> pick(0, saltAlphabet.size() - 1);
+  for (char& ch : c.salt) ch = saltAlphabet[pick(engine)];
   return c;
 }
 

@@ -174,24 +174,24 @@ TEST(ShaCryptTest, GeneratedSalt) {
 
 TEST(ShaCryptTest, RandomSaltCharactersCoverTheAlphabet) {
   std::string seen;
-  for (int i = 0; i < 4000 && seen.size() < ShaCrypt::kSaltAlphabet.size(); ++i) {
+  for (int i = 0; i < 4000 && seen.size() < ShaCrypt::saltAlphabet.size(); ++i) {
     const char c = ShaCrypt::randomSaltCharacter();
     ASSERT_TRUE(inSaltAlphabet(c)) << static_cast<int>(c);
     if (seen.find(c) == std::string::npos) seen += c;
   }
   // 62 values in 4000 draws: missing one by chance is below 1e-25.
-  EXPECT_EQ(seen.size(), ShaCrypt::kSaltAlphabet.size());
+  EXPECT_EQ(seen.size(), ShaCrypt::saltAlphabet.size());
 }
 
 TEST(ShaCryptTest, Constants) {
-  EXPECT_EQ(ShaCrypt::kDefaultRounds, 5000U);
-  EXPECT_EQ(ShaCrypt::kLeastRounds, 1000U);
-  EXPECT_EQ(ShaCrypt::kMostRounds, 999999999U);
-  EXPECT_EQ(ShaCrypt::kLongestSalt, 16U);
-  EXPECT_EQ(ShaCrypt::kGeneratedSaltLength, 16U);
-  EXPECT_EQ(ShaCrypt::kSaltAlphabet,
+  EXPECT_EQ(ShaCrypt::defaultRounds, 5000U);
+  EXPECT_EQ(ShaCrypt::leastRounds, 1000U);
+  EXPECT_EQ(ShaCrypt::mostRounds, 999999999U);
+  EXPECT_EQ(ShaCrypt::longestSalt, 16U);
+  EXPECT_EQ(ShaCrypt::generatedSaltLength, 16U);
+  EXPECT_EQ(ShaCrypt::saltAlphabet,
             "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ");
-  EXPECT_EQ(ShaCrypt::kHashCapacity, 124U);
+  EXPECT_EQ(ShaCrypt::hashCapacity, 124U);
   EXPECT_EQ(ShaCrypt::HashString::capacity(), 124U);
 }
 

@@ -21,13 +21,13 @@ namespace {
 #define KORVANE_UNDER_ADDRESS_SANITIZER 1
 #endif
 
-constexpr std::size_t kKeyLength = 16 * 1024;
+constexpr std::size_t keyLength = 16 * 1024;
 #if defined(KORVANE_UNDER_ADDRESS_SANITIZER)
 // The sanitizer pads every stack object with poisoned zones, which takes
 // several times the stack; under it the check is a looser one.
-constexpr std::size_t kStackSize = 64 * 1024;
+constexpr std::size_t stackSize = 64 * 1024;
 #else
-constexpr std::size_t kStackSize = 16 * 1024;
+constexpr std::size_t stackSize = 16 * 1024;
 #endif
 
 struct Job {
@@ -43,12 +43,12 @@ void* hashOnThread(void* argument) {
 
 TEST(ShaCryptPosixTest, LongKeyOnASmallStack) {
   Job job;
-  job.key.resize(kKeyLength);
-  for (std::size_t i = 0; i < kKeyLength; ++i) job.key[i] = static_cast<char>('a' + i % 26);
+  job.key.resize(keyLength);
+  for (std::size_t i = 0; i < keyLength; ++i) job.key[i] = static_cast<char>('a' + i % 26);
 
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_attr_init(&attributes), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStackSize), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, stackSize), 0);
   pthread_t thread;
   const int created = pthread_create(&thread, &attributes, hashOnThread, &job);
   pthread_attr_destroy(&attributes);

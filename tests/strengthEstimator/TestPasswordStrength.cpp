@@ -10,10 +10,10 @@ namespace korvane::setUserPassword {
 
 namespace {
 
-constexpr int kLowerCaseLetters = 26;
-constexpr int kUpperCaseLetters = 26;
-constexpr int kDigits = 10;
-constexpr int kOtherCharacters = 33;  // printable ASCII punctuation and space
+constexpr int lowerCaseLetters = 26;
+constexpr int upperCaseLetters = 26;
+constexpr int digits = 10;
+constexpr int otherCharacters = 33;  // printable ASCII punctuation and space
 
 int alphabetSize(std::string_view password) {
   bool lower = false;
@@ -31,8 +31,8 @@ int alphabetSize(std::string_view password) {
       other = true;
     }
   }
-  return (lower ? kLowerCaseLetters : 0) + (upper ? kUpperCaseLetters : 0) + (digit ? kDigits : 0) +
-         (other ? kOtherCharacters : 0);
+  return (lower ? lowerCaseLetters : 0) + (upper ? upperCaseLetters : 0) + (digit ? digits : 0) +
+         (other ? otherCharacters : 0);
 }
 
 }  // namespace
