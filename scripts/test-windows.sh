@@ -2,8 +2,8 @@
 # Cross-compiles the Windows build with MinGW-w64 (warnings are errors) and
 # runs its tests under Wine: every library and test program, then the whole
 # Windows program end to end: with redirected input
-# (tests/windows/end-to-end.sh) and at Wine's console on a pseudo-terminal
-# (tests/windows/console-end-to-end.py).
+# (tests/setUserPassword/EndToEndTest_windows.sh) and at Wine's console on a
+# pseudo-terminal (tests/setUserPassword/ConsoleEndToEndTest_windows.py).
 #
 # The program is KorvanePassword.exe when a MinGW build of zxcvbn is given
 # (ZXCVBN_ROOT=<folder with include/zxcvbn.h and lib/libzxcvbn.a>), and
@@ -68,14 +68,14 @@ if [[ ! -f "${program}" ]]; then
 fi
 if [[ -f "${program}" ]]; then
   echo "== $(basename "${program}") end to end under Wine, redirected input"
-  if timeout 900 bash tests/windows/end-to-end.sh "${program}" wine </dev/null; then
+  if timeout 900 bash tests/setUserPassword/EndToEndTest_windows.sh "${program}" wine </dev/null; then
     summary+=", redirected end-to-end passed"
   else
     summary+=", redirected end-to-end FAILED"
     status=1
   fi
   echo "== $(basename "${program}") end to end under Wine, at the console"
-  if timeout 1800 python3 tests/windows/console-end-to-end.py "${program}" wine </dev/null; then
+  if timeout 1800 python3 tests/setUserPassword/ConsoleEndToEndTest_windows.py "${program}" wine </dev/null; then
     summary+=", console end-to-end passed"
   else
     summary+=", console end-to-end FAILED"

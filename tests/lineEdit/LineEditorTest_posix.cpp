@@ -1,3 +1,5 @@
+// LineEditor on POSIX: redirected standard input read line by line through
+// pipes, without a prompt.
 #include "lineEdit/LineEditor.h"
 
 #include <fcntl.h>
@@ -6,25 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <stdexcept>
 #include <string>
-
-#include "lineEdit/CancelledException.h"
 
 namespace korvane::lineEdit {
 namespace {
-
-TEST(CancelledExceptionTest, DefaultMessage) {
-  const CancelledException e;
-  EXPECT_STREQ(e.what(), "user cancelled input by pressing pressed Ctrl+C");
-  const std::runtime_error& base = e;
-  EXPECT_STREQ(base.what(), "user cancelled input by pressing pressed Ctrl+C");
-}
-
-TEST(CancelledExceptionTest, OtherMessage) {
-  const CancelledException e("delete cancelled by user");
-  EXPECT_STREQ(e.what(), "delete cancelled by user");
-}
 
 // Replaces a standard descriptor for the lifetime of the object.
 class RedirectedDescriptor {
@@ -115,14 +102,6 @@ TEST(LineEditorTest, LongRedirectedLineIsReadInPieces) {
   EXPECT_EQ(editor.readLine(), std::string(4096, 'a'));
   EXPECT_EQ(editor.readLine(), std::string(904, 'a'));
   EXPECT_EQ(editor.readLine(), "next");
-}
-
-TEST(LineEditorTest, OptionsDefaultToUnmaskedSingleLine) {
-  const LineEditorOptions options;
-  EXPECT_FALSE(options.multiLine);
-  EXPECT_EQ(options.reserved, 0u);
-  EXPECT_FALSE(options.masked);
-  EXPECT_EQ(options.maskCharacter, '*');
 }
 
 }  // namespace

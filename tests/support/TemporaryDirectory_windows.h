@@ -1,7 +1,9 @@
 // TemporaryDirectory: a fresh folder under the system's temporary folder,
 // removed with everything in it when the object goes away.
 //
-// Thread safety: one object, one thread.
+// Thread safety: one object, one thread. Windows only, header-only (the
+// POSIX tests have theirs in tests/support/ChildProcess.h), so the Windows
+// tests need no test support library.
 #pragma once
 
 #include <windows.h>
@@ -11,7 +13,7 @@
 #include <string>
 #include <system_error>
 
-namespace korvane::test {
+namespace korvane::testing {
 
 class TemporaryDirectory {
  public:
@@ -36,4 +38,4 @@ class TemporaryDirectory {
   std::filesystem::path path_;
 };
 
-}  // namespace korvane::test
+}  // namespace korvane::testing

@@ -5,7 +5,7 @@
 # stored hash (verified with the system's crypt), printed paths and the
 # search in the standard location.
 #
-#   tests/windows/end-to-end.sh <program> [runner ...]
+#   tests/setUserPassword/EndToEndTest_windows.sh <program> [runner ...]
 #
 # With a runner (e.g. `wine`) the program is a Windows one: paths handed to
 # it are converted with winepath, printed paths are expected in Windows form

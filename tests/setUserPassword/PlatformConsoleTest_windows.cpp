@@ -1,6 +1,9 @@
-// Path conversions in the process's ANSI code page (the one the system
-// gives; Wine: 1252). PathConversionUtf8Test.cpp runs the same checks with
-// the process in the UTF-8 code page.
+// pathFromArgument on Windows: option values through the process's ANSI
+// code page (the one the system gives; Wine: 1252) and through the OEM one.
+// PlatformConsoleUtf8Test_windows.cpp runs them with the process in the
+// UTF-8 code page.
+#include "setUserPassword/PlatformConsole.h"
+
 #include <windows.h>
 
 #include <gtest/gtest.h>
@@ -9,7 +12,6 @@
 #include <string>
 #include <system_error>
 
-#include "setUserPassword/PlatformConsole.h"
 #include "utils/filesystem/PrintablePath.h"
 
 namespace korvane {
@@ -17,19 +19,6 @@ namespace {
 
 using setUserPassword::pathFromArgument;
 using utils::filesystem::toPrintable;
-
-TEST(PrintablePathTest, ForwardSlashesPrintAsBackslashes) {
-  EXPECT_EQ(toPrintable(L"C:/ProgramData/Korvane/Config/users.json"),
-            "C:\\ProgramData\\Korvane\\Config\\users.json");
-  EXPECT_EQ(toPrintable(L"dir/sub\\file"), "dir\\sub\\file");
-  EXPECT_EQ(toPrintable(std::filesystem::path(L"a") / L"b"), "a\\b");
-  EXPECT_EQ(toPrintable(L""), "");
-}
-
-TEST(PrintablePathTest, AnsiCharactersOfTheCodePage) {
-  if (::GetACP() != 1252) GTEST_SKIP() << "ANSI code page " << ::GetACP();
-  EXPECT_EQ(toPrintable(L"C:/caf\u00e9"), "C:\\caf\xe9");
-}
 
 TEST(PathFromArgumentTest, AsciiIsTakenAsItIs) {
   EXPECT_EQ(pathFromArgument("C:/Korvane/users.json").native(), L"C:/Korvane/users.json");

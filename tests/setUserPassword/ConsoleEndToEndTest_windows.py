@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """End-to-end runs of KorvanePassword at a console, on a pseudo-terminal.
 
-    tests/windows/console-end-to-end.py [--only <group>] <program> [runner ...]
+    tests/setUserPassword/ConsoleEndToEndTest_windows.py [--only <group>] <program> [runner ...]
 
 Groups: typing, cancelling, removal, redirected-output, no-endless-loop
 (all of them by default).

@@ -1,0 +1,147 @@
+// File on Windows: reading and writing in binary, truncation, "not found"
+// and the other open failures, and standard input from a file or a pipe.
+#include "utils/io/File.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <system_error>
+
+#include "tests/support/TemporaryDirectory_windows.h"
+#include "utils/filesystem/PrintablePath.h"
+#include "utils/io/FileInputStream.h"
+#include "utils/io/FileNotFoundError.h"
+#include "utils/io/FileOutputStream.h"
+
+namespace korvane {
+namespace {
+
+using testing::TemporaryDirectory;
+using utils::io::File;
+
+void writeText(const std::filesystem::path& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+}
+
+std::string readText(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+TEST(FileTest, WritesAndReadsAFile) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path path = directory.path() / L"caf\u00e9.json";
+  {
+    File file(path, File::Access::createOrTruncate);
+    const std::string text = "{\r\n\"a\": \"b\"}\n";
+    file.write(text);
+    file.sync();
+    file.close();
+  }
+  File file(path, File::Access::read);
+  char buffer[64];
+  const std::size_t got = file.read(buffer);
+  EXPECT_EQ(std::string(buffer, got), "{\r\n\"a\": \"b\"}\n");  // binary: no line end translation
+  EXPECT_EQ(file.read(buffer), 0u);
+}
+
+TEST(FileTest, CreateOrTruncateEmptiesAnExistingFile) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path path = directory.path() / "f";
+  writeText(path, "old content");
+  { utils::io::FileOutputStream<char> out(path, File::Access::createOrTruncate); }
+  EXPECT_EQ(readText(path), "");
+}
+
+TEST(FileTest, MissingFileIsFileNotFoundError) {
+  const TemporaryDirectory directory;
+  for (const auto& missing :
+       {directory.path() / "missing.json", directory.path() / "no" / "x.json"}) {
+    try {
+      utils::io::FileInputStream<char> in(missing);
+      ADD_FAILURE() << "no error";
+    } catch (const utils::io::FileNotFoundError& error) {
+      EXPECT_EQ(error.path(), missing);
+      EXPECT_NE(std::string(error.what()).find(utils::filesystem::toPrintable(missing)),
+                std::string::npos)
+          << error.what();
+    }
+  }
+}
+
+TEST(FileTest, OtherOpenFailuresAreSystemErrorsWithTheCode) {
+  const TemporaryDirectory directory;
+  // A folder cannot be opened as a file: access denied, not "not found".
+  try {
+    File file(directory.path(), File::Access::read);
+    ADD_FAILURE() << "no error";
+  } catch (const utils::io::FileNotFoundError&) {
+    ADD_FAILURE() << "a folder is not a missing file";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ERROR_ACCESS_DENIED);
+    EXPECT_NE(std::string(error.what()).find("could not open"), std::string::npos) << error.what();
+  }
+}
+
+// Standard input replaced by a file for the lifetime of the object.
+class RedirectedStandardInput {
+ public:
+  explicit RedirectedStandardInput(const std::filesystem::path& path)
+      : saved_(::GetStdHandle(STD_INPUT_HANDLE)),
+        file_(::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0,
+                            nullptr)) {
+    ::SetStdHandle(STD_INPUT_HANDLE, file_);
+  }
+  RedirectedStandardInput(const RedirectedStandardInput&) = delete;
+  RedirectedStandardInput& operator=(const RedirectedStandardInput&) = delete;
+  ~RedirectedStandardInput() {
+    ::SetStdHandle(STD_INPUT_HANDLE, saved_);
+    ::CloseHandle(file_);
+  }
+
+ private:
+  HANDLE saved_;
+  HANDLE file_;
+};
+
+TEST(FileTest, StandardInputPseudoFileReadsRedirectedInput) {
+  const TemporaryDirectory directory;
+  writeText(directory.path() / "input", "Secret password 1\r\nsecond line\n");
+  std::string text;
+  {
+    const RedirectedStandardInput redirected(directory.path() / "input");
+    File input(File::PseudoFile::standardInput);
+    EXPECT_EQ(input.path(), "standard input");
+    char buffer[8];
+    while (const std::size_t got = input.read(buffer)) text.append(buffer, got);
+  }
+  EXPECT_EQ(text, "Secret password 1\r\nsecond line\n");
+}
+
+TEST(FileTest, StandardInputFromAPipeEndsWhenTheWriterCloses) {
+  HANDLE readEnd = nullptr;
+  HANDLE writeEnd = nullptr;
+  ASSERT_TRUE(::CreatePipe(&readEnd, &writeEnd, nullptr, 0));
+  DWORD written = 0;
+  ASSERT_TRUE(::WriteFile(writeEnd, "line\n", 5, &written, nullptr));
+  ::CloseHandle(writeEnd);
+  const HANDLE saved = ::GetStdHandle(STD_INPUT_HANDLE);
+  ::SetStdHandle(STD_INPUT_HANDLE, readEnd);
+  std::string text;
+  {
+    File input(File::PseudoFile::standardInput);
+    char buffer[16];
+    while (const std::size_t got = input.read(buffer)) text.append(buffer, got);
+  }
+  ::SetStdHandle(STD_INPUT_HANDLE, saved);
+  ::CloseHandle(readEnd);
+  EXPECT_EQ(text, "line\n");
+}
+
+}  // namespace
+}  // namespace korvane
