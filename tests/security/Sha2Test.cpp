@@ -92,8 +92,8 @@ struct Answers<Sha512> {
   };
 };
 
-template <std::size_t N>
-std::string toHex(const std::array<unsigned char, N>& digest) {
+template <std::size_t length>
+std::string toHex(const std::array<unsigned char, length>& digest) {
   static constexpr char digits[] = "0123456789abcdef";
   std::string text;
   for (const unsigned char byte : digest) {
