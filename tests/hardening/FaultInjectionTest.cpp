@@ -321,21 +321,7 @@ class InPlaceCopyTest : public ::testing::Test {
 
   // Problems with `path` as the complete new password file.
   static std::string checkNewContent(const std::filesystem::path& path) {
-    setUserPassword::PasswordFile file(path);
-    try {
-      file.read();
-    } catch (const std::exception& error) {
-      return std::string("does not parse: ") + error.what();
-    }
-    if (file.entries().size() != 1 + userCount + extraMembers) return "wrong number of entries";
-    for (const auto& entry : file.entries()) {
-      if (entry.name() == Installation::userUuid(changedUser)) {
-        return hashMatches(std::string(entry.value()), strongPassword)
-                   ? ""
-                   : "the new hash does not verify";
-      }
-    }
-    return "the changed user's entry is missing";
+    return checkNewPasswordFile(path, 1 + userCount + extraMembers, changedUser, strongPassword);
   }
 
   // The run worked: the password file is new and complete, in place (same

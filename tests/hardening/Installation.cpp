@@ -105,4 +105,22 @@ bool hashMatches(const std::string& hash, std::string_view password) {
   return computed != nullptr && hash == computed;
 }
 
+std::string checkNewPasswordFile(const std::filesystem::path& path, std::size_t entryCount,
+                                 int user, std::string_view password) {
+  setUserPassword::PasswordFile file(path);
+  try {
+    file.read();
+  } catch (const std::exception& error) {
+    return std::string("does not parse: ") + error.what();
+  }
+  if (file.entries().size() != entryCount) return "wrong number of entries";
+  for (const auto& entry : file.entries()) {
+    if (entry.name() == Installation::userUuid(user)) {
+      return hashMatches(std::string(entry.value()), password) ? ""
+                                                               : "the new hash does not verify";
+    }
+  }
+  return "the changed user's entry is missing";
+}
+
 }  // namespace korvane::hardening

@@ -71,4 +71,10 @@ class Installation {
 // Verifies a SHA-crypt hash string against a password with libcrypt.
 bool hashMatches(const std::string& hash, std::string_view password);
 
+// What is wrong with `path` as a complete new password file: it parses, has
+// `entryCount` entries, and the hash of user `user` verifies against
+// `password`. Empty when nothing is.
+std::string checkNewPasswordFile(const std::filesystem::path& path, std::size_t entryCount,
+                                 int user, std::string_view password);
+
 }  // namespace korvane::hardening

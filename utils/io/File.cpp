@@ -21,4 +21,13 @@ File& File::operator=(File&& other) noexcept {
 
 File::~File() { release(); }
 
+const char* File::pseudoFileName(PseudoFile pseudoFile) noexcept {
+  switch (pseudoFile) {
+    case PseudoFile::standardInput: return "standard input";
+    case PseudoFile::standardOutput: return "standard output";
+    case PseudoFile::standardError: return "standard error";
+  }
+  return "standard stream";
+}
+
 }  // namespace korvane::utils::io

@@ -82,6 +82,9 @@ class File {
  private:
   static const NativeHandle invalidHandle;
 
+  // The description that stands for a pseudo file's path in messages.
+  static const char* pseudoFileName(PseudoFile pseudoFile) noexcept;
+
   // Closes an owned open handle without reporting a failure.
   void release() noexcept;
 

@@ -26,15 +26,6 @@ int openFlags(File::Access access) {
   return O_RDONLY;
 }
 
-const char* pseudoFileName(File::PseudoFile pseudoFile) {
-  switch (pseudoFile) {
-    case File::PseudoFile::standardInput: return "standard input";
-    case File::PseudoFile::standardOutput: return "standard output";
-    case File::PseudoFile::standardError: return "standard error";
-  }
-  return "standard stream";
-}
-
 int toDescriptor(File::NativeHandle handle) { return static_cast<int>(handle); }
 
 }  // namespace

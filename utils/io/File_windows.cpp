@@ -45,15 +45,6 @@ DWORD standardHandleId(File::PseudoFile pseudoFile) {
   return STD_INPUT_HANDLE;
 }
 
-const char* pseudoFileName(File::PseudoFile pseudoFile) {
-  switch (pseudoFile) {
-    case File::PseudoFile::standardInput: return "standard input";
-    case File::PseudoFile::standardOutput: return "standard output";
-    case File::PseudoFile::standardError: return "standard error";
-  }
-  return "standard stream";
-}
-
 bool isMissing(std::error_code code) {
   return code.value() == ERROR_FILE_NOT_FOUND || code.value() == ERROR_PATH_NOT_FOUND;
 }
