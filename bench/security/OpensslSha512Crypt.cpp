@@ -50,12 +50,12 @@ void OpensslSha512Crypt::prepareShape(std::size_t shape, const Digest& keyDigest
   unsigned char* out = s.blocks.data();
   const bool odd = (shape & 1) != 0;
   if (odd) out = appendRepeated(out, keyDigest.data(), key_.size());
-  if (!odd) out += digest;
+  if (!odd) out += digestSize;
   if ((shape & 2) != 0) out = appendRepeated(out, saltDigest.data(), salt_.size());
   if ((shape & 4) != 0) out = appendRepeated(out, keyDigest.data(), key_.size());
   if (odd) {
     s.digestOffset = static_cast<std::size_t>(out - s.blocks.data());
-    out += digest;
+    out += digestSize;
   } else {
     s.digestOffset = 0;
     out = appendRepeated(out, keyDigest.data(), key_.size());
@@ -98,7 +98,7 @@ std::string_view OpensslSha512Crypt::hash() {
   addRepeated(context, alternate.data(), keyLength);
   for (std::size_t n = keyLength; n > 0; n >>= 1) {
     if ((n & 1) != 0) {
-      SHA512_Update(&context, alternate.data(), digest);
+      SHA512_Update(&context, alternate.data(), digestSize);
     } else {
       SHA512_Update(&context, key, keyLength);
     }
@@ -120,7 +120,7 @@ std::string_view OpensslSha512Crypt::hash() {
   for (std::size_t i = 0; i < rounds_; ++i) {
     const std::size_t shape = (i & 1) | (i % 3 != 0 ? 2U : 0U) | (i % 7 != 0 ? 4U : 0U);
     Shape& s = shapes_[shape];
-    std::memcpy(s.blocks.data() + s.digestOffset, running.data(), digest);
+    std::memcpy(s.blocks.data() + s.digestOffset, running.data(), digestSize);
     std::copy(s.start.begin(), s.start.end(), std::begin(context.h));
     context.num = 0;
     const std::size_t skipped = s.firstBlock * block;

@@ -35,9 +35,9 @@ class OpensslSha512Crypt {
   std::string_view hash();
 
  private:
-  static constexpr std::size_t digest = 64;
+  static constexpr std::size_t digestSize = 64;
   static constexpr std::size_t block = 128;
-  using Digest = std::array<unsigned char, digest>;
+  using Digest = std::array<unsigned char, digestSize>;
 
   // One message shape: its padded blocks with a slot for the running
   // digest, and the chaining value after the blocks compressed once.
