@@ -130,7 +130,12 @@ char32_t TerminalKeyDecoder::decodeControlSequence() {
 char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
   // A continuation byte or a byte that begins no well-formed sequence.
   if (!utils::string::isUtf8Lead(lead)) return 0;
-  std::array<char, 4> sequence{static_cast<char>(lead)};
+  // The bytes are part of a typed secret: zeroed on every way out.
+  struct Sequence {
+    std::array<char, 4> bytes{};
+    ~Sequence() { utils::core::secureZero(std::span<char>(bytes)); }
+  } sequence;
+  sequence.bytes[0] = static_cast<char>(lead);
   const std::size_t length = utils::string::utf8SequenceLength(lead);
   for (std::size_t i = 1; i < length; ++i) {
     unsigned char byte = 0;
@@ -139,12 +144,11 @@ char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
       pushBack(byte);  // the start of the next key
       return 0;
     }
-    sequence[i] = static_cast<char>(byte);
+    sequence.bytes[i] = static_cast<char>(byte);
   }
-  const utils::string::Utf8Sequence decoded = utils::string::decodeUtf8(
-      std::string_view(sequence.data(), length), utils::string::Utf8Malformed::reject);
-  utils::core::secureZero(std::span<char>(sequence));  // part of a typed secret
-  return decoded.codePoint;  // 0 when malformed
+  return utils::string::decodeUtf8(std::string_view(sequence.bytes.data(), length),
+                                   utils::string::Utf8Malformed::reject)
+      .codePoint;  // 0 when malformed
 }
 
 }  // namespace korvane::lineEdit

@@ -293,9 +293,10 @@ char* writeHashString(const typename Scheme::Hash::Digest& digest, const char* s
   std::size_t remaining = bufferLength - prefixLength;
 
   if (roundsCustom) {
-    // "rounds=<decimal>$" with snprintf's semantics: as much as fits before
-    // a terminating NUL is written, and the position advances by the whole
-    // field's length. Formatted by hand to keep the stack small.
+    // "rounds=<decimal>$": as much of it as fits before a terminating NUL
+    // is written, and the position advances by the whole field's length, so
+    // that a buffer too small shows as a position past its end. Formatted
+    // by hand to keep the stack small.
     std::array<char, sizeof roundsPrefix + 21> field;
     std::memcpy(field.data(), roundsPrefix, sizeof roundsPrefix - 1);
     char* end = std::to_chars(field.data() + sizeof roundsPrefix - 1,

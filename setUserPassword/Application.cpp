@@ -78,8 +78,7 @@ int Application::run() {
 void Application::setPassword() {
   SecureString password = readNewPassword();
   const security::ShaCrypt crypt(6, 5000);
-  std::string hash(crypt.hash(password.view()).view());
-  passwordFile_.set(userUuid_, std::move(hash));
+  passwordFile_.set(userUuid_, crypt.hash(password.view()).view());
 }
 
 // Another run may have replaced the file while this one waited for its user.
