@@ -1,5 +1,6 @@
 // TemporaryDirectory: a fresh folder under the system's temporary folder,
-// removed with everything in it when the object goes away.
+// removed with everything in it when the object goes away; and readText /
+// writeText for the files the tests put in it.
 //
 // Thread safety: one object, one thread. Windows only, header-only (the
 // POSIX tests have theirs in tests/support/ChildProcess.h), so the Windows
@@ -10,6 +11,8 @@
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <system_error>
 
@@ -37,5 +40,17 @@ class TemporaryDirectory {
  private:
   std::filesystem::path path_;
 };
+
+// Writes `text` as the whole content of `path`, bytes as they are.
+inline void writeText(const std::filesystem::path& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+}
+
+// The whole content of `path`; empty when it cannot be read.
+inline std::string readText(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 }  // namespace korvane::testing

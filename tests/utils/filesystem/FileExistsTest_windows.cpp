@@ -14,11 +14,7 @@ namespace korvane {
 namespace {
 
 using testing::TemporaryDirectory;
-
-void writeText(const std::filesystem::path& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
-}
+using testing::writeText;
 
 TEST(FileExistsTest, FilesAndDirectoriesExist) {
   const TemporaryDirectory directory;

@@ -18,16 +18,8 @@ namespace korvane {
 namespace {
 
 using testing::TemporaryDirectory;
-
-void writeText(const std::filesystem::path& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
-}
-
-std::string readText(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using testing::readText;
+using testing::writeText;
 
 TEST(FileReplacementTest, ReplacesAnExistingFile) {
   const TemporaryDirectory directory;

@@ -21,17 +21,9 @@ namespace korvane {
 namespace {
 
 using testing::TemporaryDirectory;
+using testing::readText;
+using testing::writeText;
 using utils::io::File;
-
-void writeText(const std::filesystem::path& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
-}
-
-std::string readText(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
 
 TEST(FileTest, WritesAndReadsAFile) {
   const TemporaryDirectory directory;
