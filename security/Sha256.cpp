@@ -1,9 +1,9 @@
 #include "security/Sha256.h"
 
 #include "security/Sha2Rounds.h"
+#include "utils/core/ProcessorFeatures.h"
 
 #if KORVANE_SHA2_X86_VARIANTS
-#include <cpuid.h>
 #include <immintrin.h>
 #endif
 
@@ -100,27 +100,16 @@ KORVANE_SHA_NI void compressBlocksShaNi(State& state, const unsigned char* block
 
 #endif
 
-#if KORVANE_SHA2_X86_VARIANTS
-// The SHA extensions: CPUID leaf 7, sub-leaf 0, bit 29 of EBX (asked
-// directly, since not every compiler's processor checks name them).
-bool processorHasShaInstructions() noexcept {
-  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-  if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return false;
-  return (ebx & (1U << 29)) != 0;
-}
-#endif
-
 using Supported = sha2rounds::ImplementationList<Word, 3>;
 
 Supported findSupported() noexcept {
   Supported supported;
 #if KORVANE_SHA2_X86_VARIANTS
-  __builtin_cpu_init();
-  if (processorHasShaInstructions() && __builtin_cpu_supports("sse4.1") &&
-      __builtin_cpu_supports("ssse3")) {
+  const utils::core::ProcessorFeatures& processor = utils::core::processorFeatures();
+  if (processor.sha && processor.sse41 && processor.ssse3) {
     supported.add({"sha-ni", compressBlocksShaNi});
   }
-  if (__builtin_cpu_supports("bmi2")) {
+  if (processor.bmi2) {
     supported.add({"bmi2", compressBlocksBmi2});
   }
 #endif

@@ -20,7 +20,7 @@
 
 #if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
 // Processor variants are compiled with target attributes and chosen at run
-// time with the compiler's processor checks.
+// time by utils/core's ProcessorFeatures.
 #define KORVANE_SHA2_X86_VARIANTS 1
 #else
 #define KORVANE_SHA2_X86_VARIANTS 0

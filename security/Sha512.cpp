@@ -1,6 +1,7 @@
 #include "security/Sha512.h"
 
 #include "security/Sha2Rounds.h"
+#include "utils/core/ProcessorFeatures.h"
 
 #if KORVANE_SHA2_X86_VARIANTS
 #include <immintrin.h>
@@ -222,15 +223,14 @@ using Supported = sha2rounds::ImplementationList<Word, 4>;
 Supported findSupported() noexcept {
   Supported supported;
 #if KORVANE_SHA2_X86_VARIANTS
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512vl") &&
-      __builtin_cpu_supports("bmi2")) {
+  const utils::core::ProcessorFeatures& processor = utils::core::processorFeatures();
+  if (processor.avx512f && processor.avx512vl && processor.bmi2) {
     supported.add({"avx512", compressBlocksAvx512});
   }
-  if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2")) {
+  if (processor.avx2 && processor.bmi2) {
     supported.add({"avx2", compressBlocksAvx2});
   }
-  if (__builtin_cpu_supports("bmi2")) {
+  if (processor.bmi2) {
     supported.add({"bmi2", compressBlocksBmi2});
   }
 #endif

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "utils/core/Format.h"
+#include "utils/core/SystemRandom.h"
 
 namespace korvane::security {
 
@@ -54,7 +55,7 @@ ShaCrypt::HashString ShaCrypt::hash(std::string_view password) const {
 char ShaCrypt::randomSaltCharacter() {
   // A fresh engine per character: every character rests on its own value
   // from the operating system's source, none on a shared engine's state.
-  std::random_device device;
+  std::random_device device(utils::core::randomDeviceToken());
   std::mt19937 engine(device());
   std::uniform_int_distribution<int> index(0, static_cast<int>(saltAlphabet.size()) - 1);
   return saltAlphabet[static_cast<std::size_t>(index(engine))];

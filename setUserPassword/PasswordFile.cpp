@@ -28,9 +28,12 @@ Uuid uuidOfName(std::string_view name) {
   return parsed ? *parsed : Uuid();
 }
 
-// The storage grows by blocks of this size; a longer name and value get a
-// block of their own.
-constexpr std::size_t blockSize = 1024 * 1024;
+// The storage grows by blocks, each twice the size of the one before from
+// the first to the largest, so that a small file (the usual one) costs one
+// small allocation from the heap and a large one few system calls. A longer
+// name and value get a block of their own.
+constexpr std::size_t firstBlockSize = 16 * 1024;
+constexpr std::size_t largestBlockSize = 1024 * 1024;
 
 void writeEntries(utils::io::OutputStream<char>& stream,
                   const std::deque<PasswordFile::Entry>& entries) {
@@ -47,6 +50,8 @@ std::string_view PasswordFile::schemaUrl() noexcept {
 
 char* PasswordFile::allocate(std::size_t size) {
   if (size > freeSize_) {
+    const std::size_t blockSize =
+        std::min(firstBlockSize << std::min<std::size_t>(blocks_.size(), 6), largestBlockSize);
     const std::size_t blockBytes = std::max(size, blockSize);
     blocks_.push_back(std::make_unique_for_overwrite<char[]>(blockBytes));
     free_ = blocks_.back().get();
@@ -124,9 +129,9 @@ void PasswordFile::write() const {
   temporary += utils::core::format(".{}", Uuid::create());
   // Created exclusively: whatever is already at that name (a file, a link
   // planted there) is neither followed nor truncated; the write fails.
-  utils::io::FileOutputStream<char> stream(temporary, utils::io::File::Access::createNew,
-                                           std::filesystem::perms::owner_read |
-                                               std::filesystem::perms::owner_write);
+  utils::io::FileOutputStream<char> stream(
+      temporary, utils::io::File::Access::createNew,
+      std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
   utils::io::copyAttributesForReplacement(stream.file(), target);
   writeEntries(stream, entries_);
   stream.sync();

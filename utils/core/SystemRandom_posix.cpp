@@ -1,4 +1,5 @@
 #include <sys/random.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -17,6 +18,11 @@ void fillSystemRandom(std::span<std::byte> out) {
     }
     done += static_cast<std::size_t>(got);
   }
+}
+
+const std::string& randomDeviceToken() {
+  static const std::string token = ::access("/dev/urandom", R_OK) == 0 ? "/dev/urandom" : "default";
+  return token;
 }
 
 }  // namespace korvane::utils::core

@@ -19,6 +19,8 @@
 #define KORVANE_JSON_AVX2 0
 #endif
 
+#include "utils/core/ProcessorFeatures.h"
+
 namespace korvane::utils::json::decoder::detail {
 
 namespace {
@@ -197,16 +199,11 @@ KORVANE_JSON_TARGET_AVX2 std::size_t digitLengthAvx2(const char* begin, const ch
 
 constexpr ScanKernels avx2Kernels{ScanLevel::avx2, plainStringLengthAvx2, whitespaceAvx2, digitLengthAvx2};
 
-bool processorHasAvx2() noexcept {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") != 0;
-}
-
 #endif
 
 ScanLevel detectBestLevel() noexcept {
 #if KORVANE_JSON_AVX2
-  if (processorHasAvx2()) return ScanLevel::avx2;
+  if (core::processorFeatures().avx2) return ScanLevel::avx2;
 #endif
 #if KORVANE_JSON_SSE2
   return ScanLevel::sse2;

@@ -1,0 +1,60 @@
+#include "utils/core/ProcessorFeatures.h"
+
+#include <cstdint>
+
+#if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__))
+#include <cpuid.h>
+#define KORVANE_X86_CPUID 1
+#else
+#define KORVANE_X86_CPUID 0
+#endif
+
+namespace korvane::utils::core {
+
+namespace {
+
+#if KORVANE_X86_CPUID
+
+constexpr bool bit(unsigned word, unsigned index) noexcept { return (word >> index & 1U) != 0; }
+
+// The register state the system saves on a context switch (XCR0).
+std::uint64_t savedRegisterState() noexcept {
+  unsigned low = 0;
+  unsigned high = 0;
+  __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+  return static_cast<std::uint64_t>(high) << 32 | low;
+}
+
+ProcessorFeatures detect() noexcept {
+  ProcessorFeatures features;
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0) return features;
+  features.ssse3 = bit(ecx, 9);
+  features.sse41 = bit(ecx, 19);
+  // The XMM and YMM state (bits 1 and 2), and for AVX-512 also the opmask
+  // and the upper ZMM state (bits 5 to 7), must be saved by the system.
+  const bool avxState = bit(ecx, 27) && bit(ecx, 28) && (savedRegisterState() & 0x06) == 0x06;
+  const bool avx512State = avxState && (savedRegisterState() & 0xE6) == 0xE6;
+  if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return features;
+  features.avx2 = avxState && bit(ebx, 5);
+  features.bmi2 = bit(ebx, 8);
+  features.avx512f = avx512State && bit(ebx, 16);
+  features.avx512vl = features.avx512f && bit(ebx, 31);
+  features.sha = bit(ebx, 29);
+  return features;
+}
+
+#else
+
+ProcessorFeatures detect() noexcept { return {}; }
+
+#endif
+
+}  // namespace
+
+const ProcessorFeatures& processorFeatures() noexcept {
+  static const ProcessorFeatures features = detect();
+  return features;
+}
+
+}  // namespace korvane::utils::core
