@@ -1,5 +1,3 @@
-#include "utils/json/encoder/Document.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -12,6 +10,8 @@
 
 #include "tests/utils/json/MemoryStreams.h"
 #include "utils/json/decoder/Document.h"
+#include "utils/json/decoder/ScanKernels.h"
+#include "utils/json/encoder/Document.h"
 
 namespace korvane::utils::json::encoder {
 namespace {
@@ -63,10 +63,12 @@ TEST(EncoderTest, CompactFormat) {
 TEST(EncoderTest, Escaping) {
   std::string controls;
   for (int c = 0; c < 0x20; ++c) controls += static_cast<char>(c);
-  EXPECT_EQ(encode({{"q\"b\\", controls + "\x7F\xC3\xA9/"}}, Format::compact),
-            "{\"q\\\"b\\\\\":\"\\u0000\\u0001\\u0002\\u0003\\u0004\\u0005\\u0006\\u0007\\b\\t\\n\\u000b\\f\\r"
-            "\\u000e\\u000f\\u0010\\u0011\\u0012\\u0013\\u0014\\u0015\\u0016\\u0017\\u0018\\u0019\\u001a"
-            "\\u001b\\u001c\\u001d\\u001e\\u001f\x7F\xC3\xA9/\"}");
+  EXPECT_EQ(
+      encode({{"q\"b\\", controls + "\x7F\xC3\xA9/"}}, Format::compact),
+      "{\"q\\\"b\\\\\":"
+      "\"\\u0000\\u0001\\u0002\\u0003\\u0004\\u0005\\u0006\\u0007\\b\\t\\n\\u000b\\f\\r"
+      "\\u000e\\u000f\\u0010\\u0011\\u0012\\u0013\\u0014\\u0015\\u0016\\u0017\\u0018\\u0019\\u001a"
+      "\\u001b\\u001c\\u001d\\u001e\\u001f\x7F\xC3\xA9/\"}");
 }
 
 TEST(EncoderTest, DocumentDestroyedFirstClosesTheObject) {
@@ -126,7 +128,8 @@ TEST(EncoderTest, RoundTripThroughTheDecoder) {
   for (int round = 0; round < 300; ++round) {
     Entries entries;
     const int count = static_cast<int>(random() % 6);
-    for (int i = 0; i < count; ++i) entries.emplace_back(randomUtf8(random, 20), randomUtf8(random, 40));
+    for (int i = 0; i < count; ++i)
+      entries.emplace_back(randomUtf8(random, 20), randomUtf8(random, 40));
     for (const Format format : {Format::indented, Format::compact}) {
       const std::string json = encode(entries, format, 1 + random() % 16);
       EXPECT_EQ(decode(json), entries) << json;
@@ -137,11 +140,75 @@ TEST(EncoderTest, RoundTripThroughTheDecoder) {
 
 TEST(EncoderTest, RoundTripOfEscapedInput) {
   const std::string json =
-      "{\"\\u00e9\\ud83d\\ude00\\t\": \"a\\/b\\\"c\\\\d\\u0000\\u001F\", \"x\": \"\\b\\f\\n\\r\\t\"}";
+      "{\"\\u00e9\\ud83d\\ude00\\t\": \"a\\/b\\\"c\\\\d\\u0000\\u001F\", \"x\": "
+      "\"\\b\\f\\n\\r\\t\"}";
   const Entries entries = decode(json);
   EXPECT_EQ(decode(encode(entries, Format::indented)), entries);
   EXPECT_EQ(encode(entries, Format::compact),
-            "{\"\xC3\xA9\xF0\x9F\x98\x80\\t\":\"a/b\\\"c\\\\d\\u0000\\u001f\",\"x\":\"\\b\\f\\n\\r\\t\"}");
+            "{\"\xC3\xA9\xF0\x9F\x98\x80\\t\":\"a/"
+            "b\\\"c\\\\d\\u0000\\u001f\",\"x\":\"\\b\\f\\n\\r\\t\"}");
+}
+
+// The escaping of one byte, written out plainly, as the reference.
+std::string referenceQuoted(std::string_view text) {
+  std::string out = "\"";
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    switch (byte) {
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\b':
+        out += "\\b";
+        break;
+      case '\f':
+        out += "\\f";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      default:
+        if (byte < 0x20) {
+          static constexpr char hex[] = "0123456789abcdef";
+          out += "\\u00";
+          out += hex[byte >> 4];
+          out += hex[byte & 0xF];
+        } else {
+          out += c;
+        }
+    }
+  }
+  return out + "\"";
+}
+
+// Plain runs are measured many bytes at a time: every byte value at every
+// place of a string longer than two of the widest blocks, at every scan
+// level, must be written as the byte-by-byte reference writes it.
+TEST(EncoderTest, EveryByteAtEveryPlaceAtEveryScanLevel) {
+  using decoder::detail::ScanLevel;
+  for (const ScanLevel level : {ScanLevel::plain, ScanLevel::sse2, ScanLevel::avx2}) {
+    const ScanLevel previous = decoder::detail::setScanLevel(level);
+    for (int byte = 0; byte < 256; ++byte) {
+      for (std::size_t place = 0; place < 70; ++place) {
+        std::string value(70, 'a');
+        value[place] = static_cast<char>(byte);
+        value[69 - place] = static_cast<char>(0xC3 ^ byte);
+        const std::string json = encode({{"n", value}}, Format::compact);
+        ASSERT_EQ(json, "{\"n\":" + referenceQuoted(value) + "}")
+            << "byte " << byte << " at " << place << ", level " << static_cast<int>(level);
+      }
+    }
+    decoder::detail::setScanLevel(previous);
+  }
 }
 
 }  // namespace

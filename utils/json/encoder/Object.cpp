@@ -1,41 +1,64 @@
 #include "utils/json/encoder/Object.h"
 
-#include <array>
 #include <cstddef>
 #include <stdexcept>
 
 #include "utils/core/SecureZero.h"
+#include "utils/json/decoder/ScanKernels.h"
 #include "utils/json/encoder/Document.h"
 
 namespace korvane::utils::json::encoder {
 
 namespace {
 
-// Bytes written as they are: everything but '"', '\\' and control characters.
-constexpr std::array<bool, 256> plainByte = [] {
-  std::array<bool, 256> table{};
-  for (std::size_t c = 0x20; c < 256; ++c) table[c] = c != '"' && c != '\\';
-  return table;
-}();
+// The bytes at the start of [begin, end) that are written as they are.
+// The decoder's scan kernel measures the printable ASCII runs many bytes at
+// a time; the bytes from 0x80 on, which it stops at, are plain here too.
+std::size_t plainLength(const char* begin, const char* end) noexcept {
+  const auto& kernels = decoder::detail::scanKernels();
+  const char* p = begin;
+  for (;;) {
+    p += kernels.plainStringLength(p, end);
+    if (p == end || static_cast<unsigned char>(*p) < 0x80)
+      return static_cast<std::size_t>(p - begin);
+    while (p != end && static_cast<unsigned char>(*p) >= 0x80) ++p;
+  }
+}
 
 // Appends `text` in double quotes, escaped.
 void appendQuoted(std::string& out, std::string_view text) {
   static constexpr char hex[] = "0123456789abcdef";
   out += '"';
-  std::size_t runStart = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    if (plainByte[c]) continue;
-    out.append(text.data() + runStart, i - runStart);
-    runStart = i + 1;
+  const char* p = text.data();
+  const char* const end = p + text.size();
+  for (;;) {
+    const std::size_t plain = plainLength(p, end);
+    out.append(p, plain);
+    p += plain;
+    if (p == end) break;
+    const auto c = static_cast<unsigned char>(*p++);
     switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\b': out += "\\b"; break;
-      case '\f': out += "\\f"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\b':
+        out += "\\b";
+        break;
+      case '\f':
+        out += "\\f";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
       default: {
         const char escape[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
         out.append(escape, sizeof escape);
@@ -43,7 +66,6 @@ void appendQuoted(std::string& out, std::string_view text) {
       }
     }
   }
-  out.append(text.data() + runStart, text.size() - runStart);
   out += '"';
 }
 
@@ -58,7 +80,8 @@ Object::~Object() {
 
 void Object::addStringView(std::string_view name, std::string_view value) {
   if (document_ == nullptr) {
-    throw std::logic_error("korvane::utils::json::encoder::Object::addStringView(): the document is finished");
+    throw std::logic_error(
+        "korvane::utils::json::encoder::Object::addStringView(): the document is finished");
   }
   // The member is composed first and written with one call.
   const bool indented = document_->format_ == Format::indented;
