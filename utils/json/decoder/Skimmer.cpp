@@ -44,19 +44,23 @@ int hex4(const char* p) noexcept {
   return a << 12 | b << 8 | c << 4 | d;
 }
 
-// The plain string bytes that [begin, end) starts with. Most strings end
-// within 16 bytes, which one SSE2 test sees (the buffer's padding makes the
-// load safe); longer runs go on in the kernel.
+// The plain string bytes that [begin, end) starts with: up to 64 of them
+// tested here, 16 at a time with SSE2 (the buffer's padding makes the loads
+// safe, and a plain chunk never holds end_'s NUL byte), since most strings
+// end within them and the kernel's call then costs more than the test;
+// longer runs go on in the kernel.
 std::size_t plainStringLength(const ScanKernels& kernels, const char* begin, const char* end) noexcept {
 #if defined(__x86_64__) || defined(_M_X64)
   if (kernels.level != ScanLevel::plain) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin));
-    const __m128i special = _mm_or_si128(
-        _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
-        _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
-    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
-    if (mask != 0) return static_cast<std::size_t>(std::countr_zero(mask));
-    return 16 + kernels.plainStringLength(begin + 16, end);
+    for (std::size_t offset = 0; offset != 64; offset += 16) {
+      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin + offset));
+      const __m128i special = _mm_or_si128(
+          _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+          _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
+      const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
+      if (mask != 0) return offset + static_cast<std::size_t>(std::countr_zero(mask));
+    }
+    return 64 + kernels.plainStringLength(begin + 64, end);
   }
 #endif
   return kernels.plainStringLength(begin, end);
@@ -67,6 +71,7 @@ std::size_t plainStringLength(const ScanKernels& kernels, const char* begin, con
 Skimmer::Skimmer(Reader reader, std::size_t window)
     : reader_(std::move(reader)),
       kernels_(detail::scanKernels()),
+      wide_(kernels_.level != ScanLevel::plain),
       window_(std::max<std::size_t>(window, 16)),
       buffer_(window_ + padding, '\0'),
       p_(buffer_.data()),
@@ -115,11 +120,6 @@ bool Skimmer::more(const char*& p) {
 void Skimmer::ensure(const char*& p, std::size_t count) {
   while (static_cast<std::size_t>(end_ - p) < count && more(p)) {
   }
-}
-
-void Skimmer::skipWhitespace() {
-  mark_ = p_;
-  skipWhitespaceFrom(p_);
 }
 
 // Keeps mark_ where it is, so that a token before the whitespace survives
@@ -174,7 +174,7 @@ bool Skimmer::nextMember(bool& started, SkimmedString& name) {
   if (*p_ != '"') giveUp();
   mark_ = p_;
   bool escaped = false;
-  const char* const close = scanStringBody(p_ + 1, escaped);
+  const char* const close = findClosingQuote(p_ + 1, escaped);
   const auto length = static_cast<std::size_t>(close - (mark_ + 1));
   skipWhitespaceFrom(close + 1);
   if (*p_ != ':') giveUp();
@@ -202,7 +202,7 @@ SkimmedString Skimmer::readString() {
   if (*p_ != '"') giveUp();
   mark_ = p_;
   bool escaped = false;
-  const char* const close = scanStringBody(p_ + 1, escaped);
+  const char* const close = findClosingQuote(p_ + 1, escaped);
   p_ = close + 1;
   return {std::string_view(mark_ + 1, static_cast<std::size_t>(close - (mark_ + 1))), escaped};
 }
@@ -210,11 +210,9 @@ SkimmedString Skimmer::readString() {
 void Skimmer::skipString() {
   mark_ = p_;
   bool escaped = false;
-  p_ = scanStringBody(p_ + 1, escaped) + 1;
+  p_ = findClosingQuote(p_ + 1, escaped) + 1;
 }
 
-// From just after an opening quote (mark_ on it) to the closing quote,
-// which it returns.
 const char* Skimmer::scanStringBody(const char* p, bool& escaped) {
   for (;;) {
     p += plainStringLength(kernels_, p, end_);

@@ -37,6 +37,12 @@
 #include <string_view>
 #include <vector>
 
+#if defined(__x86_64__) || defined(_M_X64)
+#include <emmintrin.h>
+
+#include <bit>
+#endif
+
 #include "utils/json/decoder/ScanKernels.h"
 
 namespace korvane::utils::json::decoder {
@@ -110,10 +116,39 @@ class Skimmer {
   bool refill();
   bool more(const char*& p);
   void ensure(const char*& p, std::size_t count);
-  void skipWhitespace();
+  // Sets mark_ to the next byte. Inline: most whitespace between tokens is
+  // none or one space.
+  void skipWhitespace() {
+    mark_ = p_;
+    const auto first = static_cast<unsigned char>(p_[0]);
+    if (first > ' ') return;
+    if (first == ' ' && static_cast<unsigned char>(p_[1]) > ' ') {
+      ++p_;
+      return;
+    }
+    skipWhitespaceFrom(p_);
+  }
   void skipWhitespaceFrom(const char* p);
   void require(char c);
   void skipString();
+  // From just after an opening quote (mark_ on it) to the closing quote,
+  // which it returns. Inline for the common case: the closing quote among
+  // the next 16 bytes with no other special byte before it.
+  const char* findClosingQuote(const char* p, bool& escaped) {
+#if defined(__x86_64__) || defined(_M_X64)
+    if (wide_) {
+      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+      const __m128i quote = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
+      const __m128i other =
+          _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+      const auto quotes = static_cast<unsigned>(_mm_movemask_epi8(quote));
+      const auto special = quotes | static_cast<unsigned>(_mm_movemask_epi8(other));
+      const unsigned first = special & (0u - special);
+      if ((first & quotes) != 0) return p + std::countr_zero(first);
+    }
+#endif
+    return scanStringBody(p, escaped);
+  }
   const char* scanStringBody(const char* p, bool& escaped);
   const char* skipEscape(const char* p);
   const char* skipUtf8(const char* p);
@@ -122,6 +157,7 @@ class Skimmer {
 
   Reader reader_;
   const detail::ScanKernels& kernels_;
+  bool wide_;  // the kernels are SSE2 or wider
   std::size_t window_;
   std::vector<char> buffer_;
   const char* p_;     // the next byte
