@@ -1,5 +1,9 @@
 #include "setUserPassword/UserConfiguration.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -184,6 +188,24 @@ TEST_F(UserConfigurationTest, WrongKindsAreDecoderErrors) {
     const std::string text = errorOf(content, "alice");
     EXPECT_TRUE(text.starts_with("\"" + path_.string() + "\", line 1, column ")) << text;
   }
+}
+
+TEST_F(UserConfigurationTest, AFifoIsReadOnceByTheExactPass) {
+  // A FIFO cannot be read twice: the search must not start the fast pass
+  // on it, which could only leave the exact pass an empty remainder.
+  const auto fifo = directory_.path() / "users.fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  // A reader held open keeps the written content in the pipe until the
+  // search opens the FIFO itself; the writer is gone by then (the end).
+  const int keeper = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(keeper, 0);
+  const int writer = ::open(fifo.c_str(), O_WRONLY);
+  ASSERT_GE(writer, 0);
+  const std::string content = std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA + R"("}]})";
+  ASSERT_EQ(::write(writer, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+  ::close(writer);
+  EXPECT_EQ(findUser(fifo, "alice"), *Uuid::fromString(uuidA));
+  ::close(keeper);
 }
 
 TEST_F(UserConfigurationTest, MissingFileIsFileNotFoundError) {
