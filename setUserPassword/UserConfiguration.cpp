@@ -80,17 +80,20 @@ UserTally readUsers(utils::io::InputStream<char>& stream, const std::filesystem:
   return tally;
 }
 
-Uuid findUser(const std::filesystem::path& path, std::string_view userName) {
+Uuid findUser(const std::filesystem::path& path, std::string_view userName, SearchPass* settledBy) {
   utils::io::File file(path, utils::io::File::Access::read);
   std::optional<UserTally> tally;
   if (file.isRegularFile()) {
     tally = UserSkim::run([&file](std::span<char> into) { return file.read(into); }, userName);
     if (!tally) file.rewind();
   }
+  SearchPass pass = SearchPass::skim;
   if (!tally) {
     utils::io::FileInputStream<char> stream(std::move(file));
     tally.emplace(readUsers(stream, path, userName));
+    pass = SearchPass::exact;
   }
+  if (settledBy != nullptr) *settledBy = pass;
   return tally->result(path);
 }
 

@@ -24,11 +24,17 @@
 
 namespace korvane::setUserPassword {
 
+// The pass that settled a search.
+enum class SearchPass : int { skim, exact };
+
 // The UUID of the one user named `userName` (compared byte for byte).
 // Throws when the file cannot be read or is malformed, when no user or more
 // than one user has the name, when the matched user has no UUID, several
 // names or UUIDs, the null UUID, or a UUID that another user has too.
-utils::core::Uuid findUser(const std::filesystem::path& path, std::string_view userName);
+// When the file could be read, *settledBy (if given) tells which pass
+// settled the search, for tests.
+utils::core::Uuid findUser(const std::filesystem::path& path, std::string_view userName,
+                           SearchPass* settledBy = nullptr);
 
 // The exact pass over `stream`, named `path` in messages: the tally of the
 // whole text, or the decoder's located error (or one of the matched user's
