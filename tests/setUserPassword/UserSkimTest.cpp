@@ -18,6 +18,7 @@
 #include "setUserPassword/UserConfiguration.h"
 #include "tests/utils/json/MemoryStreams.h"
 #include "utils/core/Format.h"
+#include "utils/json/decoder/Parser.h"
 
 namespace korvane::setUserPassword {
 namespace {
@@ -204,6 +205,22 @@ TEST(UserSkimTest, LeavesLocatedAndEscapedCasesToTheExactPass) {
     expectGivesUp(content, "alice");
     expectAgrees(content, "alice", content);
   }
+}
+
+TEST(UserSkimTest, MemberNamesAsLongAsTheExactPassTakes) {
+  // The exact pass refuses a member name of the top-level object or of a
+  // user object longer than its limit; names inside skipped values have none.
+  const std::size_t limit = utils::json::decoder::detail::Parser::maxNameLength;
+  const auto withName = [&](std::size_t length) {
+    return R"({"users": [{")" + std::string(length, 'n') + R"(": 1, "userName": "alice", "UUID": ")" + uuidA +
+           R"("}], "x": {")" + std::string(2 * limit, 'm') + R"(": 2}})";
+  };
+  expectDecides(withName(limit), "alice", std::string("found ") + uuidA);
+  expectGivesUp(withName(limit + 1), "alice");
+  EXPECT_FALSE(exactOutcome(withName(limit + 1), "alice").readWhole);
+  const std::string topLevel = R"({")" + std::string(limit + 1, 't') + R"(": 1, "users": []})";
+  expectGivesUp(topLevel, "alice");
+  EXPECT_FALSE(exactOutcome(topLevel, "alice").readWhole);
 }
 
 TEST(UserSkimTest, EditsAtEveryPositionAgreeWithTheExactPass) {
