@@ -26,7 +26,9 @@ namespace korvane::setUserPassword {
 class UserSkim {
  public:
   // The tally of the text that `reader` gives, or nothing when the skim
-  // gave up (its memory is then released). `window` is the Skimmer's.
+  // gave up (its memory is then released). `window` is the Skimmer's. The
+  // reader's exceptions pass through: a read failure is the search's
+  // outcome in either pass.
   static std::optional<UserTally> run(const utils::json::decoder::Skimmer::Reader& reader,
                                       std::string_view userName,
                                       std::size_t window = utils::json::decoder::Skimmer::defaultWindow);

@@ -93,12 +93,7 @@ bool Skimmer::refill() {
     p_ -= shift;
     mark_ = begin;
   }
-  std::size_t got = 0;
-  try {
-    got = reader_(std::span<char>(begin + keep, window_ - keep));
-  } catch (...) {
-    giveUp();
-  }
+  const std::size_t got = reader_(std::span<char>(begin + keep, window_ - keep));
   if (got > window_ - keep) giveUp();
   char* const end = begin + keep + got;
   std::memset(end, 0, padding);

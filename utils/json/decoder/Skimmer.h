@@ -24,8 +24,10 @@
 // Input comes from a Reader in blocks into the Skimmer's own window. A
 // token that the end of the buffered bytes cuts is finished after the
 // unread tail has been moved to the window's front and the window refilled.
-// A Reader's exception is taken as giving up too (the exact pass reads
-// again and reports it).
+// A Reader's exception is no giving up: it leaves attempt() as it is, so
+// that a read failure is reported as such (an exact pass would meet it at
+// the same point, after the same bytes, all accepted) and a failure that
+// would not strike again cannot be hidden by a second reading.
 //
 // Thread safety: one Skimmer, one thread.
 #pragma once
@@ -69,7 +71,8 @@ class Skimmer {
   Skimmer& operator=(const Skimmer&) = delete;
 
   // Runs `walk` (which calls the operations below) and returns true when
-  // it completed, false when the walk or the Skimmer gave up.
+  // it completed, false when the walk or the Skimmer gave up. The Reader's
+  // exceptions (and the walk's own) pass through.
   template <typename Walk>
   bool attempt(Walk&& walk) {
     try {
