@@ -18,14 +18,12 @@
 #include <filesystem>
 #include <string_view>
 
+#include "setUserPassword/SearchPass.h"
 #include "setUserPassword/UserTally.h"
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
 
 namespace korvane::setUserPassword {
-
-// The pass that settled a search.
-enum class SearchPass : int { skim, exact };
 
 // The UUID of the one user named `userName` (compared byte for byte).
 // Throws when the file cannot be read or is malformed, when no user or more
