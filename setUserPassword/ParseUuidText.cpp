@@ -65,7 +65,8 @@ std::optional<Uuid> parseUuidText(std::string_view text) noexcept {
   const __m128i high = hexValues(_mm_set_epi64x(tail, third), &validHigh);
   if ((validLow & validHigh) != 0xFFFF) return std::nullopt;
   Uuid::Bytes bytes;
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes.data()), _mm_packus_epi16(pairs(low), pairs(high)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes.data()),
+                   _mm_packus_epi16(pairs(low), pairs(high)));
   return Uuid(bytes);
 #else
   const auto uuid = Uuid::fromString(text);

@@ -29,9 +29,9 @@ class UserSkim {
   // gave up (its memory is then released). `window` is the Skimmer's. The
   // reader's exceptions pass through: a read failure is the search's
   // outcome in either pass.
-  static std::optional<UserTally> run(const utils::json::decoder::Skimmer::Reader& reader,
-                                      std::string_view userName,
-                                      std::size_t window = utils::json::decoder::Skimmer::defaultWindow);
+  static std::optional<UserTally> run(
+      const utils::json::decoder::Skimmer::Reader& reader, std::string_view userName,
+      std::size_t window = utils::json::decoder::Skimmer::defaultWindow);
 };
 
 }  // namespace korvane::setUserPassword

@@ -11,8 +11,8 @@ namespace korvane::setUserPassword {
 utils::core::Uuid UserTally::result(const std::filesystem::path& path) const {
   const std::string file = utils::filesystem::toPrintable(path);
   if (matches_ == 0) {
-    throw std::runtime_error(utils::core::format("the user \"{}\" was not found in the file \"{}\"",
-                                                 soughtName_, file));
+    throw std::runtime_error(
+        utils::core::format("the user \"{}\" was not found in the file \"{}\"", soughtName_, file));
   }
   if (matches_ > 1) {
     throw std::runtime_error(utils::core::format(

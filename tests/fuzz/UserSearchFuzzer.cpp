@@ -69,8 +69,8 @@ void compareThePasses(const std::string& content) {
   const auto whole = korvane::setUserPassword::UserSkim::run(PieceReader(content), soughtName);
   const std::size_t piece = 1 + content.size() % 7;
   const std::size_t window = 16 + content.size() % 61;
-  const auto pieces =
-      korvane::setUserPassword::UserSkim::run(PieceReader(content, piece, piece), soughtName, window);
+  const auto pieces = korvane::setUserPassword::UserSkim::run(PieceReader(content, piece, piece),
+                                                              soughtName, window);
   if (whole) {
     if (!exact || outcomeOf(*whole, path) != *exact) __builtin_trap();
   }

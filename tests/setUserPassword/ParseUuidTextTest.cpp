@@ -1,13 +1,13 @@
 // The user search's fast UUID reading accepts exactly the texts that
 // Uuid::fromString accepts, with the same value: every byte value at every
 // position, every length, both letter cases.
-#include "setUserPassword/ParseUuidText.h"
-
 #include <gtest/gtest.h>
 
 #include <cctype>
 #include <random>
 #include <string>
+
+#include "setUserPassword/ParseUuidText.h"
 
 namespace korvane::setUserPassword {
 namespace {

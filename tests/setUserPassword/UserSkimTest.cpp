@@ -5,8 +5,6 @@
 // skim must settle the search itself. Inputs: files shaped like the
 // benchmark's, every kind of error the search reports, edits at every
 // position, the input cut at every point, small windows.
-#include "setUserPassword/UserSkim.h"
-
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -16,6 +14,7 @@
 #include <vector>
 
 #include "setUserPassword/UserConfiguration.h"
+#include "setUserPassword/UserSkim.h"
 #include "tests/utils/json/MemoryStreams.h"
 #include "utils/core/Format.h"
 #include "utils/json/decoder/Parser.h"
@@ -60,11 +59,13 @@ std::optional<std::string> skimOutcome(const Skimmer::Reader& reader, std::strin
 }
 
 // Checks the skim against the exact pass; returns whether the skim decided.
-bool expectAgrees(const std::string& content, std::string_view name, const std::string& label = {}) {
+bool expectAgrees(const std::string& content, std::string_view name,
+                  const std::string& label = {}) {
   const ExactOutcome exact = exactOutcome(content, name);
   const std::optional<std::string> skim = skimOutcome(PieceReader(content), name);
   if (!skim) return false;
-  EXPECT_TRUE(exact.readWhole) << label << ": the skim decided where the exact pass fails: " << exact.text;
+  EXPECT_TRUE(exact.readWhole) << label
+                               << ": the skim decided where the exact pass fails: " << exact.text;
   EXPECT_EQ(*skim, exact.text) << label;
   return true;
 }
@@ -82,8 +83,8 @@ void expectGivesUp(const std::string& content, std::string_view name) {
 
 std::string userName(std::uint64_t i) { return utils::core::format("user{:07}", i); }
 std::string uuidText(std::uint64_t i) {
-  return utils::core::format("{:08x}-{:04x}-4{:03x}-8{:03x}-{:012x}", i * 2654435761u % 0xFFFFFFFFu, i % 0xFFFF,
-                             i % 0xFFF, (i / 7) % 0xFFF, i);
+  return utils::core::format("{:08x}-{:04x}-4{:03x}-8{:03x}-{:012x}", i * 2654435761u % 0xFFFFFFFFu,
+                             i % 0xFFFF, i % 0xFFF, (i / 7) % 0xFFF, i);
 }
 
 // A users file shaped like the benchmark's: every user has a member of one
@@ -95,10 +96,20 @@ std::string usersFile(std::uint64_t count) {
   for (std::uint64_t i = 1; i <= count; ++i) {
     out += "    {\"userName\": \"" + userName(i) + "\", ";
     switch (i % 4) {
-      case 0: out += "\"groups\": [\"admins\", \"ops\", 42, null], "; break;
-      case 1: out += "\"profile\": {\"age\": 37, \"ratio\": -0.125e-3, \"active\": true, \"tags\": []}, "; break;
-      case 2: out += "\"notes\": \"line one\\nline \\\"two\\\"\\t\\u00e9\\ud83d\\ude00 \xC3\xA9t\xC3\xA9\", "; break;
-      default: out += "\"quota\": 1234567.891, \"locked\": false, \"manager\": null, "; break;
+      case 0:
+        out += "\"groups\": [\"admins\", \"ops\", 42, null], ";
+        break;
+      case 1:
+        out += "\"profile\": {\"age\": 37, \"ratio\": -0.125e-3, \"active\": true, \"tags\": []}, ";
+        break;
+      case 2:
+        out +=
+            "\"notes\": \"line one\\nline \\\"two\\\"\\t\\u00e9\\ud83d\\ude00 "
+            "\xC3\xA9t\xC3\xA9\", ";
+        break;
+      default:
+        out += "\"quota\": 1234567.891, \"locked\": false, \"manager\": null, ";
+        break;
     }
     out += "\"UUID\": \"" + uuidText(i) + "\"}";
     out += i == count ? "\n" : ",\n";
@@ -120,8 +131,10 @@ constexpr const char* uuidB = "aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee";
 
 TEST(UserSkimTest, DecidesOnBenchmarkShapedFiles) {
   const std::string content = usersFile(300);
-  for (const std::uint64_t i : {1u, 2u, 3u, 4u, 150u, 299u, 300u}) expectDecides(content, userName(i), found(i));
-  expectDecides(content, "nobody", "error the user \"nobody\" was not found in the file \"users.json\"");
+  for (const std::uint64_t i : {1u, 2u, 3u, 4u, 150u, 299u, 300u})
+    expectDecides(content, userName(i), found(i));
+  expectDecides(content, "nobody",
+                "error the user \"nobody\" was not found in the file \"users.json\"");
   expectDecides(content, "", "error the user \"\" was not found in the file \"users.json\"");
 }
 
@@ -142,7 +155,8 @@ TEST(UserSkimTest, DecidesOnEveryLayout) {
       windows += c;
     }
   }
-  for (const std::string& content : {compact, windows, "\xEF\xBB\xBF" + pretty, pretty + "  \n\n"}) {
+  for (const std::string& content :
+       {compact, windows, "\xEF\xBB\xBF" + pretty, pretty + "  \n\n"}) {
     expectDecides(content, userName(7), found(7));
   }
 }
@@ -150,38 +164,53 @@ TEST(UserSkimTest, DecidesOnEveryLayout) {
 TEST(UserSkimTest, DecidesTheSearchsOwnOutcomes) {
   const std::string path = "\"users.json\"";
   // Found, also with the UUID ahead of the name, upper case, other members.
-  expectDecides(users(user("alice", uuidA) + "," + user("bob", uuidB)), "bob", std::string("found ") + uuidB);
-  expectDecides(users(R"({"UUID": "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE", "x": [1, {"y": null}], "userName": "alice"})"),
-                "alice", std::string("found ") + uuidB);
+  expectDecides(users(user("alice", uuidA) + "," + user("bob", uuidB)), "bob",
+                std::string("found ") + uuidB);
+  expectDecides(
+      users(
+          R"({"UUID": "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE", "x": [1, {"y": null}], "userName": "alice"})"),
+      "alice", std::string("found ") + uuidB);
   // Names compared byte for byte, non-ASCII ones included.
   expectDecides(users(user("Alice", uuidA) + "," + user("\xC3\xA9lise", uuidB)), "\xC3\xA9lise",
                 std::string("found ") + uuidB);
-  expectDecides(users(user("Alice", uuidA)), "alice", "error the user \"alice\" was not found in the file " + path);
+  expectDecides(users(user("Alice", uuidA)), "alice",
+                "error the user \"alice\" was not found in the file " + path);
   // Duplicate UUIDs: of the matched user before and after it, in another
   // spelling, or only among other users.
-  expectDecides(users(user("bob", uuidA) + "," + user("alice", uuidA)), "alice",
-                std::string("error there is more than one user with UUID ") + uuidA + " in the file " + path);
-  expectDecides(users(user("alice", uuidA) + R"(, {"UUID": "11111111-2222-4333-8444-555555555555"})"), "alice",
-                std::string("error there is more than one user with UUID ") + uuidA + " in the file " + path);
-  expectDecides(users(user("alice", uuidB) + R"(, {"UUID": "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"})"), "alice",
-                std::string("error there is more than one user with UUID ") + uuidB + " in the file " + path);
-  expectDecides(users(R"({"UUID": ")" + std::string(uuidB) + R"(", "UUID": ")" + uuidA + R"("},)" + user("alice", uuidA)),
-                "alice", std::string("error there is more than one user with UUID ") + uuidA + " in the file " + path);
-  expectDecides(users(user("bob", uuidA) + "," + user("carol", uuidA) + "," + user("alice", uuidB)), "alice",
-                std::string("found ") + uuidB);
+  expectDecides(
+      users(user("bob", uuidA) + "," + user("alice", uuidA)), "alice",
+      std::string("error there is more than one user with UUID ") + uuidA + " in the file " + path);
+  expectDecides(
+      users(user("alice", uuidA) + R"(, {"UUID": "11111111-2222-4333-8444-555555555555"})"),
+      "alice",
+      std::string("error there is more than one user with UUID ") + uuidA + " in the file " + path);
+  expectDecides(
+      users(user("alice", uuidB) + R"(, {"UUID": "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"})"),
+      "alice",
+      std::string("error there is more than one user with UUID ") + uuidB + " in the file " + path);
+  expectDecides(
+      users(R"({"UUID": ")" + std::string(uuidB) + R"(", "UUID": ")" + uuidA + R"("},)" +
+            user("alice", uuidA)),
+      "alice",
+      std::string("error there is more than one user with UUID ") + uuidA + " in the file " + path);
+  expectDecides(users(user("bob", uuidA) + "," + user("carol", uuidA) + "," + user("alice", uuidB)),
+                "alice", std::string("found ") + uuidB);
   // Two users of the name come before a duplicate UUID.
-  expectDecides(users(user("alice", uuidA) + R"(, {"UUID": ")" + uuidA + R"("},)" + user("alice", uuidB)), "alice",
-                "error there is more than one user named \"alice\" in the file " + path);
+  expectDecides(
+      users(user("alice", uuidA) + R"(, {"UUID": ")" + uuidA + R"("},)" + user("alice", uuidB)),
+      "alice", "error there is more than one user named \"alice\" in the file " + path);
   expectDecides(users(user("alice", "00000000-0000-0000-0000-000000000000")), "alice",
                 "error the UUID of user \"alice\" is 00000000-0000-0000-0000-000000000000");
   // Unmatched users may be incomplete; every "users" member is walked, and
   // only at the top level.
-  expectDecides(users(R"({"userName": "bob", "userName": "b2"}, {"note": 1}, {"UUID": ")" + std::string(uuidB) +
-                      R"("},)" + user("alice", uuidA)),
+  expectDecides(users(R"({"userName": "bob", "userName": "b2"}, {"note": 1}, {"UUID": ")" +
+                      std::string(uuidB) + R"("},)" + user("alice", uuidA)),
                 "alice", std::string("found ") + uuidA);
-  expectDecides("{\"users\": [" + user("alice", uuidA) + "], \"x\": {\"users\": 5}, \"users\": [" + user("bob", uuidB) + "]}",
+  expectDecides("{\"users\": [" + user("alice", uuidA) + "], \"x\": {\"users\": 5}, \"users\": [" +
+                    user("bob", uuidB) + "]}",
                 "bob", std::string("found ") + uuidB);
-  expectDecides(R"({"people": []})", "alice", "error the user \"alice\" was not found in the file " + path);
+  expectDecides(R"({"people": []})", "alice",
+                "error the user \"alice\" was not found in the file " + path);
   expectDecides(users(""), "alice", "error the user \"alice\" was not found in the file " + path);
 }
 
@@ -189,8 +218,10 @@ TEST(UserSkimTest, LeavesLocatedAndEscapedCasesToTheExactPass) {
   for (const std::string& content : std::vector<std::string>{
            // The matched user's own errors, which carry its location.
            users(R"({"userName": "alice"})"),
-           users(R"({"userName": "alice", "UUID": ")" + std::string(uuidA) + R"(", "UUID": ")" + uuidB + R"("})"),
-           users(R"({"userName": "x", "userName": "alice", "UUID": ")" + std::string(uuidA) + R"("})"),
+           users(R"({"userName": "alice", "UUID": ")" + std::string(uuidA) + R"(", "UUID": ")" +
+                 uuidB + R"("})"),
+           users(R"({"userName": "x", "userName": "alice", "UUID": ")" + std::string(uuidA) +
+                 R"("})"),
            // Escapes where the exact pass compares or reads decoded text.
            users(user("al\\u0069ce", uuidA)),
            users(user("bob\\n", uuidA) + "," + user("alice", uuidB)),
@@ -198,9 +229,15 @@ TEST(UserSkimTest, LeavesLocatedAndEscapedCasesToTheExactPass) {
            "{\"u\\u0073ers\": [" + user("alice", uuidA) + "]}",
            users(R"({"userName": "alice", "UUID": "\u0031111111-2222-4333-8444-555555555555"})"),
            // Wrong kinds and malformed text.
-           R"({"users": {}})", R"({"users": [1]})", R"({"users": [{"userName": 5}]})",
-           users(user("alice", "not-a-uuid")), users(R"({"userName": "alice", "UUID": 1})"), "[]", "",
-           users(user("alice", uuidA)) + "x", users(user("alice", uuidA) + ","),
+           R"({"users": {}})",
+           R"({"users": [1]})",
+           R"({"users": [{"userName": 5}]})",
+           users(user("alice", "not-a-uuid")),
+           users(R"({"userName": "alice", "UUID": 1})"),
+           "[]",
+           "",
+           users(user("alice", uuidA)) + "x",
+           users(user("alice", uuidA) + ","),
        }) {
     expectGivesUp(content, "alice");
     expectAgrees(content, "alice", content);
@@ -212,8 +249,9 @@ TEST(UserSkimTest, MemberNamesAsLongAsTheExactPassTakes) {
   // user object longer than its limit; names inside skipped values have none.
   const std::size_t limit = utils::json::decoder::detail::Parser::maxNameLength;
   const auto withName = [&](std::size_t length) {
-    return R"({"users": [{")" + std::string(length, 'n') + R"(": 1, "userName": "alice", "UUID": ")" + uuidA +
-           R"("}], "x": {")" + std::string(2 * limit, 'm') + R"(": 2}})";
+    return R"({"users": [{")" + std::string(length, 'n') +
+           R"(": 1, "userName": "alice", "UUID": ")" + uuidA + R"("}], "x": {")" +
+           std::string(2 * limit, 'm') + R"(": 2}})";
   };
   expectDecides(withName(limit), "alice", std::string("found ") + uuidA);
   expectGivesUp(withName(limit + 1), "alice");
@@ -225,7 +263,8 @@ TEST(UserSkimTest, MemberNamesAsLongAsTheExactPassTakes) {
 
 TEST(UserSkimTest, EditsAtEveryPositionAgreeWithTheExactPass) {
   const std::string content = usersFile(12);
-  const std::string bytes = std::string("\"\\{}[],:x 0-eu") + std::string("\x00\x1F\x80\xC3\xED\xFF", 6);
+  const std::string bytes =
+      std::string("\"\\{}[],:x 0-eu") + std::string("\x00\x1F\x80\xC3\xED\xFF", 6);
   int decided = 0;
   for (std::size_t at = 0; at <= content.size(); ++at) {
     const std::string name = userName(1 + at % 12);
@@ -247,9 +286,14 @@ TEST(UserSkimTest, EditsAtEveryPositionAgreeWithTheExactPass) {
 
 TEST(UserSkimTest, RandomUsersFilesAgreeWithTheExactPass) {
   std::mt19937 random(15);
-  const std::vector<std::string> names = {"alice", "bob", "\xC3\xA9lise", "al\\u0069ce", "", "a\\\"b"};
-  const std::vector<std::string> uuids = {uuidA, uuidB, "00000000-0000-0000-0000-000000000000",
-                                          "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE", "bad", "\\u0031111111-2222-4333-8444-555555555555"};
+  const std::vector<std::string> names = {"alice",       "bob", "\xC3\xA9lise",
+                                          "al\\u0069ce", "",    "a\\\"b"};
+  const std::vector<std::string> uuids = {uuidA,
+                                          uuidB,
+                                          "00000000-0000-0000-0000-000000000000",
+                                          "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE",
+                                          "bad",
+                                          "\\u0031111111-2222-4333-8444-555555555555"};
   int decided = 0;
   for (int round = 0; round < 3000; ++round) {
     std::string elements;
@@ -260,10 +304,18 @@ TEST(UserSkimTest, RandomUsersFilesAgreeWithTheExactPass) {
       for (int m = 0; m < memberCount; ++m) {
         if (!members.empty()) members += ", ";
         switch (random() % 4) {
-          case 0: members += "\"userName\": \"" + names[random() % names.size()] + "\""; break;
-          case 1: members += "\"UUID\": \"" + uuids[random() % uuids.size()] + "\""; break;
-          case 2: members += "\"other\": [1, {\"userName\": \"alice\"}]"; break;
-          default: members += "\"UUID\": \"" + std::string(random() % 2 != 0 ? uuidA : uuidB) + "\""; break;
+          case 0:
+            members += "\"userName\": \"" + names[random() % names.size()] + "\"";
+            break;
+          case 1:
+            members += "\"UUID\": \"" + uuids[random() % uuids.size()] + "\"";
+            break;
+          case 2:
+            members += "\"other\": [1, {\"userName\": \"alice\"}]";
+            break;
+          default:
+            members += "\"UUID\": \"" + std::string(random() % 2 != 0 ? uuidA : uuidB) + "\"";
+            break;
         }
       }
       elements += (i == 0 ? "" : ", ") + ("{" + members + "}");
@@ -275,9 +327,11 @@ TEST(UserSkimTest, RandomUsersFilesAgreeWithTheExactPass) {
 }
 
 TEST(UserSkimTest, CutAtEveryPointDecidesAlike) {
-  for (const std::string& content : {usersFile(8), users(user("bob", uuidA) + "," + user("alice", uuidA)),
-                                     "\xEF\xBB\xBF" + users(user("\xC3\xA9lise", uuidB))}) {
-    for (const std::string& name : {userName(8), std::string("alice"), std::string("\xC3\xA9lise")}) {
+  for (const std::string& content :
+       {usersFile(8), users(user("bob", uuidA) + "," + user("alice", uuidA)),
+        "\xEF\xBB\xBF" + users(user("\xC3\xA9lise", uuidB))}) {
+    for (const std::string& name :
+         {userName(8), std::string("alice"), std::string("\xC3\xA9lise")}) {
       const std::optional<std::string> whole = skimOutcome(PieceReader(content), name);
       ASSERT_TRUE(whole.has_value());
       for (std::size_t split = 1; split < content.size(); ++split) {
@@ -294,7 +348,8 @@ TEST(UserSkimTest, SmallWindowsDecideAlike) {
   // 56 bytes: from a window a little larger on, every window must do.
   const std::string content = usersFile(40);
   for (std::size_t window = 16; window <= 400; window += 3) {
-    const std::optional<std::string> outcome = skimOutcome(PieceReader(content, 100, 37), userName(40), window);
+    const std::optional<std::string> outcome =
+        skimOutcome(PieceReader(content, 100, 37), userName(40), window);
     if (window >= 80) {
       EXPECT_EQ(outcome, found(40)) << window;
     } else if (outcome) {

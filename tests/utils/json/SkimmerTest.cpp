@@ -4,8 +4,6 @@
 // walks too. Checked on the public parsing suite, on random edits of a
 // document, at every scan level, with the input cut at every point and in
 // windows of many sizes.
-#include "utils/json/decoder/Skimmer.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,6 +15,7 @@
 #include "tests/utils/json/ConformanceSuite.h"
 #include "tests/utils/json/MemoryStreams.h"
 #include "utils/json/decoder/Document.h"
+#include "utils/json/decoder/Skimmer.h"
 
 namespace korvane::utils::json::decoder {
 namespace {
@@ -106,12 +105,16 @@ void expectAgrees(const std::string& text, const std::string& label) {
 }
 
 // Every kind of token, with escapes, non-ASCII text and deep nesting.
-const std::string sample = "\xEF\xBB\xBF {\"version\": 3, \"users\": [\n"
-                           "  {\"userName\": \"alice\", \"UUID\": \"11111111-2222-4333-8444-555555555555\"},\n"
-                           "  {\"userName\": \"b\\u00f6b \\ud83d\\ude00\", \"n\": [-0, 0.5, 1e9, -2.5E-3, 12345678901234567890],\n"
-                           "   \"t\": true, \"f\": false, \"z\": null, \"s\": \"\\\"\\\\\\/\\b\\f\\n\\r\\t\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\",\n"
-                           "   \"deep\": {\"a\": [[[{\"b\": {}}], []], {}]}, \"e\": \"\", \"o\": {}, \"a\": []}\n"
-                           "],\r\n\t\"trailer\": \"0123456789012345678901234567890123456789012345678901234567890123456789\"}\n  ";
+const std::string sample =
+    "\xEF\xBB\xBF {\"version\": 3, \"users\": [\n"
+    "  {\"userName\": \"alice\", \"UUID\": \"11111111-2222-4333-8444-555555555555\"},\n"
+    "  {\"userName\": \"b\\u00f6b \\ud83d\\ude00\", \"n\": [-0, 0.5, 1e9, -2.5E-3, "
+    "12345678901234567890],\n"
+    "   \"t\": true, \"f\": false, \"z\": null, \"s\": "
+    "\"\\\"\\\\\\/\\b\\f\\n\\r\\t\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\",\n"
+    "   \"deep\": {\"a\": [[[{\"b\": {}}], []], {}]}, \"e\": \"\", \"o\": {}, \"a\": []}\n"
+    "],\r\n\t\"trailer\": "
+    "\"0123456789012345678901234567890123456789012345678901234567890123456789\"}\n  ";
 
 TEST(SkimmerTest, SampleIsWalkedAtEveryLevel) {
   ASSERT_TRUE(exactAccepts(sample));
@@ -157,7 +160,9 @@ TEST(SkimmerTest, SmallWindowsWalkOrGiveUpButNeverDisagree) {
 }
 
 TEST(SkimmerTest, NestingUpToTheLimitIsWalked) {
-  const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+  const auto nested = [](std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+  };
   EXPECT_TRUE(skims(nested(Skimmer::maxSkipDepth)));
   // Deeper the decoder still reads it; the Skimmer gives up.
   const std::string deeper = nested(Skimmer::maxSkipDepth + 1);
@@ -177,7 +182,8 @@ TEST(SkimmerTest, AReadFailurePassesThrough) {
 }
 
 TEST(SkimmerTest, StringsAreHandedOutRawAndMarkedWhenEscaped) {
-  const std::string text = R"({"plain": "a b", "esc\u0041ped": "x\ny", "": )" + std::string("\"\xC3\xA9\"}");
+  const std::string text =
+      R"({"plain": "a b", "esc\u0041ped": "x\ny", "": )" + std::string("\"\xC3\xA9\"}");
   Skimmer skimmer(PieceReader(text, 9, 2), 32);
   std::vector<std::string> seen;
   std::vector<bool> escaped;
@@ -196,7 +202,8 @@ TEST(SkimmerTest, StringsAreHandedOutRawAndMarkedWhenEscaped) {
     skimmer.finish();
   });
   ASSERT_TRUE(walked);
-  EXPECT_EQ(seen, (std::vector<std::string>{"plain", "a b", "esc\\u0041ped", "x\\ny", "", "\xC3\xA9"}));
+  EXPECT_EQ(seen,
+            (std::vector<std::string>{"plain", "a b", "esc\\u0041ped", "x\\ny", "", "\xC3\xA9"}));
   EXPECT_EQ(escaped, (std::vector<bool>{false, false, true, true, false, false}));
 }
 
@@ -219,8 +226,9 @@ TEST(SkimmerTest, AByteOrderMarkOnlyAtTheVeryStart) {
 
 TEST(SkimmerTest, RandomEditsAgreeWithTheDecoder) {
   std::mt19937 random(20261123);
-  const std::string bytes = std::string("\"\\{}[],: \n\t0123456789-+.eEtrufalsn/bu") +
-                            std::string("\x00\x01\x1F\x7F\x80\xBF\xC0\xC2\xC3\xE0\xED\xEF\xF0\xF4\xF5\xFF", 16);
+  const std::string bytes =
+      std::string("\"\\{}[],: \n\t0123456789-+.eEtrufalsn/bu") +
+      std::string("\x00\x01\x1F\x7F\x80\xBF\xC0\xC2\xC3\xE0\xED\xEF\xF0\xF4\xF5\xFF", 16);
   for (int round = 0; round < 6000; ++round) {
     std::string text = sample;
     const int edits = 1 + static_cast<int>(random() % 3);
@@ -228,10 +236,18 @@ TEST(SkimmerTest, RandomEditsAgreeWithTheDecoder) {
       const std::size_t at = random() % text.size();
       const char byte = bytes[random() % bytes.size()];
       switch (random() % 4) {
-        case 0: text[at] = byte; break;
-        case 1: text.insert(text.begin() + static_cast<std::ptrdiff_t>(at), byte); break;
-        case 2: text.erase(at, 1 + random() % 4); break;
-        default: text.resize(at); break;
+        case 0:
+          text[at] = byte;
+          break;
+        case 1:
+          text.insert(text.begin() + static_cast<std::ptrdiff_t>(at), byte);
+          break;
+        case 2:
+          text.erase(at, 1 + random() % 4);
+          break;
+        default:
+          text.resize(at);
+          break;
       }
     }
     expectAgrees(text, "edit round " + std::to_string(round));
@@ -243,7 +259,8 @@ TEST(SkimmerTest, RandomEditsAgreeWithTheDecoder) {
 TEST(SkimmerTest, PublicParsingSuiteAgreesWithTheDecoder) {
   const std::filesystem::path folder = test::conformanceSuiteFolder();
   if (folder.empty() || !std::filesystem::is_directory(folder)) {
-    GTEST_SKIP() << "the public JSON parsing suite is not present (KORVANE_SOURCE_DIR/../shared/testdata)";
+    GTEST_SKIP()
+        << "the public JSON parsing suite is not present (KORVANE_SOURCE_DIR/../shared/testdata)";
   }
   int files = 0;
   int walked = 0;

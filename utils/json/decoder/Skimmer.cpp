@@ -49,14 +49,16 @@ int hex4(const char* p) noexcept {
 // safe, and a plain chunk never holds end_'s NUL byte), since most strings
 // end within them and the kernel's call then costs more than the test;
 // longer runs go on in the kernel.
-std::size_t plainStringLength(const ScanKernels& kernels, const char* begin, const char* end) noexcept {
+std::size_t plainStringLength(const ScanKernels& kernels, const char* begin,
+                              const char* end) noexcept {
 #if defined(__x86_64__) || defined(_M_X64)
   if (kernels.level != ScanLevel::plain) {
     for (std::size_t offset = 0; offset != 64; offset += 16) {
       const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin + offset));
-      const __m128i special = _mm_or_si128(
-          _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
-          _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
+      const __m128i special =
+          _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+                       _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                                    _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
       const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
       if (mask != 0) return offset + static_cast<std::size_t>(std::countr_zero(mask));
     }
@@ -144,7 +146,8 @@ void Skimmer::startDocument() {
   ensure(p, 3);
   p_ = p;
   if (static_cast<unsigned char>(p[0]) == 0xEF) {
-    if (static_cast<unsigned char>(p[1]) != 0xBB || static_cast<unsigned char>(p[2]) != 0xBF) giveUp();
+    if (static_cast<unsigned char>(p[1]) != 0xBB || static_cast<unsigned char>(p[2]) != 0xBF)
+      giveUp();
     p_ += 3;
   }
   skipWhitespace();
@@ -236,9 +239,12 @@ const char* Skimmer::skipEscape(const char* p) {
     case 'f':
     case 'n':
     case 'r':
-    case 't': return p + 2;
-    case 'u': break;
-    default: giveUp();
+    case 't':
+      return p + 2;
+    case 'u':
+      break;
+    default:
+      giveUp();
   }
   const int first = hex4(p + 2);
   if (first < 0) giveUp();

@@ -142,8 +142,8 @@ class Skimmer {
     if (wide_) {
       const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
       const __m128i quote = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
-      const __m128i other =
-          _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
+      const __m128i other = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+                                         _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
       const auto quotes = static_cast<unsigned>(_mm_movemask_epi8(quote));
       const auto special = quotes | static_cast<unsigned>(_mm_movemask_epi8(other));
       const unsigned first = special & (0u - special);
