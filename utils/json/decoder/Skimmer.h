@@ -16,8 +16,8 @@
 // very start; nothing but whitespace after the top-level value).
 //
 // Limits (beyond them it gives up, it never fails): a token (a string, a
-// number) and the whitespace before the next one must fit in the window;
-// skipped values may nest at most maxSkipDepth levels deep. A string
+// number, a member name with the whitespace after it) must fit in the
+// window; skipped values may nest at most maxSkipDepth levels deep. A string
 // holding an escape is validated but handed out raw, marked as escaped;
 // callers that would need its decoded text give up instead.
 //
