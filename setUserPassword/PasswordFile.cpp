@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <functional>
 
+#include "setUserPassword/ParseUuidText.h"
 #include "utils/core/Format.h"
+#include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/io/FileNotFoundError.h"
 #include "utils/io/FileOutputStream.h"
 #include "utils/io/FileReplacement.h"
 #include "utils/json/decoder/Document.h"
+#include "utils/json/decoder/Parser.h"
 #include "utils/json/encoder/Document.h"
 
 #ifndef KORVANE_SCHEMA_HOST
@@ -24,7 +27,7 @@ namespace encoder = utils::json::encoder;
 using utils::core::Uuid;
 
 Uuid uuidOfName(std::string_view name) {
-  const auto parsed = Uuid::fromString(name);
+  const auto parsed = parseUuidText(name);
   return parsed ? *parsed : Uuid();
 }
 
@@ -75,27 +78,72 @@ PasswordFile::Entry PasswordFile::makeEntry(std::string_view name, const Uuid& u
   return entry;
 }
 
-void PasswordFile::read() {
+void PasswordFile::clear() {
   entries_.clear();
   blocks_.clear();
   free_ = nullptr;
   freeSize_ = 0;
+}
+
+void PasswordFile::read(SearchPass* settledBy) {
+  clear();
   try {
-    utils::io::FileInputStream<char> stream(path_);
-    decoder::Document document(stream, path_);
-    // The value is collected here, whose room is kept from one value to
-    // the next, then copied into the storage beside its name.
-    std::string value;
-    for (decoder::Member& member : document.readAsObject()) {
-      value.clear();
-      member.value().asString().appendTo(value);
-      const std::string_view name = member.name().view();
-      entries_.push_back(makeEntry(name, uuidOfName(name), value));
+    utils::io::File file(path_, utils::io::File::Access::read);
+    // A file that cannot be read twice (a FIFO, a device) gets the exact
+    // pass alone.
+    const bool regular = file.isRegularFile();
+    SearchPass pass = SearchPass::skim;
+    if (!regular || !skim([&file](std::span<char> into) { return file.read(into); })) {
+      if (regular) file.rewind();
+      utils::io::FileInputStream<char> stream(std::move(file));
+      readFrom(stream);
+      pass = SearchPass::exact;
     }
-    document.finish();
+    if (settledBy != nullptr) *settledBy = pass;
   } catch (const utils::io::FileNotFoundError&) {
     if (entries_.empty()) entries_.push_back(makeEntry("$schema", Uuid(), schemaUrl()));
   }
+}
+
+bool PasswordFile::skim(const decoder::Skimmer::Reader& reader, std::size_t window) {
+  clear();
+  decoder::Skimmer skimmer(reader, window);
+  // The name is copied before the value is read, which may move the
+  // Skimmer's window; its room is kept from one name to the next.
+  std::string name;
+  const bool whole = skimmer.attempt([&] {
+    skimmer.startDocument();
+    skimmer.openObject();
+    bool started = false;
+    decoder::SkimmedString member;
+    while (skimmer.nextMember(started, member)) {
+      if (member.escaped || member.raw.size() > decoder::detail::Parser::maxNameLength) {
+        decoder::Skimmer::giveUp();
+      }
+      name.assign(member.raw);
+      const decoder::SkimmedString value = skimmer.readString();
+      if (value.escaped) decoder::Skimmer::giveUp();
+      entries_.push_back(makeEntry(name, uuidOfName(name), value.raw));
+    }
+    skimmer.finish();
+  });
+  if (!whole) clear();
+  return whole;
+}
+
+void PasswordFile::readFrom(utils::io::InputStream<char>& stream) {
+  clear();
+  decoder::Document document(stream, path_);
+  // The value is collected here, whose room is kept from one value to
+  // the next, then copied into the storage beside its name.
+  std::string value;
+  for (decoder::Member& member : document.readAsObject()) {
+    value.clear();
+    member.value().asString().appendTo(value);
+    const std::string_view name = member.name().view();
+    entries_.push_back(makeEntry(name, uuidOfName(name), value));
+  }
+  document.finish();
 }
 
 const PasswordFile::Entry* PasswordFile::find(const Uuid& uuid) const noexcept {

@@ -21,7 +21,10 @@
 #include <string_view>
 #include <vector>
 
+#include "setUserPassword/SearchPass.h"
 #include "utils/core/Uuid.h"
+#include "utils/io/InputStream.h"
+#include "utils/json/decoder/Skimmer.h"
 
 namespace korvane::setUserPassword {
 
@@ -59,7 +62,20 @@ class PasswordFile {
 
   // Fills the entries from the file, replacing any held. A missing file
   // reads as a new one that holds only "$schema"; every other failure throws.
-  void read();
+  // A regular file is read first by skim(); where it gives up, and for any
+  // other kind of file, by readFrom(). *settledBy (if given) tells which.
+  void read(SearchPass* settledBy = nullptr);
+
+  // The two passes behind read(), each replacing the entries held.
+  // skim: the fast pass over the text that `reader` gives (see
+  // utils/json/decoder/Skimmer.h): true when it read the whole file; false,
+  // with no entries, where it gave up: on anything readFrom() refuses, and
+  // on an escape in a name or a value. The reader's exceptions pass through.
+  bool skim(const utils::json::decoder::Skimmer::Reader& reader,
+            std::size_t window = utils::json::decoder::Skimmer::defaultWindow);
+  // readFrom: the exact pass over `stream`, whose errors name the file and
+  // the line and column.
+  void readFrom(utils::io::InputStream<char>& stream);
 
   // The first entry for `uuid`, or null.
   const Entry* find(const utils::core::Uuid& uuid) const noexcept;
@@ -83,6 +99,8 @@ class PasswordFile {
   const std::deque<Entry>& entries() const noexcept { return entries_; }
 
  private:
+  // Drops every entry and the storage.
+  void clear();
   // Makes an entry whose name and value are copied into the storage.
   Entry makeEntry(std::string_view name, const utils::core::Uuid& uuid, std::string_view value);
   // Room for `size` bytes in the storage.

@@ -1,10 +1,12 @@
 #include "setUserPassword/UserConfiguration.h"
 
-#include <stdexcept>
+#include <optional>
+#include <span>
+#include <utility>
 
-#include "setUserPassword/UuidCounts.h"
+#include "setUserPassword/UserSkim.h"
 #include "utils/core/Format.h"
-#include "utils/filesystem/PrintablePath.h"
+#include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/json/decoder/Document.h"
 
@@ -17,7 +19,7 @@ using utils::core::Uuid;
 
 class UserSearch {
  public:
-  explicit UserSearch(std::string_view soughtName) : soughtName_(soughtName) {}
+  explicit UserSearch(UserTally& tally) : tally_(tally) {}
 
   void parseUser(decoder::Value& value) {
     int namesSeen = 0;
@@ -28,11 +30,11 @@ class UserSearch {
       if (member.name() == "UUID") {
         uuid = member.value().toUuid();
         ++uuidsSeen;
-        uuidCounts_.add(uuid);
+        tally_.countUuid(uuid);
       } else if (member.name() == "userName") {
         ++namesSeen;
         // Compared as it streams by, so that an enormous name costs no memory.
-        const bool equal = member.value().asString().equals(soughtName_);
+        const bool equal = member.value().asString().equals(tally_.soughtName());
         matches = matches || equal;
       } else {
         member.value().skip();
@@ -44,31 +46,7 @@ class UserSearch {
     }
     if (uuidsSeen == 0) fail(value, "missing user UUID in the configuration of user \"{}\"");
     if (uuidsSeen > 1) fail(value, "multiple UUIDs specified for user \"{}\"");
-    // Only the first match's UUID can be reported as a duplicate: a second
-    // match is an error of its own, reported before the duplicate test.
-    if (++matches_ == 1) uuidCounts_.choose(uuid);
-    uuid_ = uuid;
-  }
-
-  Uuid result(const std::filesystem::path& path) {
-    const std::string file = utils::filesystem::toPrintable(path);
-    if (matches_ == 0) {
-      throw std::runtime_error(utils::core::format("the user \"{}\" was not found in the file \"{}\"",
-                                                   soughtName_, file));
-    }
-    if (matches_ > 1) {
-      throw std::runtime_error(utils::core::format(
-          "there is more than one user named \"{}\" in the file \"{}\"", soughtName_, file));
-    }
-    if (uuid_.isNull()) {
-      throw std::runtime_error(
-          utils::core::format("the UUID of user \"{}\" is {}", soughtName_, uuid_));
-    }
-    if (uuidCounts_.count() > 1) {
-      throw std::runtime_error(utils::core::format(
-          "there is more than one user with UUID {} in the file \"{}\"", uuid_, file));
-    }
-    return uuid_;
+    tally_.recordMatch(uuid);
   }
 
  private:
@@ -77,21 +55,20 @@ class UserSearch {
   // started), only made when there is an error to report.
   [[noreturn]] void fail(const decoder::Value& user,
                          utils::core::FormatString<const std::string_view&> message) const {
-    decoder::throwAtLocation(user.location(), utils::core::format(message, soughtName_));
+    const std::string_view soughtName = tally_.soughtName();
+    decoder::throwAtLocation(user.location(), utils::core::format(message, soughtName));
   }
 
-  std::string_view soughtName_;
-  Uuid uuid_;
-  std::size_t matches_ = 0;
-  UuidCounts uuidCounts_;
+  UserTally& tally_;
 };
 
 }  // namespace
 
-Uuid findUser(const std::filesystem::path& path, std::string_view userName) {
-  utils::io::FileInputStream<char> stream(path);
+UserTally readUsers(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
+                    std::string_view userName) {
   decoder::Document document(stream, path);
-  UserSearch search(userName);
+  UserTally tally(userName);
+  UserSearch search(tally);
   for (decoder::Member& member : document.readAsObject()) {
     if (member.name() == "users") {
       for (decoder::Value& user : member.value().asArray()) search.parseUser(user);
@@ -100,7 +77,24 @@ Uuid findUser(const std::filesystem::path& path, std::string_view userName) {
     }
   }
   document.finish();
-  return search.result(path);
+  return tally;
+}
+
+Uuid findUser(const std::filesystem::path& path, std::string_view userName, SearchPass* settledBy) {
+  utils::io::File file(path, utils::io::File::Access::read);
+  std::optional<UserTally> tally;
+  if (file.isRegularFile()) {
+    tally = UserSkim::run([&file](std::span<char> into) { return file.read(into); }, userName);
+    if (!tally) file.rewind();
+  }
+  SearchPass pass = SearchPass::skim;
+  if (!tally) {
+    utils::io::FileInputStream<char> stream(std::move(file));
+    tally.emplace(readUsers(stream, path, userName));
+    pass = SearchPass::exact;
+  }
+  if (settledBy != nullptr) *settledBy = pass;
+  return tally->result(path);
 }
 
 }  // namespace korvane::setUserPassword

@@ -1,8 +1,9 @@
 // configurationBenchmark: the tool's own work on large installations, with
 // RapidJSON's SAX reader and writer as the reference:
-//   find user:           findUser() over a users file (one pass, counting
-//                        every UUID for the duplicate test) against a
-//                        RapidJSON scan that only looks for the name;
+//   find user:           findUser() over a users file (its fast pass
+//                        settles it, counting every UUID for the duplicate
+//                        test) against a RapidJSON scan that only looks for
+//                        the name;
 //   read + set + write:  PasswordFile read(), set() of the last user and
 //                        write() (temporary file, flush to disk, rename)
 //                        against a RapidJSON read and write of the file.

@@ -4,6 +4,13 @@
 // value, in order, and the changed UUID must have exactly one entry after a
 // set and none after a removal.
 //
+// Before that, the fast pass of read() (skim) is compared with the exact
+// one (readFrom) on the same bytes: where the skim reads the file, the exact
+// pass must read it too, to the same entries. The skim runs on the whole
+// input and on pieces of a few bytes in a small window (both chosen from
+// the input's length); a small window may give up where the usual one
+// reads, never the other way round.
+//
 // The files live in a directory under /dev/shm (memory) when there is one.
 #include <unistd.h>
 
@@ -13,10 +20,12 @@
 #include <deque>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "setUserPassword/PasswordFile.h"
+#include "tests/utils/json/MemoryStreams.h"
 #include "utils/core/Uuid.h"
 
 namespace {
@@ -64,9 +73,40 @@ Uuid chooseUuid(const std::deque<PasswordFile::Entry>& entries, std::size_t size
   return *Uuid::fromString("3f2504e0-4f89-41d3-9a0c-0305e82c3301");
 }
 
+bool sameEntries(const PasswordFile& a, const PasswordFile& b) {
+  if (a.entries().size() != b.entries().size()) return false;
+  for (std::size_t i = 0; i < a.entries().size(); ++i) {
+    const auto& x = a.entries()[i];
+    const auto& y = b.entries()[i];
+    if (x.name() != y.name() || x.value() != y.value() || !(x.uuid() == y.uuid())) return false;
+  }
+  return true;
+}
+
+void compareThePasses(const std::string& content) {
+  using korvane::utils::json::test::PieceReader;
+  PasswordFile exact("passwords.json");
+  bool exactRead = true;
+  try {
+    korvane::utils::json::test::MemoryInputStream stream(content);
+    exact.readFrom(stream);
+  } catch (const std::exception&) {
+    exactRead = false;
+  }
+  PasswordFile whole("passwords.json");
+  const bool wholeRead = whole.skim(PieceReader(content));
+  const std::size_t piece = 1 + content.size() % 7;
+  PasswordFile pieces("passwords.json");
+  const bool piecesRead = pieces.skim(PieceReader(content, piece, piece), 16 + content.size() % 61);
+  if (wholeRead) check(exactRead && sameEntries(whole, exact));
+  if (piecesRead) check(wholeRead && sameEntries(pieces, exact));
+  if (!wholeRead) check(whole.entries().empty());
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  compareThePasses(std::string(reinterpret_cast<const char*>(data), size));
   const std::filesystem::path path = directory() / "passwords.json";
   store(path, data, size);
   PasswordFile file(path);

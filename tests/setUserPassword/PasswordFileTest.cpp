@@ -1,15 +1,19 @@
 #include "setUserPassword/PasswordFile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unprivileged.h"
+#include "tests/utils/json/MemoryStreams.h"
+#include "utils/core/Format.h"
 
 namespace korvane::setUserPassword {
 namespace {
@@ -264,6 +268,154 @@ TEST_F(PasswordFileTest, SymbolicLinkLoopIsAnError) {
     EXPECT_EQ(std::string(error.what()), "could not follow the links of \"" + path_.string() +
                                              "\": Too many levels of symbolic links");
   }
+}
+
+// ---- The two passes of read(): the fast skim against the exact readFrom()
+
+using utils::json::test::MemoryInputStream;
+using utils::json::test::PieceReader;
+
+// Every entry: name, value and UUID.
+std::string describe(const PasswordFile& file) {
+  std::string text;
+  for (const auto& entry : file.entries()) {
+    text += utils::core::format("[{}|{}|{}]", entry.name(), entry.value(), entry.uuid());
+  }
+  return text;
+}
+
+struct ExactRead {
+  std::string text;  // the entries, or the error's text
+  bool read = false;
+};
+
+ExactRead exactRead(const std::string& content) {
+  PasswordFile file("passwords.json");
+  MemoryInputStream stream(content);
+  try {
+    file.readFrom(stream);
+    return {describe(file), true};
+  } catch (const std::exception& error) {
+    return {error.what(), false};
+  }
+}
+
+std::optional<std::string> skimRead(const std::string& content, std::size_t split = static_cast<std::size_t>(-1),
+                                    std::size_t piece = static_cast<std::size_t>(-1),
+                                    std::size_t window = utils::json::decoder::Skimmer::defaultWindow) {
+  PasswordFile file("passwords.json");
+  if (!file.skim(PieceReader(content, split, piece), window)) {
+    EXPECT_TRUE(file.entries().empty());
+    return std::nullopt;
+  }
+  return describe(file);
+}
+
+// The skim gives up or reads what the exact pass reads; returns whether it read.
+bool expectSkimAgrees(const std::string& content, const std::string& label = {}) {
+  const std::optional<std::string> skimmed = skimRead(content);
+  if (!skimmed) return false;
+  const ExactRead exact = exactRead(content);
+  EXPECT_TRUE(exact.read) << label << ": the skim read what the exact pass refuses: " << exact.text;
+  EXPECT_EQ(*skimmed, exact.text) << label;
+  return true;
+}
+
+// A password file as the tool writes it, with an unknown member and names
+// and values of other kinds.
+std::string passwordsText(int count) {
+  std::string text = "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
+  for (int i = 1; i <= count; ++i) {
+    text += utils::core::format(",\n  \"{:08x}-1111-4222-8333-{:012x}\": \"$6${:016x}${}\"", i * 2654435761u, i, i,
+                                std::string(86, static_cast<char>('a' + i % 26)));
+  }
+  text += ",\n  \"AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE\": \"\",\n  \"note\": \"caf\xC3\xA9 \xF0\x9F\x98\x80\"\n}\n";
+  return text;
+}
+
+TEST_F(PasswordFileTest, OrdinaryFilesAreReadByTheSkim) {
+  const std::string text = passwordsText(30);
+  EXPECT_TRUE(expectSkimAgrees(text));
+  writeFile(path_, text);
+  PasswordFile file(path_);
+  SearchPass pass = SearchPass::exact;
+  file.read(&pass);
+  EXPECT_EQ(pass, SearchPass::skim);
+  EXPECT_EQ(describe(file), exactRead(text).text);
+  EXPECT_EQ(file.entries().size(), 33u);
+  EXPECT_EQ(file.entries()[31].uuid(), uuidB);
+}
+
+TEST_F(PasswordFileTest, EscapesAndErrorsAreLeftToTheExactPass) {
+  for (const std::string content :
+       {R"({"a": "x\/y"})", R"({"\u0061": "b"})", R"({"a": 1})", R"({"a": {}})", R"({"a": []})",
+        R"({"a": true})", R"({"a": null})", R"({"a": "b",})", R"([])", R"({"a": "b"} x)", "", "\xEF\xBB\xBF",
+        "{\"a\": \"\x01\"}", "{\"a\": \"\xC3\"}"}) {
+    EXPECT_FALSE(skimRead(content).has_value()) << content;
+  }
+  // Read through read(), the escaped value is decoded by the exact pass.
+  writeFile(path_, R"({"$schema": "https:\/\/example.com", "11111111-2222-4333-8444-555555555555": "\u0024"})");
+  PasswordFile file(path_);
+  SearchPass pass = SearchPass::skim;
+  file.read(&pass);
+  EXPECT_EQ(pass, SearchPass::exact);
+  EXPECT_EQ(describe(file), "[$schema|https://example.com|00000000-0000-0000-0000-000000000000]"
+                            "[11111111-2222-4333-8444-555555555555|$|11111111-2222-4333-8444-555555555555]");
+}
+
+TEST_F(PasswordFileTest, SkimEditsAtEveryPositionAgreeWithTheExactPass) {
+  const std::string text = passwordsText(3);
+  const std::string bytes = std::string("\"\\{}[],:x 0u") + std::string("\x00\x1F\x80\xC3\xED\xFF", 6);
+  int read = 0;
+  for (std::size_t at = 0; at <= text.size(); ++at) {
+    if (expectSkimAgrees(text.substr(0, at), "cut at " + std::to_string(at))) ++read;
+    if (at == text.size()) break;
+    for (const char byte : bytes) {
+      std::string edited = text;
+      edited[at] = byte;
+      if (expectSkimAgrees(edited, "byte at " + std::to_string(at))) ++read;
+    }
+  }
+  EXPECT_GT(read, 1000);
+}
+
+TEST_F(PasswordFileTest, SkimCutAtEveryPointAndInSmallWindowsReadsAlike) {
+  const std::string text = passwordsText(4);
+  const std::optional<std::string> whole = skimRead(text);
+  ASSERT_TRUE(whole.has_value());
+  for (std::size_t split = 1; split < text.size(); ++split) {
+    ASSERT_EQ(skimRead(text, split), whole) << split;
+  }
+  ASSERT_EQ(skimRead(text, 1, 1), whole);
+  // The longest token with the whitespace behind it is a value of 107 bytes.
+  for (std::size_t window = 16; window <= 300; window += 7) {
+    const std::optional<std::string> small = skimRead(text, 50, 13, window);
+    if (window >= 128) {
+      EXPECT_EQ(small, whole) << window;
+    } else if (small) {
+      EXPECT_EQ(small, whole) << window;
+    }
+  }
+}
+
+TEST_F(PasswordFileTest, AFifoIsReadOnceByTheExactPass) {
+  const auto fifo = directory_.path() / "passwords.fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  // A reader held open keeps the written content in the pipe until read()
+  // opens the FIFO itself; the writer is gone by then (the end).
+  const int keeper = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(keeper, 0);
+  const int writer = ::open(fifo.c_str(), O_WRONLY);
+  ASSERT_GE(writer, 0);
+  const std::string text = passwordsText(5);
+  ASSERT_EQ(::write(writer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  ::close(writer);
+  PasswordFile file(fifo);
+  SearchPass pass = SearchPass::skim;
+  file.read(&pass);
+  ::close(keeper);
+  EXPECT_EQ(pass, SearchPass::exact);
+  EXPECT_EQ(describe(file), exactRead(text).text);
 }
 
 }  // namespace

@@ -1,5 +1,9 @@
 #include "setUserPassword/UserConfiguration.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -184,6 +188,47 @@ TEST_F(UserConfigurationTest, WrongKindsAreDecoderErrors) {
     const std::string text = errorOf(content, "alice");
     EXPECT_TRUE(text.starts_with("\"" + path_.string() + "\", line 1, column ")) << text;
   }
+}
+
+TEST_F(UserConfigurationTest, OrdinaryFilesAreSettledByTheFastPass) {
+  SearchPass pass = SearchPass::exact;
+  const auto path = file(std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA + R"("}]})");
+  EXPECT_EQ(findUser(path, "alice", &pass), *Uuid::fromString(uuidA));
+  EXPECT_EQ(pass, SearchPass::skim);
+  // Its outcomes that are errors too.
+  pass = SearchPass::exact;
+  EXPECT_THROW((void)findUser(path, "bob", &pass), std::runtime_error);
+  EXPECT_EQ(pass, SearchPass::skim);
+}
+
+TEST_F(UserConfigurationTest, WhereTheFastPassGivesUpTheFileIsReadAgain) {
+  // An escaped name: the fast pass leaves it to the exact one, which reads
+  // the file again from its start.
+  SearchPass pass = SearchPass::skim;
+  const auto path = file(std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": ")") + uuidA + R"("}]})");
+  EXPECT_EQ(findUser(path, "alice", &pass), *Uuid::fromString(uuidA));
+  EXPECT_EQ(pass, SearchPass::exact);
+}
+
+TEST_F(UserConfigurationTest, AFifoIsReadOnceByTheExactPass) {
+  // A FIFO cannot be read twice: the search must not start the fast pass
+  // on it, which would leave the exact pass nothing to read again.
+  const auto fifo = directory_.path() / "users.fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  // A reader held open keeps the written content in the pipe until the
+  // search opens the FIFO itself; the writer is gone by then (the end).
+  const int keeper = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(keeper, 0);
+  const int writer = ::open(fifo.c_str(), O_WRONLY);
+  ASSERT_GE(writer, 0);
+  // The escape would make the fast pass give up.
+  const std::string content = std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": ")") + uuidA + R"("}]})";
+  ASSERT_EQ(::write(writer, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+  ::close(writer);
+  SearchPass pass = SearchPass::skim;
+  EXPECT_EQ(findUser(fifo, "alice", &pass), *Uuid::fromString(uuidA));
+  EXPECT_EQ(pass, SearchPass::exact);
+  ::close(keeper);
 }
 
 TEST_F(UserConfigurationTest, MissingFileIsFileNotFoundError) {

@@ -68,6 +68,15 @@ class File {
   // Sets the file's mode bits exactly, whatever the umask (no-op on Windows).
   void setPermissions(std::filesystem::perms permissions);
 
+  // Whether the file is a regular (disk) file, whose content can be read
+  // again from the start after rewind(); false for a pipe, a FIFO, a
+  // terminal or a device.
+  bool isRegularFile() const;
+
+  // Moves the read and write position back to the start of the file.
+  // REQUIRES: isRegularFile().
+  void rewind();
+
   // Closes the file, reporting a failure. Closing twice does nothing.
   void close();
 

@@ -88,6 +88,17 @@ void File::setPermissions(std::filesystem::perms permissions) {
   }
 }
 
+bool File::isRegularFile() const {
+  struct stat status {};
+  return ::fstat(toDescriptor(handle_), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+void File::rewind() {
+  if (::lseek(toDescriptor(handle_), 0, SEEK_SET) < 0) {
+    throwFileError("rewind", path_, lastSystemError());
+  }
+}
+
 void File::close() {
   if (!isOpen()) return;
   const int fd = toDescriptor(std::exchange(handle_, invalidHandle));

@@ -108,6 +108,15 @@ void File::sync() {
 
 void File::setPermissions(std::filesystem::perms) {}
 
+bool File::isRegularFile() const { return ::GetFileType(toHandle(handle_)) == FILE_TYPE_DISK; }
+
+void File::rewind() {
+  LARGE_INTEGER start{};
+  if (!::SetFilePointerEx(toHandle(handle_), start, nullptr, FILE_BEGIN)) {
+    throwFileError("rewind", path_, lastSystemError());
+  }
+}
+
 void File::close() {
   if (!isOpen()) return;
   const HANDLE handle = toHandle(std::exchange(handle_, invalidHandle));

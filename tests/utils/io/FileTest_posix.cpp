@@ -131,5 +131,35 @@ TEST(FileTest, DestructorClosesOwnedFilesOnly) {
   EXPECT_TRUE(isOpenDescriptor(2));
 }
 
+TEST(FileTest, ARegularFileIsReadAgainAfterRewind) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "text";
+  writeFile(path, "abcdef");
+  File file(path, File::Access::read);
+  EXPECT_TRUE(file.isRegularFile());
+  char head[4] = {};
+  ASSERT_EQ(file.read(head), 4u);
+  file.rewind();
+  char all[8] = {};
+  ASSERT_EQ(file.read(all), 6u);
+  EXPECT_EQ(std::string(all, 6), "abcdef");
+}
+
+TEST(FileTest, AFifoIsNoRegularFileAndCannotBeRewound) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "fifo";
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  File file(path, File::Access::read);
+  EXPECT_FALSE(file.isRegularFile());
+  try {
+    file.rewind();
+    FAIL() << "rewound a FIFO";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::invalid_seek);
+    EXPECT_TRUE(std::string(error.what()).starts_with("could not rewind \"" + path.string() + "\": "))
+        << error.what();
+  }
+}
+
 }  // namespace
 }  // namespace korvane::utils::io

@@ -1,5 +1,6 @@
 // File on Windows: reading and writing in binary, truncation, "not found"
-// and the other open failures, and standard input from a file or a pipe.
+// and the other open failures, standard input from a file or a pipe, and
+// reading a regular file again after a rewind.
 #include "utils/io/File.h"
 
 #include <windows.h>
@@ -133,6 +134,34 @@ TEST(FileTest, StandardInputFromAPipeEndsWhenTheWriterCloses) {
   ::SetStdHandle(STD_INPUT_HANDLE, saved);
   ::CloseHandle(readEnd);
   EXPECT_EQ(text, "line\n");
+}
+
+TEST(FileTest, ARegularFileIsReadAgainAfterRewind) {
+  const TemporaryDirectory directory;
+  writeText(directory.path() / "text", "abcdef");
+  File file(directory.path() / "text", File::Access::read);
+  EXPECT_TRUE(file.isRegularFile());
+  char head[4];
+  ASSERT_EQ(file.read(head), 4u);
+  file.rewind();
+  char all[8];
+  ASSERT_EQ(file.read(all), 6u);
+  EXPECT_EQ(std::string(all, 6), "abcdef");
+}
+
+TEST(FileTest, APipeIsNoRegularFile) {
+  HANDLE readEnd = nullptr;
+  HANDLE writeEnd = nullptr;
+  ASSERT_TRUE(::CreatePipe(&readEnd, &writeEnd, nullptr, 0));
+  const HANDLE saved = ::GetStdHandle(STD_INPUT_HANDLE);
+  ::SetStdHandle(STD_INPUT_HANDLE, readEnd);
+  {
+    const File input(File::PseudoFile::standardInput);
+    EXPECT_FALSE(input.isRegularFile());
+  }
+  ::SetStdHandle(STD_INPUT_HANDLE, saved);
+  ::CloseHandle(readEnd);
+  ::CloseHandle(writeEnd);
 }
 
 }  // namespace
