@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <functional>
 
-#include "setUserPassword/ParseUuidText.h"
 #include "utils/core/Format.h"
 #include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
@@ -27,7 +26,7 @@ namespace encoder = utils::json::encoder;
 using utils::core::Uuid;
 
 Uuid uuidOfName(std::string_view name) {
-  const auto parsed = parseUuidText(name);
+  const auto parsed = Uuid::fromString(name);
   return parsed ? *parsed : Uuid();
 }
 

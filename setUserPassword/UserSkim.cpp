@@ -1,6 +1,5 @@
 #include "setUserPassword/UserSkim.h"
 
-#include "setUserPassword/ParseUuidText.h"
 #include "utils/core/Uuid.h"
 #include "utils/json/decoder/Parser.h"
 
@@ -38,7 +37,7 @@ void skimUser(Skimmer& skimmer, UserTally& tally) {
   while (skimmer.nextMember(started, name)) {
     const std::string_view member = plainName(name);
     if (member == "UUID") {
-      const auto parsed = parseUuidText(plainString(skimmer.readString()));
+      const auto parsed = Uuid::fromString(plainString(skimmer.readString()));
       if (!parsed) Skimmer::giveUp();
       uuid = *parsed;
       ++uuidsSeen;

@@ -1,11 +1,13 @@
-#include "utils/core/Uuid.h"
-
 #include <gtest/gtest.h>
 
+#include <optional>
+#include <random>
 #include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#include "utils/core/Uuid.h"
 
 namespace korvane::utils::core {
 namespace {
@@ -48,11 +50,12 @@ TEST(UuidTest, ParsesEitherLetterCaseAndWritesLowerCase) {
 }
 
 TEST(UuidTest, RejectsEveryOtherForm) {
-  for (const std::string& text : std::vector<std::string>{"", "0f1e2d3c4b5a69788796a5b4c3d2e1f0", "{0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0}",
-        " 0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0 ",
-        "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1fg",
-        "0f1e2d3c_4b5a-6978-8796-a5b4c3d2e1f0", "0f1e2d3-c4b5a-6978-8796-a5b4c3d2e1f0",
-        "$schema", std::string("0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f\0", 36)}) {
+  for (const std::string& text : std::vector<std::string>{
+           "", "0f1e2d3c4b5a69788796a5b4c3d2e1f0", "{0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0}",
+           " 0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0 ",
+           "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f", "0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1fg",
+           "0f1e2d3c_4b5a-6978-8796-a5b4c3d2e1f0", "0f1e2d3-c4b5a-6978-8796-a5b4c3d2e1f0",
+           "$schema", std::string("0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f\0", 36)}) {
     const auto parsed = Uuid::fromString(text);
     ASSERT_FALSE(parsed.has_value()) << text;
     EXPECT_EQ(parsed.error(), std::errc::invalid_argument);
@@ -64,6 +67,70 @@ TEST(UuidTest, EveryHyphenPositionIsChecked) {
     std::string text = sampleText;
     text[at] = '0';
     EXPECT_FALSE(Uuid::fromString(text).has_value()) << at;
+  }
+}
+
+// An independent reading of the text form, a character at a time.
+std::optional<Uuid::Bytes> referenceParse(const std::string& text) {
+  if (text.size() != 36) return std::nullopt;
+  Uuid::Bytes bytes{};
+  std::size_t digits = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (i == 8 || i == 13 || i == 18 || i == 23) {
+      if (c != '-') return std::nullopt;
+      continue;
+    }
+    int value = -1;
+    if (c >= '0' && c <= '9') value = c - '0';
+    if (c >= 'a' && c <= 'f') value = c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') value = c - 'A' + 10;
+    if (value < 0) return std::nullopt;
+    bytes[digits / 2] = static_cast<std::uint8_t>(bytes[digits / 2] << 4 | value);
+    ++digits;
+  }
+  return bytes;
+}
+
+void expectLikeReference(const std::string& text) {
+  const auto parsed = Uuid::fromString(text);
+  const auto reference = referenceParse(text);
+  ASSERT_EQ(parsed.has_value(), reference.has_value()) << text;
+  if (reference) {
+    ASSERT_EQ(*parsed, Uuid(*reference)) << text;
+  }
+}
+
+// The digits are read many at a time: every byte value at every place,
+// every length, and random texts in mixed letter case.
+TEST(UuidTest, EveryByteAtEveryPlace) {
+  const std::string valid = "0123abcd-ef45-6789-ABCD-0123456789ef";
+  for (std::size_t place = 0; place < valid.size(); ++place) {
+    for (int byte = 0; byte < 256; ++byte) {
+      std::string text = valid;
+      text[place] = static_cast<char>(byte);
+      expectLikeReference(text);
+    }
+  }
+}
+
+TEST(UuidTest, OnlyTheExactLength) {
+  const std::string valid = "0123abcd-ef45-6789-abcd-0123456789ef0123";
+  for (std::size_t length = 0; length <= valid.size(); ++length)
+    expectLikeReference(valid.substr(0, length));
+}
+
+TEST(UuidTest, RandomTextsInEitherCase) {
+  std::mt19937 random(7);
+  for (int round = 0; round < 2000; ++round) {
+    Uuid::Bytes bytes;
+    for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    std::string text = Uuid(bytes).toString().str();
+    for (char& c : text) {
+      if (random() % 2 != 0 && c >= 'a') c = static_cast<char>(c - 'a' + 'A');
+    }
+    expectLikeReference(text);
+    ASSERT_EQ(*Uuid::fromString(text), Uuid(bytes)) << text;
   }
 }
 
