@@ -15,7 +15,7 @@
 #include "tests/utils/json/MemoryStreams.h"
 #include "tests/utils/json/Walk.h"
 #include "utils/json/decoder/Document.h"
-#include "utils/json/decoder/ScanKernels.h"
+#include "utils/json/ScanKernels.h"
 
 namespace {
 
@@ -24,9 +24,9 @@ using korvane::utils::json::decoder::Exception;
 using korvane::utils::json::decoder::Kind;
 using korvane::utils::json::decoder::Member;
 using korvane::utils::json::decoder::Value;
-using korvane::utils::json::decoder::detail::ScanLevel;
-using korvane::utils::json::decoder::detail::bestScanLevel;
-using korvane::utils::json::decoder::detail::setScanLevel;
+using korvane::utils::json::detail::ScanLevel;
+using korvane::utils::json::detail::bestScanLevel;
+using korvane::utils::json::detail::setScanLevel;
 using korvane::utils::json::test::MemoryInputStream;
 using korvane::utils::json::test::SplitInputStream;
 

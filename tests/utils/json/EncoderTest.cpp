@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "tests/utils/json/MemoryStreams.h"
+#include "utils/json/ScanKernels.h"
 #include "utils/json/decoder/Document.h"
-#include "utils/json/decoder/ScanKernels.h"
 #include "utils/json/encoder/Document.h"
 
 namespace korvane::utils::json::encoder {
@@ -194,9 +194,9 @@ std::string referenceQuoted(std::string_view text) {
 // place of a string longer than two of the widest blocks, at every scan
 // level, must be written as the byte-by-byte reference writes it.
 TEST(EncoderTest, EveryByteAtEveryPlaceAtEveryScanLevel) {
-  using decoder::detail::ScanLevel;
+  using json::detail::ScanLevel;
   for (const ScanLevel level : {ScanLevel::plain, ScanLevel::sse2, ScanLevel::avx2}) {
-    const ScanLevel previous = decoder::detail::setScanLevel(level);
+    const ScanLevel previous = json::detail::setScanLevel(level);
     for (int byte = 0; byte < 256; ++byte) {
       for (std::size_t place = 0; place < 70; ++place) {
         std::string value(70, 'a');
@@ -207,7 +207,7 @@ TEST(EncoderTest, EveryByteAtEveryPlaceAtEveryScanLevel) {
             << "byte " << byte << " at " << place << ", level " << static_cast<int>(level);
       }
     }
-    decoder::detail::setScanLevel(previous);
+    json::detail::setScanLevel(previous);
   }
 }
 

@@ -2,8 +2,6 @@
 // kernels' results, on their own and inside the decoder: every walk of a
 // text, split at every point, gives the same result (the text read, or the
 // same error at the same line and column) at every level.
-#include "utils/json/decoder/ScanKernels.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
@@ -13,9 +11,10 @@
 #include "tests/utils/json/ConformanceSuite.h"
 #include "tests/utils/json/MemoryStreams.h"
 #include "tests/utils/json/Walk.h"
+#include "utils/json/ScanKernels.h"
 #include "utils/json/decoder/Document.h"
 
-namespace korvane::utils::json::decoder::detail {
+namespace korvane::utils::json::detail {
 namespace {
 
 using test::SplitInputStream;
@@ -53,7 +52,8 @@ void expectSameRuns(const std::string& bytes) {
       for (std::size_t end = begin; end <= bytes.size(); ++end) {
         const char* const b = bytes.data() + begin;
         const char* const e = bytes.data() + end;
-        ASSERT_EQ(fast.plainStringLength(b, e), plain.plainStringLength(b, e)) << begin << " " << end;
+        ASSERT_EQ(fast.plainStringLength(b, e), plain.plainStringLength(b, e))
+            << begin << " " << end;
         ASSERT_EQ(fast.digitLength(b, e), plain.digitLength(b, e)) << begin << " " << end;
         const WhitespaceRun f = fast.whitespace(b, e);
         const WhitespaceRun p = plain.whitespace(b, e);
@@ -71,7 +71,8 @@ TEST(ScanKernelsTest, PlainKernelsFollowTheGrammar) {
   EXPECT_EQ(plain.plainStringLength(text.data(), text.data() + text.size()), 4u);
   for (int c = 0; c < 256; ++c) {
     const char byte = static_cast<char>(c);
-    EXPECT_EQ(plain.plainStringLength(&byte, &byte + 1), (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') ? 1u : 0u);
+    EXPECT_EQ(plain.plainStringLength(&byte, &byte + 1),
+              (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') ? 1u : 0u);
     EXPECT_EQ(plain.digitLength(&byte, &byte + 1), (c >= '0' && c <= '9') ? 1u : 0u);
     EXPECT_EQ(plain.whitespace(&byte, &byte + 1).length,
               (c == ' ' || c == '\t' || c == '\r' || c == '\n') ? 1u : 0u);
@@ -94,11 +95,15 @@ TEST(ScanKernelsTest, EveryByteEndsARunAtEveryPlace) {
           const ScanKernels& fast = kernelsAt(level);
           const char* const b = bytes.data();
           const char* const e = b + bytes.size();
-          ASSERT_EQ(fast.plainStringLength(b, e), plain.plainStringLength(b, e)) << c << " " << place;
+          ASSERT_EQ(fast.plainStringLength(b, e), plain.plainStringLength(b, e))
+              << c << " " << place;
           ASSERT_EQ(fast.digitLength(b, e), plain.digitLength(b, e)) << c << " " << place;
-          ASSERT_EQ(fast.whitespace(b, e).length, plain.whitespace(b, e).length) << c << " " << place;
-          ASSERT_EQ(fast.whitespace(b, e).lineFeeds, plain.whitespace(b, e).lineFeeds) << c << " " << place;
-          ASSERT_EQ(fast.whitespace(b, e).afterLastLineFeed, plain.whitespace(b, e).afterLastLineFeed);
+          ASSERT_EQ(fast.whitespace(b, e).length, plain.whitespace(b, e).length)
+              << c << " " << place;
+          ASSERT_EQ(fast.whitespace(b, e).lineFeeds, plain.whitespace(b, e).lineFeeds)
+              << c << " " << place;
+          ASSERT_EQ(fast.whitespace(b, e).afterLastLineFeed,
+                    plain.whitespace(b, e).afterLastLineFeed);
         }
       }
     }
@@ -111,7 +116,8 @@ TEST(ScanKernelsTest, RandomRunsAtEveryStartAndEnd) {
   for (int round = 0; round < 40; ++round) {
     std::string bytes;
     const char base = alphabet[random() % alphabet.size()];
-    for (int i = 0; i < 90; ++i) bytes += random() % 12 == 0 ? alphabet[random() % alphabet.size()] : base;
+    for (int i = 0; i < 90; ++i)
+      bytes += random() % 12 == 0 ? alphabet[random() % alphabet.size()] : base;
     expectSameRuns(bytes);
   }
 }
@@ -120,10 +126,11 @@ TEST(ScanKernelsTest, RandomRunsAtEveryStartAndEnd) {
 // skipping), or the error with its location.
 std::string walk(const std::string& text, std::size_t split, bool typed) {
   SplitInputStream stream(text, split);
-  Document document(stream, "s.json");
+  decoder::Document document(stream, "s.json");
   try {
-    return typed ? test::walkTyped(document, split % 2 == 0) : (test::walkSkipping(document), "skipped");
-  } catch (const Exception& error) {
+    return typed ? test::walkTyped(document, split % 2 == 0)
+                 : (test::walkSkipping(document), "skipped");
+  } catch (const decoder::Exception& error) {
     return error.what();
   }
 }
@@ -143,7 +150,8 @@ void expectSameWalks(const std::string& text, const std::string& what) {
       const LevelScope scope(level);
       for (std::size_t split = 0; split <= text.size(); ++split) {
         ASSERT_EQ(walk(text, split, typed), expected)
-            << what << ", level " << static_cast<int>(level) << ", split at " << split << ", typed " << typed;
+            << what << ", level " << static_cast<int>(level) << ", split at " << split << ", typed "
+            << typed;
       }
     }
   }
@@ -151,24 +159,35 @@ void expectSameWalks(const std::string& text, const std::string& what) {
 
 const char* const documents[] = {
     // The shape of a users file, with members of every kind to skip.
-    "{\n  \"version\": 3,\n  \"users\": [\n    {\"userName\": \"user0000001\", \"profile\": {\"age\": 37, "
-    "\"ratio\": -0.125e-3, \"active\": true, \"tags\": []}, \"UUID\": \"fca67c71-424f-4334-8e2b-0000000f4240\"},\n"
-    "    {\"userName\": \"user0000002\", \"notes\": \"line one\\nline \\\"two\\\"\\t\\u00e9\\ud83d\\ude00 "
-    "\xC3\xA9t\xC3\xA9\", \"quota\": 1234567.891, \"UUID\": \"00000000-0000-4000-8000-000000000002\"}\n  ]\n}\n",
+    "{\n  \"version\": 3,\n  \"users\": [\n    {\"userName\": \"user0000001\", \"profile\": "
+    "{\"age\": 37, "
+    "\"ratio\": -0.125e-3, \"active\": true, \"tags\": []}, \"UUID\": "
+    "\"fca67c71-424f-4334-8e2b-0000000f4240\"},\n"
+    "    {\"userName\": \"user0000002\", \"notes\": \"line one\\nline "
+    "\\\"two\\\"\\t\\u00e9\\ud83d\\ude00 "
+    "\xC3\xA9t\xC3\xA9\", \"quota\": 1234567.891, \"UUID\": "
+    "\"00000000-0000-4000-8000-000000000002\"}\n  ]\n}\n",
     // Long runs of each kind, over several blocks.
-    "[\"0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789abcdefghijklmnop\",\n"
+    "[\"0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789abcdefghijklmnop\","
+    "\n"
     "                                                                       \t\t\t\r\n\n\n    "
-    "12345678901234567890123456789012345678901234567890123456789012345678901234567890.5e123456789012345678]",
+    "12345678901234567890123456789012345678901234567890123456789012345678901234567890."
+    "5e123456789012345678]",
     // Characters beyond ASCII between plain runs: columns count characters.
-    "{\"\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9 abcdefghijklmnopqrstuvwxyz\xF0\x9F\x98\x80"
+    "{\"\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9 "
+    "abcdefghijklmnopqrstuvwxyz\xF0\x9F\x98\x80"
     "\xE2\x82\xAC\": \"x\",   \"b\": nul}",
     // Errors at the end of long runs, on later lines.
-    "[\n\n\n\n                                            \"abcdefghijklmnopqrstuvwxyz0123456789\x01\"]",
+    "[\n\n\n\n                                            "
+    "\"abcdefghijklmnopqrstuvwxyz0123456789\x01\"]",
     "[\n  \"abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz0123456789\xC3\"]",
-    "[\n  \"abcdefghijklmnopqrstuvwxyz\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\"]",
+    "[\n  "
+    "\"abcdefghijklmnopqrstuvwxyz\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9"
+    "\xE9\"]",
     "[\n  1234567890123456789012345678901234567890123456789012345678901234567890x]",
     "[\n  1234567890123456789012345678901234567890.123456789012345678901234567890e+]",
-    "{\"abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz0123456789\"\n\n\n       \r\n  x}",
+    "{\"abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz0123456789\"\n\n\n       "
+    "\r\n  x}",
     "\xEF\xBB\xBF  \n  {\"a\":\n\n\t\"b\\u12\"}",
     "[\"unterminated abcdefghijklmnopqrstuvwxyz0123456789abcdefghijklmnopqrstuvwxyz",
     "[\"a\"]                                                                          \n\n x",
@@ -181,7 +200,8 @@ TEST(ScanKernelsTest, EveryLevelAndSplitWalksAlike) {
 TEST(ScanKernelsTest, ConformanceSuiteWalksAlikeAtEveryLevel) {
   const std::filesystem::path folder = test::conformanceSuiteFolder();
   if (folder.empty() || !std::filesystem::is_directory(folder)) {
-    GTEST_SKIP() << "the public JSON parsing suite is not present (KORVANE_SOURCE_DIR/../shared/testdata)";
+    GTEST_SKIP()
+        << "the public JSON parsing suite is not present (KORVANE_SOURCE_DIR/../shared/testdata)";
   }
   int files = 0;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -194,4 +214,4 @@ TEST(ScanKernelsTest, ConformanceSuiteWalksAlikeAtEveryLevel) {
 }
 
 }  // namespace
-}  // namespace korvane::utils::json::decoder::detail
+}  // namespace korvane::utils::json::detail

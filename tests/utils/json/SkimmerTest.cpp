@@ -20,14 +20,14 @@
 namespace korvane::utils::json::decoder {
 namespace {
 
-using detail::ScanLevel;
+using json::detail::ScanLevel;
 using test::PieceReader;
 
 // Makes `level` current for the life of the object.
 class LevelScope {
  public:
-  explicit LevelScope(ScanLevel level) : previous_(detail::setScanLevel(level)) {}
-  ~LevelScope() { detail::setScanLevel(previous_); }
+  explicit LevelScope(ScanLevel level) : previous_(json::detail::setScanLevel(level)) {}
+  ~LevelScope() { json::detail::setScanLevel(previous_); }
   LevelScope(const LevelScope&) = delete;
   LevelScope& operator=(const LevelScope&) = delete;
 
@@ -37,8 +37,8 @@ class LevelScope {
 
 std::vector<ScanLevel> everyLevel() {
   std::vector<ScanLevel> levels{ScanLevel::plain};
-  if (detail::bestScanLevel() >= ScanLevel::sse2) levels.push_back(ScanLevel::sse2);
-  if (detail::bestScanLevel() >= ScanLevel::avx2) levels.push_back(ScanLevel::avx2);
+  if (json::detail::bestScanLevel() >= ScanLevel::sse2) levels.push_back(ScanLevel::sse2);
+  if (json::detail::bestScanLevel() >= ScanLevel::avx2) levels.push_back(ScanLevel::avx2);
   return levels;
 }
 

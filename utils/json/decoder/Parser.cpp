@@ -7,9 +7,6 @@
 #include <string_view>
 #include <utility>
 
-#if defined(__x86_64__) || defined(_M_X64)
-#include <emmintrin.h>
-#endif
 
 #include "utils/core/Format.h"
 #include "utils/json/decoder/WrappedException.h"
@@ -50,22 +47,14 @@ std::string describeValue(int c) {
   return {};
 }
 
-// The plain string bytes that [begin, end) starts with. Above the plain
-// level the first 16 bytes are tested here, with SSE2, since most strings
-// (names, short values) end within them and the kernel's call then costs
-// more than the test; longer runs go on in the kernel.
+using json::detail::isPlainStringByte;
+using json::detail::ScanKernels;
+using json::detail::WhitespaceRun;
+
+// The plain string bytes that [begin, end) starts with; the first 16 are
+// tested inline where that many are buffered.
 std::size_t plainStringLength(const ScanKernels& kernels, const char* begin, const char* end) noexcept {
-#if defined(__x86_64__) || defined(_M_X64)
-  if (kernels.level != ScanLevel::plain && end - begin >= 16) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin));
-    const __m128i special = _mm_or_si128(
-        _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
-        _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
-    const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
-    if (mask != 0) return static_cast<std::size_t>(std::countr_zero(mask));
-    return 16 + kernels.plainStringLength(begin + 16, end);
-  }
-#endif
+  if (end - begin >= 16) return json::detail::measurePlainString<16>(kernels, begin, end);
   return kernels.plainStringLength(begin, end);
 }
 
@@ -75,7 +64,7 @@ enum SkipState { valueState, objectFirstState, nameState, arrayFirstState, after
 
 Parser::Parser(io::InputStream<char>& stream, std::string sourceName)
     : stream_(stream),
-      kernels_(scanKernels()),
+      kernels_(json::detail::scanKernels()),
       source_(std::make_shared<const std::string>(std::move(sourceName))),
       lineStart_(stream.offset()) {}
 

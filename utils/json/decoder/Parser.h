@@ -36,7 +36,7 @@
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
 #include "utils/json/decoder/Location.h"
-#include "utils/json/decoder/ScanKernels.h"
+#include "utils/json/ScanKernels.h"
 
 namespace korvane::utils::json::decoder::detail {
 
@@ -172,7 +172,7 @@ class Parser {
   void expectEnd();
 
   io::InputStream<char>& stream_;
-  const ScanKernels& kernels_;
+  const json::detail::ScanKernels& kernels_;
   std::shared_ptr<const std::string> source_;
   std::exception_ptr error_;
   std::vector<Frame> frames_;

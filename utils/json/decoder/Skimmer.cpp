@@ -15,8 +15,8 @@ namespace korvane::utils::json::decoder {
 
 namespace {
 
-using detail::ScanKernels;
-using detail::ScanLevel;
+using json::detail::ScanKernels;
+using json::detail::ScanLevel;
 
 bool isWhitespace(char c) noexcept { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 
@@ -45,34 +45,18 @@ int hex4(const char* p) noexcept {
 }
 
 // The plain string bytes that [begin, end) starts with: up to 64 of them
-// tested here, 16 at a time with SSE2 (the buffer's padding makes the loads
-// safe, and a plain chunk never holds end_'s NUL byte), since most strings
-// end within them and the kernel's call then costs more than the test;
-// longer runs go on in the kernel.
+// tested inline (the buffer's padding makes the loads safe, and its NUL
+// byte at end_ ends every run), since most strings end within them.
 std::size_t plainStringLength(const ScanKernels& kernels, const char* begin,
                               const char* end) noexcept {
-#if defined(__x86_64__) || defined(_M_X64)
-  if (kernels.level != ScanLevel::plain) {
-    for (std::size_t offset = 0; offset != 64; offset += 16) {
-      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin + offset));
-      const __m128i special =
-          _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
-                       _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
-                                    _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
-      const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special));
-      if (mask != 0) return offset + static_cast<std::size_t>(std::countr_zero(mask));
-    }
-    return 64 + kernels.plainStringLength(begin + 64, end);
-  }
-#endif
-  return kernels.plainStringLength(begin, end);
+  return json::detail::measurePlainString<64>(kernels, begin, end);
 }
 
 }  // namespace
 
 Skimmer::Skimmer(Reader reader, std::size_t window)
     : reader_(std::move(reader)),
-      kernels_(detail::scanKernels()),
+      kernels_(json::detail::scanKernels()),
       wide_(kernels_.level != ScanLevel::plain),
       window_(std::max<std::size_t>(window, 16)),
       buffer_(window_ + padding, '\0'),

@@ -45,7 +45,7 @@
 #include <bit>
 #endif
 
-#include "utils/json/decoder/ScanKernels.h"
+#include "utils/json/ScanKernels.h"
 
 namespace korvane::utils::json::decoder {
 
@@ -159,7 +159,7 @@ class Skimmer {
   void skipLiteral(std::string_view literal);
 
   Reader reader_;
-  const detail::ScanKernels& kernels_;
+  const json::detail::ScanKernels& kernels_;
   bool wide_;  // the kernels are SSE2 or wider
   std::size_t window_;
   std::vector<char> buffer_;

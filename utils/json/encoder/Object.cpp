@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "utils/core/SecureZero.h"
-#include "utils/json/decoder/ScanKernels.h"
+#include "utils/json/ScanKernels.h"
 #include "utils/json/encoder/Document.h"
 
 namespace korvane::utils::json::encoder {
@@ -12,10 +12,10 @@ namespace korvane::utils::json::encoder {
 namespace {
 
 // The bytes at the start of [begin, end) that are written as they are.
-// The decoder's scan kernel measures the printable ASCII runs many bytes at
-// a time; the bytes from 0x80 on, which it stops at, are plain here too.
+// The scan kernel measures the printable ASCII runs many bytes at a time;
+// the bytes from 0x80 on, which it stops at, are plain here too.
 std::size_t plainLength(const char* begin, const char* end) noexcept {
-  const auto& kernels = decoder::detail::scanKernels();
+  const auto& kernels = json::detail::scanKernels();
   const char* p = begin;
   for (;;) {
     p += kernels.plainStringLength(p, end);

@@ -1,13 +1,10 @@
-#include "utils/json/decoder/ScanKernels.h"
+#include "utils/json/ScanKernels.h"
 
 #include <atomic>
 #include <bit>
 
-#if defined(__x86_64__) || defined(_M_X64)
+#if KORVANE_JSON_SSE2
 #include <immintrin.h>
-#define KORVANE_JSON_SSE2 1
-#else
-#define KORVANE_JSON_SSE2 0
 #endif
 
 #if KORVANE_JSON_SSE2 && (defined(__GNUC__) || defined(__clang__))
@@ -21,7 +18,7 @@
 
 #include "utils/core/ProcessorFeatures.h"
 
-namespace korvane::utils::json::decoder::detail {
+namespace korvane::utils::json::detail {
 
 namespace {
 
@@ -65,36 +62,32 @@ std::size_t digitLengthPlain(const char* begin, const char* end) noexcept {
   return digitLengthFrom(begin, begin, end);
 }
 
-constexpr ScanKernels plainKernels{ScanLevel::plain, plainStringLengthPlain, whitespacePlain, digitLengthPlain};
+constexpr ScanKernels plainKernels{ScanLevel::plain, plainStringLengthPlain, whitespacePlain,
+                                   digitLengthPlain};
 
 // Adds the line feeds among the first `length` bytes of a block at `offset`
 // (their bits in `lineFeeds`) to `run`.
 template <typename Mask>
-void addLineFeeds(WhitespaceRun& run, std::size_t offset, Mask lineFeeds, unsigned length) noexcept {
+void addLineFeeds(WhitespaceRun& run, std::size_t offset, Mask lineFeeds,
+                  unsigned length) noexcept {
   if (length < sizeof(Mask) * 8) lineFeeds &= static_cast<Mask>((Mask{1} << length) - 1);
   if (lineFeeds == 0) return;
   run.lineFeeds += static_cast<std::size_t>(std::popcount(lineFeeds));
-  run.afterLastLineFeed = offset + sizeof(Mask) * 8 - static_cast<std::size_t>(std::countl_zero(lineFeeds));
+  run.afterLastLineFeed =
+      offset + sizeof(Mask) * 8 - static_cast<std::size_t>(std::countl_zero(lineFeeds));
 }
 
 #if KORVANE_JSON_SSE2
 
 // ---- SSE2: 16 bytes at a time
 
-// Bits set for the bytes that end a plain run: below 0x20 or from 0x80 on
-// (negative as signed bytes), '"' and '\\'.
-inline unsigned specialStringBytes16(__m128i bytes) noexcept {
-  const __m128i low = _mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20));
-  const __m128i quote = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
-  const __m128i backslash = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'));
-  return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(low, _mm_or_si128(quote, backslash))));
-}
-
 std::size_t plainStringLengthSse2(const char* begin, const char* end) noexcept {
   const char* p = begin;
   for (; end - p >= 16; p += 16) {
-    const unsigned special = specialStringBytes16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-    if (special != 0) return static_cast<std::size_t>(p - begin) + static_cast<std::size_t>(std::countr_zero(special));
+    const unsigned special = specialStringBytes16(p);
+    if (special != 0)
+      return static_cast<std::size_t>(p - begin) +
+             static_cast<std::size_t>(std::countr_zero(special));
   }
   return plainStringLengthFrom(begin, p, end);
 }
@@ -105,9 +98,10 @@ WhitespaceRun whitespaceSse2(const char* begin, const char* end) noexcept {
   for (; end - p >= 16; p += 16) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     const __m128i lineFeed = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\n'));
-    const __m128i space = _mm_or_si128(
-        _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(' ')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\t'))),
-        _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('\r')), lineFeed));
+    const __m128i space =
+        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(' ')),
+                                  _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\t'))),
+                     _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('\r')), lineFeed));
     const auto other = static_cast<std::uint16_t>(~_mm_movemask_epi8(space));
     const auto lineFeeds = static_cast<std::uint16_t>(_mm_movemask_epi8(lineFeed));
     const auto offset = static_cast<std::size_t>(p - begin);
@@ -129,12 +123,15 @@ std::size_t digitLengthSse2(const char* begin, const char* end) noexcept {
     const __m128i digit = _mm_and_si128(_mm_cmpgt_epi8(bytes, _mm_set1_epi8('0' - 1)),
                                         _mm_cmplt_epi8(bytes, _mm_set1_epi8('9' + 1)));
     const auto other = static_cast<std::uint16_t>(~_mm_movemask_epi8(digit));
-    if (other != 0) return static_cast<std::size_t>(p - begin) + static_cast<std::size_t>(std::countr_zero(other));
+    if (other != 0)
+      return static_cast<std::size_t>(p - begin) +
+             static_cast<std::size_t>(std::countr_zero(other));
   }
   return digitLengthFrom(begin, p, end);
 }
 
-constexpr ScanKernels sse2Kernels{ScanLevel::sse2, plainStringLengthSse2, whitespaceSse2, digitLengthSse2};
+constexpr ScanKernels sse2Kernels{ScanLevel::sse2, plainStringLengthSse2, whitespaceSse2,
+                                  digitLengthSse2};
 
 #endif
 
@@ -142,20 +139,25 @@ constexpr ScanKernels sse2Kernels{ScanLevel::sse2, plainStringLengthSse2, whites
 
 // ---- AVX2: 32 bytes at a time
 
-KORVANE_JSON_TARGET_AVX2 std::size_t plainStringLengthAvx2(const char* begin, const char* end) noexcept {
+KORVANE_JSON_TARGET_AVX2 std::size_t plainStringLengthAvx2(const char* begin,
+                                                           const char* end) noexcept {
   const char* p = begin;
   for (; end - p >= 32; p += 32) {
     const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
     const __m256i low = _mm256_cmpgt_epi8(_mm256_set1_epi8(0x20), bytes);
     const __m256i quote = _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8('"'));
     const __m256i backslash = _mm256_cmpeq_epi8(bytes, _mm256_set1_epi8('\\'));
-    const auto special =
-        static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_or_si256(low, _mm256_or_si256(quote, backslash))));
-    if (special != 0) return static_cast<std::size_t>(p - begin) + static_cast<std::size_t>(std::countr_zero(special));
+    const auto special = static_cast<std::uint32_t>(
+        _mm256_movemask_epi8(_mm256_or_si256(low, _mm256_or_si256(quote, backslash))));
+    if (special != 0)
+      return static_cast<std::size_t>(p - begin) +
+             static_cast<std::size_t>(std::countr_zero(special));
   }
   if (end - p >= 16) {
-    const unsigned special = specialStringBytes16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-    if (special != 0) return static_cast<std::size_t>(p - begin) + static_cast<std::size_t>(std::countr_zero(special));
+    const unsigned special = specialStringBytes16(p);
+    if (special != 0)
+      return static_cast<std::size_t>(p - begin) +
+             static_cast<std::size_t>(std::countr_zero(special));
     p += 16;
   }
   return plainStringLengthFrom(begin, p, end);
@@ -192,12 +194,15 @@ KORVANE_JSON_TARGET_AVX2 std::size_t digitLengthAvx2(const char* begin, const ch
     const __m256i digit = _mm256_and_si256(_mm256_cmpgt_epi8(bytes, _mm256_set1_epi8('0' - 1)),
                                            _mm256_cmpgt_epi8(_mm256_set1_epi8('9' + 1), bytes));
     const auto other = ~static_cast<std::uint32_t>(_mm256_movemask_epi8(digit));
-    if (other != 0) return static_cast<std::size_t>(p - begin) + static_cast<std::size_t>(std::countr_zero(other));
+    if (other != 0)
+      return static_cast<std::size_t>(p - begin) +
+             static_cast<std::size_t>(std::countr_zero(other));
   }
   return digitLengthFrom(begin, p, end);
 }
 
-constexpr ScanKernels avx2Kernels{ScanLevel::avx2, plainStringLengthAvx2, whitespaceAvx2, digitLengthAvx2};
+constexpr ScanKernels avx2Kernels{ScanLevel::avx2, plainStringLengthAvx2, whitespaceAvx2,
+                                  digitLengthAvx2};
 
 #endif
 
@@ -215,12 +220,15 @@ ScanLevel detectBestLevel() noexcept {
 const ScanKernels* kernelsOf(ScanLevel level) noexcept {
   switch (level) {
 #if KORVANE_JSON_AVX2
-    case ScanLevel::avx2: return &avx2Kernels;
+    case ScanLevel::avx2:
+      return &avx2Kernels;
 #endif
 #if KORVANE_JSON_SSE2
-    case ScanLevel::sse2: return &sse2Kernels;
+    case ScanLevel::sse2:
+      return &sse2Kernels;
 #endif
-    default: return &plainKernels;
+    default:
+      return &plainKernels;
   }
 }
 
@@ -245,4 +253,4 @@ ScanLevel setScanLevel(ScanLevel level) noexcept {
   return currentLevel().exchange(level, std::memory_order_relaxed);
 }
 
-}  // namespace korvane::utils::json::decoder::detail
+}  // namespace korvane::utils::json::detail
