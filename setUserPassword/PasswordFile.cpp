@@ -10,7 +10,6 @@
 #include "utils/io/FileOutputStream.h"
 #include "utils/io/FileReplacement.h"
 #include "utils/json/decoder/Document.h"
-#include "utils/json/decoder/Parser.h"
 #include "utils/json/encoder/Document.h"
 
 #ifndef KORVANE_SCHEMA_HOST
@@ -116,9 +115,7 @@ bool PasswordFile::skim(const decoder::Skimmer::Reader& reader, std::size_t wind
     bool started = false;
     decoder::SkimmedString member;
     while (skimmer.nextMember(started, member)) {
-      if (member.escaped || member.raw.size() > decoder::detail::Parser::maxNameLength) {
-        decoder::Skimmer::giveUp();
-      }
+      if (member.escaped) decoder::Skimmer::giveUp();
       name.assign(member.raw);
       const decoder::SkimmedString value = skimmer.readString();
       if (value.escaped) decoder::Skimmer::giveUp();

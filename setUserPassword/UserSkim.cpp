@@ -1,7 +1,6 @@
 #include "setUserPassword/UserSkim.h"
 
 #include "utils/core/Uuid.h"
-#include "utils/json/decoder/Parser.h"
 
 namespace korvane::setUserPassword {
 
@@ -11,12 +10,9 @@ using utils::core::Uuid;
 using utils::json::decoder::SkimmedString;
 using utils::json::decoder::Skimmer;
 
-// A member name the exact pass would compare as it stands: no escape, and
-// no longer than the exact pass takes.
+// A member name the exact pass would compare as it stands: no escape.
 std::string_view plainName(const SkimmedString& name) {
-  if (name.escaped || name.raw.size() > utils::json::decoder::detail::Parser::maxNameLength) {
-    Skimmer::giveUp();
-  }
+  if (name.escaped) Skimmer::giveUp();
   return name.raw;
 }
 

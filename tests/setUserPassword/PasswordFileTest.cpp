@@ -1,15 +1,13 @@
-#include "setUserPassword/PasswordFile.h"
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "setUserPassword/PasswordFile.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unprivileged.h"
 #include "tests/utils/json/MemoryStreams.h"
@@ -139,7 +137,8 @@ TEST_F(PasswordFileTest, ManyEntriesAndHugeValuesSurviveARewriteByteForByte) {
   // longer than a block among them, and a second read into the same object.
   std::string text = "{\n  \"$schema\": \"s\"";
   for (int i = 0; i < 30000; ++i) {
-    const std::string value = i % 9999 == 5 ? std::string(1500000 + i, 'v') : "$6$" + std::to_string(i);
+    const std::string value =
+        i % 9999 == 5 ? std::string(1500000 + i, 'v') : "$6$" + std::to_string(i);
     text += ",\n  \"name " + std::to_string(i) + "\": \"" + value + "\"";
   }
   text += ",\n  \"11111111-2222-4333-8444-555555555555\": \"old\"\n}\n";
@@ -157,9 +156,9 @@ TEST_F(PasswordFileTest, ManyEntriesAndHugeValuesSurviveARewriteByteForByte) {
 }
 
 TEST_F(PasswordFileTest, NonStringValuesMakeReadingFail) {
-  for (const std::string content : {R"({"a": 1})", R"({"a": {}})", R"({"a": []})",
-                                    R"({"a": true})", R"({"a": null})", R"({"a": "b",})",
-                                    R"([])", R"({"a": "b"} x)"}) {
+  for (const std::string content :
+       {R"({"a": 1})", R"({"a": {}})", R"({"a": []})", R"({"a": true})", R"({"a": null})",
+        R"({"a": "b",})", R"([])", R"({"a": "b"} x)"}) {
     writeFile(path_, content);
     PasswordFile file(path_);
     try {
@@ -300,9 +299,10 @@ ExactRead exactRead(const std::string& content) {
   }
 }
 
-std::optional<std::string> skimRead(const std::string& content, std::size_t split = static_cast<std::size_t>(-1),
-                                    std::size_t piece = static_cast<std::size_t>(-1),
-                                    std::size_t window = utils::json::decoder::Skimmer::defaultWindow) {
+std::optional<std::string> skimRead(
+    const std::string& content, std::size_t split = static_cast<std::size_t>(-1),
+    std::size_t piece = static_cast<std::size_t>(-1),
+    std::size_t window = utils::json::decoder::Skimmer::defaultWindow) {
   PasswordFile file("passwords.json");
   if (!file.skim(PieceReader(content, split, piece), window)) {
     EXPECT_TRUE(file.entries().empty());
@@ -324,12 +324,16 @@ bool expectSkimAgrees(const std::string& content, const std::string& label = {})
 // A password file as the tool writes it, with an unknown member and names
 // and values of other kinds.
 std::string passwordsText(int count) {
-  std::string text = "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
+  std::string text =
+      "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
   for (int i = 1; i <= count; ++i) {
-    text += utils::core::format(",\n  \"{:08x}-1111-4222-8333-{:012x}\": \"$6${:016x}${}\"", i * 2654435761u, i, i,
+    text += utils::core::format(",\n  \"{:08x}-1111-4222-8333-{:012x}\": \"$6${:016x}${}\"",
+                                i * 2654435761u, i, i,
                                 std::string(86, static_cast<char>('a' + i % 26)));
   }
-  text += ",\n  \"AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE\": \"\",\n  \"note\": \"caf\xC3\xA9 \xF0\x9F\x98\x80\"\n}\n";
+  text +=
+      ",\n  \"AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE\": \"\",\n  \"note\": \"caf\xC3\xA9 "
+      "\xF0\x9F\x98\x80\"\n}\n";
   return text;
 }
 
@@ -349,23 +353,27 @@ TEST_F(PasswordFileTest, OrdinaryFilesAreReadByTheSkim) {
 TEST_F(PasswordFileTest, EscapesAndErrorsAreLeftToTheExactPass) {
   for (const std::string content :
        {R"({"a": "x\/y"})", R"({"\u0061": "b"})", R"({"a": 1})", R"({"a": {}})", R"({"a": []})",
-        R"({"a": true})", R"({"a": null})", R"({"a": "b",})", R"([])", R"({"a": "b"} x)", "", "\xEF\xBB\xBF",
-        "{\"a\": \"\x01\"}", "{\"a\": \"\xC3\"}"}) {
+        R"({"a": true})", R"({"a": null})", R"({"a": "b",})", R"([])", R"({"a": "b"} x)", "",
+        "\xEF\xBB\xBF", "{\"a\": \"\x01\"}", "{\"a\": \"\xC3\"}"}) {
     EXPECT_FALSE(skimRead(content).has_value()) << content;
   }
   // Read through read(), the escaped value is decoded by the exact pass.
-  writeFile(path_, R"({"$schema": "https:\/\/example.com", "11111111-2222-4333-8444-555555555555": "\u0024"})");
+  writeFile(
+      path_,
+      R"({"$schema": "https:\/\/example.com", "11111111-2222-4333-8444-555555555555": "\u0024"})");
   PasswordFile file(path_);
   SearchPass pass = SearchPass::skim;
   file.read(&pass);
   EXPECT_EQ(pass, SearchPass::exact);
-  EXPECT_EQ(describe(file), "[$schema|https://example.com|00000000-0000-0000-0000-000000000000]"
-                            "[11111111-2222-4333-8444-555555555555|$|11111111-2222-4333-8444-555555555555]");
+  EXPECT_EQ(describe(file),
+            "[$schema|https://example.com|00000000-0000-0000-0000-000000000000]"
+            "[11111111-2222-4333-8444-555555555555|$|11111111-2222-4333-8444-555555555555]");
 }
 
 TEST_F(PasswordFileTest, SkimEditsAtEveryPositionAgreeWithTheExactPass) {
   const std::string text = passwordsText(3);
-  const std::string bytes = std::string("\"\\{}[],:x 0u") + std::string("\x00\x1F\x80\xC3\xED\xFF", 6);
+  const std::string bytes =
+      std::string("\"\\{}[],:x 0u") + std::string("\x00\x1F\x80\xC3\xED\xFF", 6);
   int read = 0;
   for (std::size_t at = 0; at <= text.size(); ++at) {
     if (expectSkimAgrees(text.substr(0, at), "cut at " + std::to_string(at))) ++read;

@@ -1,13 +1,11 @@
-#include "setUserPassword/UserConfiguration.h"
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <string>
 
+#include "setUserPassword/UserConfiguration.h"
 #include "tests/support/ChildProcess.h"
 #include "utils/io/FileNotFoundError.h"
 #include "utils/json/decoder/Exception.h"
@@ -57,7 +55,8 @@ TEST_F(UserConfigurationTest, SkipsEveryKindOfOtherMember) {
       {"extra": {"deep": [[[{"a": "b"}]]], "n": -12.5E+3}, "userName": "alice",
        "list": [1, "two", null], "t": true, "f": false, "z": null, "UUID": ")") +
                               uuidA + R"(", "s": "text with \" and \\ and \u00e9"},
-      {"userName": "bob", "UUID": ")" + uuidB + R"("}
+      {"userName": "bob", "UUID": ")" +
+                              uuidB + R"("}
     ],
     "trailer": {"users": "not here"}
   })";
@@ -65,8 +64,8 @@ TEST_F(UserConfigurationTest, SkipsEveryKindOfOtherMember) {
 }
 
 TEST_F(UserConfigurationTest, SecondUsersMemberIsReadToo) {
-  const std::string content = std::string(R"({"users": [{"userName": "alice", "UUID": ")") +
-                              uuidA + R"("}], "other": 1, "users": [{"userName": "bob", "UUID": ")" +
+  const std::string content = std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA +
+                              R"("}], "other": 1, "users": [{"userName": "bob", "UUID": ")" +
                               uuidB + R"("}]})";
   EXPECT_EQ(findUser(file(content), "bob"), *Uuid::fromString(uuidB));
 }
@@ -86,8 +85,8 @@ TEST_F(UserConfigurationTest, NamesDifferingInCaseDoNotMatch) {
 }
 
 TEST_F(UserConfigurationTest, TwoUsersWithTheSameName) {
-  const std::string content = std::string(R"({"users": [{"userName": "alice", "UUID": ")") +
-                              uuidA + R"("}, {"userName": "alice", "UUID": ")" + uuidA + R"("}]})";
+  const std::string content = std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA +
+                              R"("}, {"userName": "alice", "UUID": ")" + uuidA + R"("}]})";
   EXPECT_EQ(errorOf(content, "alice"),
             "there is more than one user named \"alice\" in the file \"" + path_.string() + "\"");
 }
@@ -109,18 +108,19 @@ TEST_F(UserConfigurationTest, DuplicateUuidInAnyPlace) {
                                 " in the file \"" + path_.string() + "\"";
   // Before the match in a user with two UUIDs, and after the match.
   for (const std::string& users : {
-           std::string(R"({"UUID": ")") + uuidB + R"(", "UUID": ")" + uuidA + R"("}, {"userName": "alice", "UUID": ")" +
-               uuidA + R"("})",
+           std::string(R"({"UUID": ")") + uuidB + R"(", "UUID": ")" + uuidA +
+               R"("}, {"userName": "alice", "UUID": ")" + uuidA + R"("})",
            std::string(R"({"userName": "alice", "UUID": ")") + uuidA + R"("}, {"UUID": ")" + uuidB +
                R"("}, {"x": 1, "UUID": ")" + uuidA + R"("})",
        }) {
     EXPECT_EQ(errorOf(R"({"users": [)" + users + "]}", "alice"), duplicate) << users;
   }
   // In another spelling, with the matched user's UUID ahead of its name.
-  const std::string spelled = std::string(R"({"users": [{"UUID": ")") + uuidB +
-                              R"(", "userName": "alice"}, {"UUID": "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"}]})";
-  EXPECT_EQ(errorOf(spelled, "alice"), std::string("there is more than one user with UUID ") + uuidB +
-                                           " in the file \"" + path_.string() + "\"");
+  const std::string spelled =
+      std::string(R"({"users": [{"UUID": ")") + uuidB +
+      R"(", "userName": "alice"}, {"UUID": "AAAAAAAA-BBBB-4CCC-8DDD-EEEEEEEEEEEE"}]})";
+  EXPECT_EQ(errorOf(spelled, "alice"), std::string("there is more than one user with UUID ") +
+                                           uuidB + " in the file \"" + path_.string() + "\"");
   // A UUID that differs from the matched one in its last digit is no duplicate.
   const std::string near = std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA +
                            R"("}, {"UUID": "11111111-2222-4333-8444-555555555554"}]})";
@@ -129,8 +129,8 @@ TEST_F(UserConfigurationTest, DuplicateUuidInAnyPlace) {
 
 TEST_F(UserConfigurationTest, TwoMatchesAreReportedBeforeADuplicateUuid) {
   const std::string content = std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA +
-                              R"("}, {"UUID": ")" + uuidA + R"("}, {"userName": "alice", "UUID": ")" + uuidB +
-                              R"("}]})";
+                              R"("}, {"UUID": ")" + uuidA +
+                              R"("}, {"userName": "alice", "UUID": ")" + uuidB + R"("}]})";
   EXPECT_EQ(errorOf(content, "alice"),
             "there is more than one user named \"alice\" in the file \"" + path_.string() + "\"");
 }
@@ -151,22 +151,28 @@ TEST_F(UserConfigurationTest, NullUuidOfTheMatchedUser) {
 
 TEST_F(UserConfigurationTest, UnmatchedObjectsMayBeIncomplete) {
   const std::string content = std::string(R"({"users": [{"userName": "bob", "userName": "b2"},
-    {"note": "no name"}, {"userName": "alice", "UUID": ")") + uuidA + R"("}]})";
+    {"note": "no name"}, {"userName": "alice", "UUID": ")") +
+                              uuidA + R"("}]})";
   EXPECT_EQ(findUser(file(content), "alice"), *Uuid::fromString(uuidA));
 }
 
 TEST_F(UserConfigurationTest, MatchedUserErrorsCarryTheObjectsLocation) {
   const std::string prefix = "\"" + path_.string() + "\", line 3, column 3: ";
-  EXPECT_EQ(errorOf("{\"users\": [\n  {\"userName\": \"bob\"},\n  {\"userName\": \"alice\"}]}", "alice"),
-            prefix + "missing user UUID in the configuration of user \"alice\"");
-  EXPECT_EQ(errorOf(std::string("{\"users\": [\n  {\"userName\": \"bob\"},\n  {\"userName\": \"alice\", "
-                                "\"UUID\": \"") + uuidA + "\", \"UUID\": \"" + uuidB + "\"}]}",
-                    "alice"),
-            prefix + "multiple UUIDs specified for user \"alice\"");
-  EXPECT_EQ(errorOf(std::string("{\"users\": [\n  {\"userName\": \"bob\"},\n  {\"userName\": \"x\", "
-                                "\"userName\": \"alice\", \"UUID\": \"") + uuidA + "\"}]}",
-                    "alice"),
-            prefix + "multiple user names specified for user \"alice\"");
+  EXPECT_EQ(
+      errorOf("{\"users\": [\n  {\"userName\": \"bob\"},\n  {\"userName\": \"alice\"}]}", "alice"),
+      prefix + "missing user UUID in the configuration of user \"alice\"");
+  EXPECT_EQ(
+      errorOf(std::string("{\"users\": [\n  {\"userName\": \"bob\"},\n  {\"userName\": \"alice\", "
+                          "\"UUID\": \"") +
+                  uuidA + "\", \"UUID\": \"" + uuidB + "\"}]}",
+              "alice"),
+      prefix + "multiple UUIDs specified for user \"alice\"");
+  EXPECT_EQ(
+      errorOf(std::string("{\"users\": [\n  {\"userName\": \"bob\"},\n  {\"userName\": \"x\", "
+                          "\"userName\": \"alice\", \"UUID\": \"") +
+                  uuidA + "\"}]}",
+              "alice"),
+      prefix + "multiple user names specified for user \"alice\"");
 }
 
 TEST_F(UserConfigurationTest, LocatedErrorsAreRuntimeErrorsAndDecoderExceptions) {
@@ -177,7 +183,8 @@ TEST_F(UserConfigurationTest, LocatedErrorsAreRuntimeErrorsAndDecoderExceptions)
 }
 
 TEST_F(UserConfigurationTest, MalformedFileNamesFileLineAndColumn) {
-  const std::string text = errorOf("{\"users\": [\n  {\"userName\": \"alice\" \"UUID\": 1}]}", "alice");
+  const std::string text =
+      errorOf("{\"users\": [\n  {\"userName\": \"alice\" \"UUID\": 1}]}", "alice");
   EXPECT_TRUE(text.starts_with("\"" + path_.string() + "\", line 2, column 24: ")) << text;
 }
 
@@ -192,7 +199,8 @@ TEST_F(UserConfigurationTest, WrongKindsAreDecoderErrors) {
 
 TEST_F(UserConfigurationTest, OrdinaryFilesAreSettledByTheFastPass) {
   SearchPass pass = SearchPass::exact;
-  const auto path = file(std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA + R"("}]})");
+  const auto path =
+      file(std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA + R"("}]})");
   EXPECT_EQ(findUser(path, "alice", &pass), *Uuid::fromString(uuidA));
   EXPECT_EQ(pass, SearchPass::skim);
   // Its outcomes that are errors too.
@@ -205,7 +213,8 @@ TEST_F(UserConfigurationTest, WhereTheFastPassGivesUpTheFileIsReadAgain) {
   // An escaped name: the fast pass leaves it to the exact one, which reads
   // the file again from its start.
   SearchPass pass = SearchPass::skim;
-  const auto path = file(std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": ")") + uuidA + R"("}]})");
+  const auto path =
+      file(std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": ")") + uuidA + R"("}]})");
   EXPECT_EQ(findUser(path, "alice", &pass), *Uuid::fromString(uuidA));
   EXPECT_EQ(pass, SearchPass::exact);
 }
@@ -222,7 +231,8 @@ TEST_F(UserConfigurationTest, AFifoIsReadOnceByTheExactPass) {
   const int writer = ::open(fifo.c_str(), O_WRONLY);
   ASSERT_GE(writer, 0);
   // The escape would make the fast pass give up.
-  const std::string content = std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": ")") + uuidA + R"("}]})";
+  const std::string content =
+      std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": ")") + uuidA + R"("}]})";
   ASSERT_EQ(::write(writer, content.data(), content.size()), static_cast<ssize_t>(content.size()));
   ::close(writer);
   SearchPass pass = SearchPass::skim;

@@ -33,8 +33,10 @@ ProcessorFeatures detect() noexcept {
   features.sse41 = bit(ecx, 19);
   // The XMM and YMM state (bits 1 and 2), and for AVX-512 also the opmask
   // and the upper ZMM state (bits 5 to 7), must be saved by the system.
-  const bool avxState = bit(ecx, 27) && bit(ecx, 28) && (savedRegisterState() & 0x06) == 0x06;
-  const bool avx512State = avxState && (savedRegisterState() & 0xE6) == 0xE6;
+  // XGETBV exists only where the system enabled it (OSXSAVE, bit 27).
+  const std::uint64_t saved = bit(ecx, 27) ? savedRegisterState() : 0;
+  const bool avxState = bit(ecx, 28) && (saved & 0x06) == 0x06;
+  const bool avx512State = avxState && (saved & 0xE6) == 0xE6;
   if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return features;
   features.avx2 = avxState && bit(ebx, 5);
   features.bmi2 = bit(ebx, 8);

@@ -18,7 +18,8 @@
 // the kernel's call then costs more than the test.
 //
 // Thread safety: the kernels are pure functions. setScanLevel() is for
-// tests and must not race with the construction of a decoder Document.
+// tests and must not race with any use of the kernels (a decoder Document
+// or Skimmer being made, an encoder writing).
 #pragma once
 
 #include <bit>

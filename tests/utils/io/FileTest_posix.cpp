@@ -1,8 +1,7 @@
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
@@ -156,7 +155,8 @@ TEST(FileTest, AFifoIsNoRegularFileAndCannotBeRewound) {
     FAIL() << "rewound a FIFO";
   } catch (const std::system_error& error) {
     EXPECT_EQ(error.code(), std::errc::invalid_seek);
-    EXPECT_TRUE(std::string(error.what()).starts_with("could not rewind \"" + path.string() + "\": "))
+    EXPECT_TRUE(
+        std::string(error.what()).starts_with("could not rewind \"" + path.string() + "\": "))
         << error.what();
   }
 }

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/utils/json/MemoryStreams.h"
-#include "utils/json/ScanKernels.h"
+#include "tests/utils/json/ScanLevelScope.h"
 #include "utils/json/decoder/Document.h"
 #include "utils/json/encoder/Document.h"
 
@@ -194,9 +194,8 @@ std::string referenceQuoted(std::string_view text) {
 // place of a string longer than two of the widest blocks, at every scan
 // level, must be written as the byte-by-byte reference writes it.
 TEST(EncoderTest, EveryByteAtEveryPlaceAtEveryScanLevel) {
-  using json::detail::ScanLevel;
-  for (const ScanLevel level : {ScanLevel::plain, ScanLevel::sse2, ScanLevel::avx2}) {
-    const ScanLevel previous = json::detail::setScanLevel(level);
+  for (const json::detail::ScanLevel level : test::everyScanLevel()) {
+    const test::ScanLevelScope scope(level);
     for (int byte = 0; byte < 256; ++byte) {
       for (std::size_t place = 0; place < 70; ++place) {
         std::string value(70, 'a');
@@ -207,7 +206,6 @@ TEST(EncoderTest, EveryByteAtEveryPlaceAtEveryScanLevel) {
             << "byte " << byte << " at " << place << ", level " << static_cast<int>(level);
       }
     }
-    json::detail::setScanLevel(previous);
   }
 }
 

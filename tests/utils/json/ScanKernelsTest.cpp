@@ -10,6 +10,7 @@
 
 #include "tests/utils/json/ConformanceSuite.h"
 #include "tests/utils/json/MemoryStreams.h"
+#include "tests/utils/json/ScanLevelScope.h"
 #include "tests/utils/json/Walk.h"
 #include "utils/json/ScanKernels.h"
 #include "utils/json/decoder/Document.h"
@@ -19,27 +20,15 @@ namespace {
 
 using test::SplitInputStream;
 
-// Makes `level` current for the life of the object.
-class LevelScope {
- public:
-  explicit LevelScope(ScanLevel level) : previous_(setScanLevel(level)) {}
-  ~LevelScope() { setScanLevel(previous_); }
-  LevelScope(const LevelScope&) = delete;
-  LevelScope& operator=(const LevelScope&) = delete;
-
- private:
-  ScanLevel previous_;
-};
-
+// The levels above the plain one that this processor runs.
 std::vector<ScanLevel> fastLevels() {
-  std::vector<ScanLevel> levels;
-  if (bestScanLevel() >= ScanLevel::sse2) levels.push_back(ScanLevel::sse2);
-  if (bestScanLevel() >= ScanLevel::avx2) levels.push_back(ScanLevel::avx2);
+  std::vector<ScanLevel> levels = test::everyScanLevel();
+  levels.erase(levels.begin());
   return levels;
 }
 
 const ScanKernels& kernelsAt(ScanLevel level) {
-  const LevelScope scope(level);
+  const test::ScanLevelScope scope(level);
   return scanKernels();
 }
 
@@ -141,13 +130,13 @@ void expectSameWalks(const std::string& text, const std::string& what) {
   for (const bool typed : {false, true}) {
     std::string expected;
     {
-      const LevelScope scope(ScanLevel::plain);
+      const test::ScanLevelScope scope(ScanLevel::plain);
       expected = walk(text, text.size(), typed);
     }
     std::vector<ScanLevel> levels = fastLevels();
     levels.push_back(ScanLevel::plain);
     for (const ScanLevel level : levels) {
-      const LevelScope scope(level);
+      const test::ScanLevelScope scope(level);
       for (std::size_t split = 0; split <= text.size(); ++split) {
         ASSERT_EQ(walk(text, split, typed), expected)
             << what << ", level " << static_cast<int>(level) << ", split at " << split << ", typed "

@@ -14,7 +14,9 @@
 
 #include "tests/utils/json/ConformanceSuite.h"
 #include "tests/utils/json/MemoryStreams.h"
+#include "tests/utils/json/ScanLevelScope.h"
 #include "utils/json/decoder/Document.h"
+#include "utils/json/decoder/Parser.h"
 #include "utils/json/decoder/Skimmer.h"
 
 namespace korvane::utils::json::decoder {
@@ -22,25 +24,6 @@ namespace {
 
 using json::detail::ScanLevel;
 using test::PieceReader;
-
-// Makes `level` current for the life of the object.
-class LevelScope {
- public:
-  explicit LevelScope(ScanLevel level) : previous_(json::detail::setScanLevel(level)) {}
-  ~LevelScope() { json::detail::setScanLevel(previous_); }
-  LevelScope(const LevelScope&) = delete;
-  LevelScope& operator=(const LevelScope&) = delete;
-
- private:
-  ScanLevel previous_;
-};
-
-std::vector<ScanLevel> everyLevel() {
-  std::vector<ScanLevel> levels{ScanLevel::plain};
-  if (json::detail::bestScanLevel() >= ScanLevel::sse2) levels.push_back(ScanLevel::sse2);
-  if (json::detail::bestScanLevel() >= ScanLevel::avx2) levels.push_back(ScanLevel::avx2);
-  return levels;
-}
 
 bool exactAccepts(const std::string& text) {
   test::MemoryInputStream stream(text);
@@ -93,8 +76,8 @@ std::size_t nesting(const std::string& text) {
 void expectAgrees(const std::string& text, const std::string& label) {
   const bool accepted = exactAccepts(text);
   const bool withinLimits = nesting(text) <= Skimmer::maxSkipDepth;
-  for (const ScanLevel level : everyLevel()) {
-    const LevelScope scope(level);
+  for (const ScanLevel level : test::everyScanLevel()) {
+    const test::ScanLevelScope scope(level);
     const bool skimmed = skims(text);
     if (withinLimits) {
       ASSERT_EQ(skimmed, accepted) << label << " at level " << static_cast<int>(level);
@@ -118,15 +101,15 @@ const std::string sample =
 
 TEST(SkimmerTest, SampleIsWalkedAtEveryLevel) {
   ASSERT_TRUE(exactAccepts(sample));
-  for (const ScanLevel level : everyLevel()) {
-    const LevelScope scope(level);
+  for (const ScanLevel level : test::everyScanLevel()) {
+    const test::ScanLevelScope scope(level);
     EXPECT_TRUE(skims(sample)) << static_cast<int>(level);
   }
 }
 
 TEST(SkimmerTest, SampleCutAtEveryPointIsWalked) {
-  for (const ScanLevel level : everyLevel()) {
-    const LevelScope scope(level);
+  for (const ScanLevel level : test::everyScanLevel()) {
+    const test::ScanLevelScope scope(level);
     for (std::size_t split = 1; split <= sample.size(); ++split) {
       ASSERT_TRUE(skims(PieceReader(sample, split))) << split;
     }
@@ -205,6 +188,27 @@ TEST(SkimmerTest, StringsAreHandedOutRawAndMarkedWhenEscaped) {
   EXPECT_EQ(seen,
             (std::vector<std::string>{"plain", "a b", "esc\\u0041ped", "x\\ny", "", "\xC3\xA9"}));
   EXPECT_EQ(escaped, (std::vector<bool>{false, false, true, true, false, false}));
+}
+
+// A member name handed out is never longer than the decoder takes; names
+// inside skipped values have no limit there or here.
+TEST(SkimmerTest, MemberNamesUpToTheDecodersLimit) {
+  const std::size_t limit = detail::Parser::maxNameLength;
+  const auto walksObject = [](const std::string& text) {
+    Skimmer skimmer{PieceReader(text)};
+    return skimmer.attempt([&] {
+      skimmer.startDocument();
+      skimmer.openObject();
+      bool started = false;
+      SkimmedString name;
+      while (skimmer.nextMember(started, name)) skimmer.skipValue();
+      skimmer.finish();
+    });
+  };
+  const auto named = [](std::size_t length) { return "{\"" + std::string(length, 'n') + "\": 1}"; };
+  EXPECT_TRUE(walksObject(named(limit)));
+  EXPECT_FALSE(walksObject(named(limit + 1)));
+  EXPECT_TRUE(walksObject("{\"x\": " + named(limit + 1) + "}"));
 }
 
 TEST(SkimmerTest, ReadingAStringWhereThereIsNoneGivesUp) {

@@ -7,7 +7,6 @@
 #include <string_view>
 #include <utility>
 
-
 #include "utils/core/Format.h"
 #include "utils/json/decoder/WrappedException.h"
 #include "utils/string/Utf8.h"

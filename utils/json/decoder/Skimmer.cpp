@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
-#if defined(__x86_64__) || defined(_M_X64)
-#include <emmintrin.h>
-#endif
-
+#include "utils/json/decoder/Parser.h"
 #include "utils/string/Utf8.h"
 
 namespace korvane::utils::json::decoder {
@@ -59,10 +57,14 @@ Skimmer::Skimmer(Reader reader, std::size_t window)
       kernels_(json::detail::scanKernels()),
       wide_(kernels_.level != ScanLevel::plain),
       window_(std::max<std::size_t>(window, 16)),
-      buffer_(window_ + padding, '\0'),
-      p_(buffer_.data()),
+      buffer_(std::make_unique_for_overwrite<char[]>(window_ + padding)),
+      p_(buffer_.get()),
       end_(p_),
-      mark_(p_) {}
+      mark_(p_) {
+  // Only the padding needs zeroes: reads fill the rest, so a small file
+  // touches only the pages it fills.
+  std::memset(buffer_.get(), 0, padding);
+}
 
 void Skimmer::giveUp() { throw GiveUp{}; }
 
@@ -70,7 +72,7 @@ void Skimmer::giveUp() { throw GiveUp{}; }
 // False at the end of the input.
 bool Skimmer::refill() {
   if (ended_) return false;
-  char* const begin = buffer_.data();
+  char* const begin = buffer_.get();
   const auto keep = static_cast<std::size_t>(end_ - mark_);
   if (keep == window_) giveUp();
   const std::ptrdiff_t shift = mark_ - begin;
@@ -80,7 +82,8 @@ bool Skimmer::refill() {
     mark_ = begin;
   }
   const std::size_t got = reader_(std::span<char>(begin + keep, window_ - keep));
-  if (got > window_ - keep) giveUp();
+  if (got > window_ - keep)
+    throw std::logic_error("korvane::utils::json::decoder::Skimmer: the reader overran its span");
   char* const end = begin + keep + got;
   std::memset(end, 0, padding);
   end_ = end;
@@ -158,6 +161,8 @@ bool Skimmer::nextMember(bool& started, SkimmedString& name) {
   bool escaped = false;
   const char* const close = findClosingQuote(p_ + 1, escaped);
   const auto length = static_cast<std::size_t>(close - (mark_ + 1));
+  // The decoder's limit; an escaped name is never shorter raw than decoded.
+  if (length > detail::Parser::maxNameLength) giveUp();
   skipWhitespaceFrom(close + 1);
   if (*p_ != ':') giveUp();
   ++p_;

@@ -17,7 +17,9 @@
 //
 // Limits (beyond them it gives up, it never fails): a token (a string, a
 // number, a member name with the whitespace after it) must fit in the
-// window; skipped values may nest at most maxSkipDepth levels deep. A string
+// window; skipped values may nest at most maxSkipDepth levels deep; a
+// member name that nextMember() hands out is at most the decoder's
+// Parser::maxNameLength bytes, raw. A string
 // holding an escape is validated but handed out raw, marked as escaped;
 // callers that would need its decoded text give up instead.
 //
@@ -25,9 +27,10 @@
 // token that the end of the buffered bytes cuts is finished after the
 // unread tail has been moved to the window's front and the window refilled.
 // A Reader's exception is no giving up: it leaves attempt() as it is, so
-// that a read failure is reported as such (an exact pass would meet it at
-// the same point, after the same bytes, all accepted) and a failure that
-// would not strike again cannot be hidden by a second reading.
+// that a read failure is reported as such, and a failure that would not
+// strike again cannot be hidden by a second reading. (The exact pass reads
+// in smaller blocks, so in a file that is also malformed it might have met
+// the malformed text first; a failing disk is the more useful report.)
 //
 // Thread safety: one Skimmer, one thread.
 #pragma once
@@ -35,15 +38,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string_view>
-#include <vector>
-
-#if defined(__x86_64__) || defined(_M_X64)
-#include <emmintrin.h>
-
-#include <bit>
-#endif
 
 #include "utils/json/ScanKernels.h"
 
@@ -138,16 +135,13 @@ class Skimmer {
   // which it returns. Inline for the common case: the closing quote among
   // the next 16 bytes with no other special byte before it.
   const char* findClosingQuote(const char* p, bool& escaped) {
-#if defined(__x86_64__) || defined(_M_X64)
+#if KORVANE_JSON_SSE2
     if (wide_) {
-      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-      const __m128i quote = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
-      const __m128i other = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
-                                         _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\')));
-      const auto quotes = static_cast<unsigned>(_mm_movemask_epi8(quote));
-      const auto special = quotes | static_cast<unsigned>(_mm_movemask_epi8(other));
-      const unsigned first = special & (0u - special);
-      if ((first & quotes) != 0) return p + std::countr_zero(first);
+      const unsigned special = json::detail::specialStringBytes16(p);
+      if (special != 0) {
+        const char* const first = p + std::countr_zero(special);
+        if (*first == '"') return first;
+      }
     }
 #endif
     return scanStringBody(p, escaped);
@@ -162,7 +156,7 @@ class Skimmer {
   const json::detail::ScanKernels& kernels_;
   bool wide_;  // the kernels are SSE2 or wider
   std::size_t window_;
-  std::vector<char> buffer_;
+  std::unique_ptr<char[]> buffer_;
   const char* p_;     // the next byte
   const char* end_;   // just past the buffered bytes (a NUL byte is there)
   const char* mark_;  // the first byte a refill keeps: the current token's
