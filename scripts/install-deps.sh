@@ -24,6 +24,7 @@ packages=(
   whois                # mkpasswd, reference in the whole-run benchmark
   valgrind
   util-linux           # script(1)
+  acl                  # setfacl in the tests: the password file keeps its access control list
 )
 
 if [[ "${1:-}" == "--windows" ]]; then

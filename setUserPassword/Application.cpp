@@ -13,7 +13,6 @@
 #include "utils/core/Format.h"
 #include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
-#include "utils/io/FileReplacement.h"
 #include "utils/io/ReplacementLock.h"
 
 namespace korvane::setUserPassword {
@@ -84,9 +83,11 @@ void Application::setPassword() {
 // Another run may have replaced the file while this one waited for its user.
 // Under the lock, the file is read again and this run's one change applied
 // again, so that no run's change is lost.
+// The file is the one resolved before the prompt: whatever the folder's
+// names point to now, the change goes where the first read looked.
 void Application::replacePasswordFile() const {
-  const utils::io::ReplacementLock lock(utils::io::resolveReplacementTarget(passwordFile_.path()));
-  PasswordFile current(passwordFile_.path());
+  const utils::io::ReplacementLock lock(passwordFile_.target());
+  PasswordFile current = passwordFile_.reopened();
   current.read();
   if (const PasswordFile::Entry* entry = passwordFile_.find(userUuid_)) {
     current.set(userUuid_, entry->value());

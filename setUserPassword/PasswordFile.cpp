@@ -6,9 +6,7 @@
 #include "utils/core/Format.h"
 #include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
-#include "utils/io/FileNotFoundError.h"
 #include "utils/io/FileOutputStream.h"
-#include "utils/io/FileReplacement.h"
 #include "utils/json/decoder/Document.h"
 #include "utils/json/encoder/Document.h"
 
@@ -83,24 +81,43 @@ void PasswordFile::clear() {
   freeSize_ = 0;
 }
 
+PasswordFile PasswordFile::reopened() const {
+  PasswordFile other(path_);
+  other.target_ = target_;
+  return other;
+}
+
+const utils::io::ReplacementTarget& PasswordFile::target() const {
+  if (!target_) {
+    try {
+      target_ = std::make_shared<const utils::io::ReplacementTarget>(path_);
+    } catch (const utils::io::UntrustedLinkError& error) {
+      throw utils::io::UntrustedLinkError(
+          utils::core::format("{}; name the real password file with -Passwords", error.what()));
+    }
+  }
+  return *target_;
+}
+
 void PasswordFile::read(SearchPass* settledBy) {
   clear();
-  try {
-    utils::io::File file(path_, utils::io::File::Access::read);
-    // A file that cannot be read twice (a FIFO, a device) gets the exact
-    // pass alone.
-    const bool regular = file.isRegularFile();
-    SearchPass pass = SearchPass::skim;
-    if (!regular || !skim([&file](std::span<char> into) { return file.read(into); })) {
-      if (regular) file.rewind();
-      utils::io::FileInputStream<char> stream(std::move(file));
-      readFrom(stream);
-      pass = SearchPass::exact;
-    }
-    if (settledBy != nullptr) *settledBy = pass;
-  } catch (const utils::io::FileNotFoundError&) {
-    if (entries_.empty()) entries_.push_back(makeEntry("$schema", Uuid(), schemaUrl()));
+  utils::io::ReplacedFile replaced;
+  std::optional<utils::io::File> file = target().open(&replaced);
+  hasRead_ = true;
+  replaced_.reset();
+  if (!file) {
+    entries_.push_back(makeEntry("$schema", Uuid(), schemaUrl()));
+    return;
   }
+  replaced_ = std::move(replaced);
+  SearchPass pass = SearchPass::skim;
+  if (!skim([&file](std::span<char> into) { return file->read(into); })) {
+    file->rewind();
+    utils::io::FileInputStream<char> stream(std::move(*file));
+    readFrom(stream);
+    pass = SearchPass::exact;
+  }
+  if (settledBy != nullptr) *settledBy = pass;
 }
 
 bool PasswordFile::skim(const decoder::Skimmer::Reader& reader, std::size_t window) {
@@ -167,20 +184,25 @@ void PasswordFile::erase(const Uuid& uuid) {
   std::erase_if(entries_, [&](const Entry& entry) { return entry.uuid_ == uuid; });
 }
 
-void PasswordFile::write() const {
-  const std::filesystem::path target = utils::io::resolveReplacementTarget(path_);
-  std::filesystem::path temporary = target;
-  temporary += utils::core::format(".{}", Uuid::create());
+void PasswordFile::write() {
+  const utils::io::ReplacementTarget& file = target();
+  if (!hasRead_) {
+    utils::io::ReplacedFile replaced;
+    replaced_.reset();
+    if (file.open(&replaced)) replaced_ = std::move(replaced);
+    hasRead_ = true;
+  }
   // Created exclusively: whatever is already at that name (a file, a link
   // planted there) is neither followed nor truncated; the write fails.
   utils::io::FileOutputStream<char> stream(
-      temporary, utils::io::File::Access::createNew,
-      std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-  utils::io::copyAttributesForReplacement(stream.file(), target);
+      file.createTemporary(Uuid::create().toString().view(), replaced_));
+  const std::filesystem::path temporary = stream.file().path();
   writeEntries(stream, entries_);
   stream.sync();
   stream.close();
-  utils::io::replaceFile(temporary, target);
+  file.replace(temporary, replaced_);
+  // What is there now is this object's own file.
+  hasRead_ = false;
 }
 
 }  // namespace korvane::setUserPassword

@@ -18,12 +18,14 @@
 #include <deque>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
 #include "setUserPassword/SearchPass.h"
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
+#include "utils/io/ReplacementTarget.h"
 #include "utils/json/decoder/Skimmer.h"
 
 namespace korvane::setUserPassword {
@@ -60,10 +62,21 @@ class PasswordFile {
 
   explicit PasswordFile(std::filesystem::path path) : path_(std::move(path)) {}
 
-  // Fills the entries from the file, replacing any held. A missing file
-  // reads as a new one that holds only "$schema"; every other failure throws.
-  // A regular file is read first by skim(); where it gives up, and for any
-  // other kind of file, by readFrom(). *settledBy (if given) tells which.
+  // An empty PasswordFile for the same file, resolved once for both (see
+  // target()): what it reads is what this one would read now.
+  PasswordFile reopened() const;
+
+  // The file on disk, its path resolved on first use and never again (see
+  // utils/io/ReplacementTarget.h). Throws what resolving throws; a link
+  // that is not followed says to name the real file with -Passwords.
+  const utils::io::ReplacementTarget& target() const;
+
+  // Fills the entries from the file, replacing any held, and remembers
+  // which file that was, for write(). A missing file reads as a new one
+  // that holds only "$schema"; anything but a regular file at the name is
+  // an error, and nothing is read from it; every other failure throws.
+  // The file is read first by skim(); where it gives up, by readFrom().
+  // *settledBy (if given) tells which.
   void read(SearchPass* settledBy = nullptr);
 
   // The two passes behind read(), each replacing the entries held.
@@ -88,11 +101,14 @@ class PasswordFile {
   void erase(const utils::core::Uuid& uuid);
 
   // Writes the entries to "<path>.<random UUID>", a file created there
-  // exclusively (anything already at that name makes it fail), and moves
-  // that file over the password file (see replaceFile). On failure the
+  // exclusively (anything already at that name makes it fail) with the
+  // attributes of the file that read() read, and moves that file over the
+  // password file (see ReplacementTarget::replace), provided that the
+  // password file is still the one read() read (or still missing). Without
+  // a read() since the last write(), whatever file is there now is replaced. On failure the
   // temporary file is left behind and the password file is untouched,
-  // unless the in-place copy of replaceFile failed, which says so.
-  void write() const;
+  // unless the in-place copy of the replace failed, which says so.
+  void write();
 
   const std::filesystem::path& path() const noexcept { return path_; }
   // In file order. A deque, so that growing it never copies what it holds.
@@ -107,6 +123,10 @@ class PasswordFile {
   char* allocate(std::size_t size);
 
   std::filesystem::path path_;
+  mutable std::shared_ptr<const utils::io::ReplacementTarget> target_;
+  // The file the last read() read: std::nullopt when it was missing.
+  std::optional<utils::io::ReplacedFile> replaced_;
+  bool hasRead_ = false;
   std::deque<Entry> entries_;
   // The storage of names and values: blocks that never move, filled in
   // turn, so that a file of a million entries is held in little more than

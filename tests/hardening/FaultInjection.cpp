@@ -195,12 +195,29 @@ mode_t modeArgument(int flags, va_list arguments) {
   return (flags & (O_CREAT | O_TMPFILE)) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
 }
 
-int openAt(const char* name, int dirfd, const char* path, int flags, mode_t mode) {
-  // Relative paths against another directory descriptor are not followed.
-  const bool interesting = (dirfd == AT_FDCWD || path[0] == '/') && isInDirectory(path);
+// The path that `path` names relative to the directory descriptor `dirfd`
+// (its folder read from /proc), in `buffer`; `path` itself when absolute
+// or relative to the working directory.
+const char* pathAt(int dirfd, const char* path, char (&buffer)[maxPath]) {
+  if (path == nullptr || dirfd == AT_FDCWD || path[0] == '/') return path;
+  char link[64];
+  std::snprintf(link, sizeof link, "/proc/self/fd/%d", dirfd);
+  const ssize_t length = ::readlink(link, buffer, maxPath - 1);
+  if (length <= 0) return "";
+  buffer[length] = '\0';
+  if (std::strcmp(path, ".") == 0) return buffer;
+  const std::size_t used = static_cast<std::size_t>(length);
+  std::snprintf(buffer + used, maxPath - used, "/%s", path);
+  return buffer;
+}
+
+int openAt(const char* name, int dirfd, const char* relative, int flags, mode_t mode) {
+  char buffer[maxPath];
+  const char* path = pathAt(dirfd, relative, buffer);
+  const bool interesting = isInDirectory(path);
   if (interesting && strikes(callOpen, path, (flags & O_ACCMODE) != O_RDONLY)) return -1;
   const auto real = next<int (*)(int, const char*, int, ...)>(name);
-  const int fd = real(dirfd, path, flags, mode);
+  const int fd = real(dirfd, relative, flags, mode);
   if (fd >= 0) track(fd, interesting ? path : "", flags);
   return fd;
 }
@@ -310,10 +327,11 @@ int unlink(const char* path) {
   return next<int (*)(const char*)>("unlink")(path);
 }
 
-int unlinkat(int dirfd, const char* path, int flags) {
-  const bool interesting = (dirfd == AT_FDCWD || path[0] == '/') && isInDirectory(path);
-  if (interesting && strikes(callUnlink, path, true)) return -1;
-  return next<int (*)(int, const char*, int)>("unlinkat")(dirfd, path, flags);
+int unlinkat(int dirfd, const char* relative, int flags) {
+  char buffer[maxPath];
+  const char* path = pathAt(dirfd, relative, buffer);
+  if (isInDirectory(path) && strikes(callUnlink, path, true)) return -1;
+  return next<int (*)(int, const char*, int)>("unlinkat")(dirfd, relative, flags);
 }
 
 int close(int fd) {
@@ -345,7 +363,9 @@ int renameat(int fromDir, const char* from, int toDir, const char* to) {
     int toDir;
     const char* to;
   } arguments{fromDir, from, toDir, to};
-  return renameChecked(isInDirectory(to), to, [](const void* data) {
+  char buffer[maxPath];
+  const char* path = pathAt(toDir, to, buffer);
+  return renameChecked(isInDirectory(path), path, [](const void* data) {
     const auto* a = static_cast<const Arguments*>(data);
     return next<int (*)(int, const char*, int, const char*)>("renameat")(a->fromDir, a->from,
                                                                          a->toDir, a->to);
@@ -360,7 +380,9 @@ int renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned
     const char* to;
     unsigned flags;
   } arguments{fromDir, from, toDir, to, flags};
-  return renameChecked(isInDirectory(to), to, [](const void* data) {
+  char buffer[maxPath];
+  const char* path = pathAt(toDir, to, buffer);
+  return renameChecked(isInDirectory(path), path, [](const void* data) {
     const auto* a = static_cast<const Arguments*>(data);
     return next<int (*)(int, const char*, int, const char*, unsigned)>("renameat2")(
         a->fromDir, a->from, a->toDir, a->to, a->flags);

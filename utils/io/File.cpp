@@ -4,6 +4,9 @@
 
 namespace korvane::utils::io {
 
+File::File(NativeHandle handle, std::filesystem::path path) noexcept
+    : path_(std::move(path)), handle_(handle), owned_(true) {}
+
 File::File(File&& other) noexcept
     : path_(std::move(other.path_)),
       handle_(std::exchange(other.handle_, invalidHandle)),

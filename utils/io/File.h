@@ -48,6 +48,9 @@ class File {
   File(const std::filesystem::path& path, Access access,
        std::filesystem::perms createPermissions = defaultCreatePermissions);
 
+  // Takes ownership of an open `handle`; `path` names it in messages.
+  File(NativeHandle handle, std::filesystem::path path) noexcept;
+
   File(File&& other) noexcept;
   File& operator=(File&& other) noexcept;
   File(const File&) = delete;

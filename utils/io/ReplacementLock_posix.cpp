@@ -2,8 +2,10 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <thread>
 
 #include "utils/io/PosixCall.h"
 #include "utils/io/ReplacementLock.h"
@@ -11,19 +13,36 @@
 
 namespace korvane::utils::io {
 
-ReplacementLock::ReplacementLock(const std::filesystem::path& file) : handle_(-1) {
-  const std::filesystem::path parent = file.parent_path();
-  const std::filesystem::path directory = parent.empty() ? "." : parent;
-  const int fd = detail::retryOnInterrupt(
-      [&] { return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
-  if (fd < 0) {
-    if (errno == ENOENT || errno == ENOTDIR) return;
-    throwFileError("open the directory", directory, lastSystemError());
-  }
-  if (detail::retryOnInterrupt([&] { return ::flock(fd, LOCK_EX); }) < 0) {
+namespace {
+
+// Short at first, so that a lock released at once is taken at once.
+constexpr auto firstPause = std::chrono::milliseconds(1);
+constexpr auto longestPause = std::chrono::milliseconds(100);
+
+}  // namespace
+
+ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(-1) {
+  if (!target.directoryExists()) return;
+  // A description of its own: the lock belongs to it, not to the target's.
+  const int fd = detail::retryOnInterrupt([&] {
+    return ::openat(static_cast<int>(target.directoryHandle()), ".",
+                    O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  });
+  if (fd < 0) throwFileError("open the directory", target.directoryPath(), lastSystemError());
+  const auto deadline = std::chrono::steady_clock::now() + longestWait;
+  auto pause = firstPause;
+  while (detail::retryOnInterrupt([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) != 0) {
     const std::error_code error = lastSystemError();
-    ::close(fd);
-    throwFileError("lock the directory", directory, error);
+    if (error != std::errc::operation_would_block) {
+      ::close(fd);
+      throwFileError("lock the directory", target.directoryPath(), error);
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      ::close(fd);
+      detail::throwLockHeld(target.directoryPath());
+    }
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, longestPause);
   }
   handle_ = fd;
 }

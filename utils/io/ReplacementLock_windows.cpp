@@ -29,13 +29,19 @@ std::wstring mutexName(const std::filesystem::path& file, const wchar_t* scope) 
 
 }  // namespace
 
-ReplacementLock::ReplacementLock(const std::filesystem::path& file) : handle_(0) {
+ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(0) {
+  const std::filesystem::path& file = target.path();
   // Global names reach every session (two administrators on one server);
   // without the right to create them, the session's own namespace serves.
   HANDLE mutex = ::CreateMutexW(nullptr, FALSE, mutexName(file, L"Global\\").c_str());
   if (mutex == nullptr) mutex = ::CreateMutexW(nullptr, FALSE, mutexName(file, L"Local\\").c_str());
   if (mutex == nullptr) throwFileError("lock", file, lastSystemError());
-  const DWORD waited = ::WaitForSingleObject(mutex, INFINITE);
+  const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(longestWait);
+  const DWORD waited = ::WaitForSingleObject(mutex, static_cast<DWORD>(wait.count()));
+  if (waited == WAIT_TIMEOUT) {
+    ::CloseHandle(mutex);
+    detail::throwLockHeld(target.directoryPath());
+  }
   // WAIT_ABANDONED: the previous holder died; the lock is ours all the same.
   if (waited != WAIT_OBJECT_0 && waited != WAIT_ABANDONED) {
     const std::error_code error = lastSystemError();

@@ -30,6 +30,13 @@ using korvane::testing::TemporaryDirectory;
 using korvane::testing::writeFile;
 using namespace std::chrono_literals;
 
+// The lock of the folder that `file` resolves to.
+struct TargetLock {
+  explicit TargetLock(const std::filesystem::path& file) : target(file), lock(target) {}
+  const ReplacementTarget target;
+  const ReplacementLock lock;
+};
+
 // Whether another holder could take the lock on `directory` right now: an
 // exclusive flock(2) on a descriptor of its own, given up at once. The
 // lock is per open file, so this also sees a lock held by this process.
@@ -113,7 +120,7 @@ class LockHolder {
   [[noreturn]] static void holdAndExit(const std::filesystem::path& file, int reportFd,
                                        int releaseFd) {
     try {
-      const ReplacementLock lock(file);
+      const TargetLock lock(file);
       if (::write(reportFd, "L", 1) != 1) ::_exit(3);
       char byte = 0;
       (void)::read(releaseFd, &byte, 1);
@@ -133,7 +140,7 @@ TEST(ReplacementLockTest, LocksTheFilesFolderUntilDestroyed) {
   TemporaryDirectory directory;
   ASSERT_TRUE(directoryIsFree(directory.path()));
   {
-    const ReplacementLock lock(directory.path() / "passwords.json");
+    const TargetLock lock(directory.path() / "passwords.json");
     EXPECT_FALSE(directoryIsFree(directory.path()));
   }
   EXPECT_TRUE(directoryIsFree(directory.path()));
@@ -141,10 +148,10 @@ TEST(ReplacementLockTest, LocksTheFilesFolderUntilDestroyed) {
 
 TEST(ReplacementLockTest, TakenAgainAfterRelease) {
   TemporaryDirectory directory;
-  { const ReplacementLock lock(directory.path() / "passwords.json"); }
+  { const TargetLock lock(directory.path() / "passwords.json"); }
   ASSERT_TRUE(directoryIsFree(directory.path()));
   {
-    const ReplacementLock lock(directory.path() / "passwords.json");
+    const TargetLock lock(directory.path() / "passwords.json");
     EXPECT_FALSE(directoryIsFree(directory.path()));
   }
   EXPECT_TRUE(directoryIsFree(directory.path()));
@@ -154,7 +161,7 @@ TEST(ReplacementLockTest, CreatesNoFile) {
   TemporaryDirectory directory;
   writeFile(directory.path() / "users.json", "{}");
   {
-    const ReplacementLock lock(directory.path() / "passwords.json");
+    const TargetLock lock(directory.path() / "passwords.json");
     EXPECT_EQ(namesIn(directory.path()), std::set<std::string>{"users.json"});
   }
   EXPECT_EQ(namesIn(directory.path()), std::set<std::string>{"users.json"});
@@ -165,7 +172,7 @@ TEST(ReplacementLockTest, ARelativeFileLocksTheWorkingDirectory) {
   const auto previous = std::filesystem::current_path();
   std::filesystem::current_path(directory.path());
   {
-    const ReplacementLock lock("passwords.json");
+    const TargetLock lock("passwords.json");
     EXPECT_FALSE(directoryIsFree(directory.path()));
   }
   std::filesystem::current_path(previous);
@@ -175,8 +182,8 @@ TEST(ReplacementLockTest, ARelativeFileLocksTheWorkingDirectory) {
 TEST(ReplacementLockTest, AMissingFolderNeedsNoLock) {
   TemporaryDirectory directory;
   writeFile(directory.path() / "file", "x");
-  EXPECT_NO_THROW(ReplacementLock(directory.path() / "missing" / "passwords.json"));
-  EXPECT_NO_THROW(ReplacementLock(directory.path() / "file" / "passwords.json"));
+  EXPECT_NO_THROW(TargetLock(directory.path() / "missing" / "passwords.json"));
+  EXPECT_NO_THROW(TargetLock(directory.path() / "file" / "passwords.json"));
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "missing"));
   EXPECT_TRUE(std::filesystem::is_regular_file(directory.path() / "file"));
 }
@@ -189,12 +196,13 @@ TEST(ReplacementLockTest, AFolderThatCannotBeOpenedIsAnError) {
   runUnprivileged(
       [&] {
         try {
-          const ReplacementLock lock(closed / "passwords.json");
+          const TargetLock lock(closed / "passwords.json");
           FAIL() << "no error";
         } catch (const std::system_error& error) {
           EXPECT_EQ(error.code(), std::errc::permission_denied);
-          EXPECT_EQ(std::string(error.what()),
-                    "could not open the directory \"" + closed.string() + "\": Permission denied");
+          EXPECT_EQ(std::string(error.what()), "could not read the attributes of \"" +
+                                                   (closed / "passwords.json").string() +
+                                                   "\": Permission denied");
         }
       },
       {directory.path()});
@@ -237,6 +245,29 @@ TEST(ReplacementLockTest, FilesInOneFolderShareTheLock) {
   EXPECT_EQ(other.report(300ms), std::nullopt) << "both held the lock";
   holder.release();
   EXPECT_EQ(other.report(10s), 'L');
+}
+
+TEST(ReplacementLockTest, ALockHeldForEverIsWaitedForAtMostTheLongestWait) {
+  TemporaryDirectory directory;
+  // Anyone who can open the folder can hold its lock.
+  const int fd = ::open(directory.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+  const auto start = std::chrono::steady_clock::now();
+  try {
+    const TargetLock lock(directory.path() / "passwords.json");
+    FAIL() << "taken while held";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()),
+              "could not lock the folder \"" + directory.path().string() +
+                  "\": another process has held its lock for 10 seconds; nothing was written, "
+                  "try again when it has finished");
+  }
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, ReplacementLock::longestWait);
+  EXPECT_LT(waited, ReplacementLock::longestWait + 5s);
+  ::close(fd);
+  EXPECT_TRUE(directoryIsFree(directory.path()));
 }
 
 TEST(ReplacementLockTest, GoesAwayWhenItsProcessIsKilled) {

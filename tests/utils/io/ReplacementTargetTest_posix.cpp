@@ -1,0 +1,597 @@
+#include "utils/io/ReplacementTarget.h"
+
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <system_error>
+
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Unprivileged.h"
+#include "utils/io/File.h"
+
+namespace korvane::utils::io {
+namespace {
+
+using korvane::testing::readFile;
+using korvane::testing::runUnprivileged;
+using korvane::testing::TemporaryDirectory;
+using korvane::testing::writeFile;
+
+struct stat statusOf(const std::filesystem::path& path) {
+  struct stat status {};
+  EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+  return status;
+}
+
+mode_t modeOf(const std::filesystem::path& path) { return statusOf(path).st_mode & 07777; }
+
+mode_t modeOf(const File& file) {
+  struct stat status {};
+  EXPECT_EQ(::fstat(static_cast<int>(file.nativeHandle()), &status), 0);
+  return status.st_mode & 07777;
+}
+
+std::string quoted(const std::filesystem::path& path) { return "\"" + path.string() + "\""; }
+
+// The path `path` resolves to.
+std::filesystem::path resolved(const std::filesystem::path& path) {
+  return ReplacementTarget(path).path();
+}
+
+// Replaces `path` with `content` the way the password file's writer does.
+void replaceWith(const std::filesystem::path& path, std::string_view content) {
+  const ReplacementTarget target(path);
+  ReplacedFile replaced;
+  const bool present = target.open(&replaced).has_value();
+  const std::optional<ReplacedFile> expected =
+      present ? std::optional<ReplacedFile>(replaced) : std::nullopt;
+  File file = target.createTemporary("tmp", expected);
+  file.write(content);
+  file.sync();
+  file.close();
+  target.replace(file.path(), expected);
+}
+
+// Gives the link `link` to the user nobody, as another account would own it.
+void giveToNobody(const std::filesystem::path& link) {
+  ASSERT_EQ(::lchown(link.c_str(), 65534, 65534), 0) << link;
+}
+
+// --- resolving ---
+
+TEST(ReplacementTargetTest, AFileOrAMissingPathIsItsOwnTarget) {
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "passwords.json";
+  writeFile(file, "{}");
+  EXPECT_EQ(resolved(file), file);
+  EXPECT_EQ(resolved(directory.path() / "missing.json"), directory.path() / "missing.json");
+  EXPECT_EQ(resolved(file / "below-a-file"), file / "below-a-file");
+  EXPECT_EQ(resolved(directory.path() / "no" / "such" / "passwords.json"),
+            directory.path() / "no" / "such" / "passwords.json");
+  EXPECT_FALSE(ReplacementTarget(directory.path() / "no" / "passwords.json").directoryExists());
+  EXPECT_TRUE(ReplacementTarget(file).directoryExists());
+  EXPECT_EQ(ReplacementTarget(file).directoryPath(), directory.path());
+}
+
+TEST(ReplacementTargetTest, FollowsAnAbsoluteLink) {
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "data" / "passwords.json";
+  const auto link = directory.path() / "passwords.json";
+  std::filesystem::create_directory(directory.path() / "data");
+  writeFile(file, "{}");
+  std::filesystem::create_symlink(file, link);
+  EXPECT_EQ(resolved(link), file);
+}
+
+TEST(ReplacementTargetTest, FollowsARelativeLinkFromTheLinksOwnFolder) {
+  TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() / "config");
+  std::filesystem::create_directory(directory.path() / "data");
+  writeFile(directory.path() / "data" / "passwords.json", "{}");
+  const auto link = directory.path() / "config" / "passwords.json";
+  std::filesystem::create_symlink("../data/passwords.json", link);
+  // Not from the working directory, which is elsewhere.
+  const auto target = resolved(link);
+  EXPECT_EQ(target, directory.path() / "config" / "../data/passwords.json");
+  EXPECT_TRUE(std::filesystem::equivalent(target, directory.path() / "data" / "passwords.json"));
+}
+
+TEST(ReplacementTargetTest, FollowsLinksToFoldersOnTheWay) {
+  TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() / "data");
+  std::filesystem::create_directory_symlink("data", directory.path() / "config");
+  writeFile(directory.path() / "data" / "passwords.json", "{}");
+  EXPECT_EQ(resolved(directory.path() / "config" / "passwords.json"),
+            directory.path() / "data" / "passwords.json");
+}
+
+TEST(ReplacementTargetTest, FollowsAChainOfLinksToAMissingEnd) {
+  TemporaryDirectory directory;
+  const auto end = directory.path() / "missing.json";
+  std::filesystem::create_symlink(end, directory.path() / "second");
+  std::filesystem::create_symlink("second", directory.path() / "first");
+  EXPECT_EQ(resolved(directory.path() / "first"), end);
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(end)));
+}
+
+TEST(ReplacementTargetTest, FollowsAsManyLinksAsTheSystemDoes) {
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "passwords.json";
+  writeFile(file, "{}");
+  // link1 -> file, link2 -> link1, ... link41 -> link40.
+  std::filesystem::path previous = file;
+  for (int i = 1; i <= 41; ++i) {
+    const auto link = directory.path() / ("link" + std::to_string(i));
+    std::filesystem::create_symlink(previous.filename(), link);
+    previous = link;
+  }
+  EXPECT_EQ(resolved(directory.path() / "link40"), file);
+  try {
+    (void)resolved(directory.path() / "link41");
+    FAIL() << "41 links were followed";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::too_many_symbolic_link_levels);
+  }
+}
+
+TEST(ReplacementTargetTest, ALinkLoopIsAnErrorNamingThePath) {
+  TemporaryDirectory directory;
+  const auto first = directory.path() / "first";
+  std::filesystem::create_symlink("second", first);
+  std::filesystem::create_symlink("first", directory.path() / "second");
+  try {
+    (void)resolved(first);
+    FAIL() << "no error";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::too_many_symbolic_link_levels);
+    EXPECT_EQ(std::string(error.what()), "could not follow the links of " + quoted(first) +
+                                             ": Too many levels of symbolic links");
+  }
+}
+
+TEST(ReplacementTargetTest, AFolderThatMayNotBeSearchedIsAnErrorWhenResolving) {
+  TemporaryDirectory directory;
+  const auto closed = directory.path() / "closed";
+  std::filesystem::create_directory(closed);
+  ASSERT_EQ(::chmod(closed.c_str(), 0), 0);
+  runUnprivileged(
+      [&] {
+        try {
+          (void)resolved(closed / "passwords.json");
+          FAIL() << "no error";
+        } catch (const std::system_error& error) {
+          EXPECT_EQ(error.code(), std::errc::permission_denied);
+          EXPECT_EQ(std::string(error.what()), "could not read the attributes of " +
+                                                   quoted(closed / "passwords.json") +
+                                                   ": Permission denied");
+        }
+      },
+      {directory.path()});
+  ::chmod(closed.c_str(), 0700);
+}
+
+// --- links that belong to another account ---
+
+TEST(ReplacementTargetTest, ALinkOfAnotherAccountAtTheNameIsNotFollowed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a link to another user";
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "elsewhere";
+  writeFile(file, "{}");
+  const auto link = directory.path() / "passwords.json";
+  std::filesystem::create_symlink(file, link);
+  giveToNobody(link);
+  try {
+    (void)resolved(link);
+    FAIL() << "followed";
+  } catch (const UntrustedLinkError& error) {
+    EXPECT_EQ(std::string(error.what()),
+              "the symbolic link " + quoted(link) +
+                  " belongs to \"nobody\" (user ID 65534), neither root nor the account running "
+                  "this program, and is not followed");
+  }
+}
+
+TEST(ReplacementTargetTest, ADanglingLinkOfAnotherAccountIsNotFollowed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a link to another user";
+  TemporaryDirectory directory;
+  const auto link = directory.path() / "passwords.json";
+  std::filesystem::create_symlink(directory.path() / "created-by-root", link);
+  giveToNobody(link);
+  EXPECT_THROW((void)resolved(link), UntrustedLinkError);
+}
+
+TEST(ReplacementTargetTest, ALinkOfAnotherAccountOnTheWayIsNotFollowed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a link to another user";
+  TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() / "data");
+  writeFile(directory.path() / "data" / "passwords.json", "{}");
+  const auto link = directory.path() / "config";
+  std::filesystem::create_directory_symlink("data", link);
+  giveToNobody(link);
+  EXPECT_THROW((void)resolved(link / "passwords.json"), UntrustedLinkError);
+  // The same link given back to root is followed.
+  ASSERT_EQ(::lchown(link.c_str(), 0, 0), 0);
+  EXPECT_EQ(resolved(link / "passwords.json"), directory.path() / "data" / "passwords.json");
+}
+
+TEST(ReplacementTargetTest, AnOrdinaryUserFollowsItsOwnLinks) {
+  TemporaryDirectory directory;
+  runUnprivileged(
+      [&] {
+        writeFile(directory.path() / "data.json", "{}");
+        std::filesystem::create_symlink("data.json", directory.path() / "passwords.json");
+        EXPECT_EQ(resolved(directory.path() / "passwords.json"), directory.path() / "data.json");
+      },
+      {directory.path()});
+}
+
+// --- opening what is at the name ---
+
+TEST(ReplacementTargetTest, OpensARegularFileAndDescribesIt) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeFile(path, "{}");
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  const ReplacementTarget target(path);
+  ReplacedFile replaced;
+  std::optional<File> file = target.open(&replaced);
+  ASSERT_TRUE(file.has_value());
+  std::array<char, 8> buffer{};
+  EXPECT_EQ(file->read(buffer), 2u);
+  const struct stat status = statusOf(path);
+  EXPECT_EQ(replaced.id, status.st_ino);
+  EXPECT_EQ(replaced.volume, status.st_dev);
+  EXPECT_EQ(replaced.mode, 0640u);
+  EXPECT_EQ(replaced.owner, status.st_uid);
+}
+
+TEST(ReplacementTargetTest, NothingAtTheNameOpensNothing) {
+  TemporaryDirectory directory;
+  EXPECT_FALSE(ReplacementTarget(directory.path() / "passwords.json").open(nullptr).has_value());
+  EXPECT_FALSE(ReplacementTarget(directory.path() / "no" / "passwords.json").open(nullptr));
+}
+
+TEST(ReplacementTargetTest, AnythingButARegularFileIsAnErrorNamingIt) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  const auto check = [&](const std::string& kind, const std::filesystem::path& named) {
+    SCOPED_TRACE(kind);
+    try {
+      (void)ReplacementTarget(path).open(nullptr);
+      FAIL() << "opened";
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ(std::string(error.what()), "could not open " + quoted(named) + ": it is " + kind +
+                                               ", not a regular file, and is not read");
+    }
+  };
+  // A FIFO with nobody at its other end: the open must not wait for one.
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  check("a FIFO", path);
+  std::filesystem::remove(path);
+  std::filesystem::create_directory(path);
+  check("a folder", path);
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink("/dev/null", path);
+  check("a character device", "/dev/null");
+}
+
+TEST(ReplacementTargetTest, ALinkThatAppearsAfterResolvingIsNotFollowed) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeFile(path, "{}");
+  writeFile(directory.path() / "other", "{\"other\":\"\"}");
+  const ReplacementTarget target(path);
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink("other", path);
+  try {
+    (void)target.open(nullptr);
+    FAIL() << "opened";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()),
+              quoted(path) +
+                  " was changed or replaced by another program during the run; nothing was "
+                  "replaced");
+  }
+}
+
+TEST(ReplacementTargetTest, AFolderSwappedForALinkAfterResolvingIsNotFollowed) {
+  TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() / "config");
+  std::filesystem::create_directory(directory.path() / "elsewhere");
+  writeFile(directory.path() / "config" / "passwords.json", "old");
+  writeFile(directory.path() / "elsewhere" / "passwords.json", "elsewhere");
+  const ReplacementTarget target(directory.path() / "config" / "passwords.json");
+  std::filesystem::rename(directory.path() / "config", directory.path() / "moved");
+  std::filesystem::create_directory_symlink("elsewhere", directory.path() / "config");
+  ReplacedFile replaced;
+  std::optional<File> file = target.open(&replaced);
+  ASSERT_TRUE(file.has_value());
+  std::array<char, 16> buffer{};
+  EXPECT_EQ(std::string(buffer.data(), file->read(buffer)), "old") << "read through the link";
+}
+
+// --- the temporary file ---
+
+TEST(ReplacementTargetTest, TheTemporaryFileTakesTheReplacedFilesMode) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeFile(path, "{}");
+  for (const mode_t mode : std::array<mode_t, 5>{0640, 0604, 0400, 0755, 04750}) {
+    SCOPED_TRACE(mode);
+    ASSERT_EQ(::chmod(path.c_str(), mode), 0);
+    const ReplacementTarget target(path);
+    ReplacedFile replaced;
+    ASSERT_TRUE(target.open(&replaced));
+    File file = target.createTemporary("tmp", replaced);
+    EXPECT_EQ(file.path(), directory.path() / "passwords.json.tmp");
+    EXPECT_EQ(modeOf(file), mode);
+    file.close();
+    std::filesystem::remove(directory.path() / "passwords.json.tmp");
+  }
+}
+
+TEST(ReplacementTargetTest, ANewFileIsReadableByItsOwnerOnly) {
+  TemporaryDirectory directory;
+  const mode_t oldMask = ::umask(0);
+  const ReplacementTarget target(directory.path() / "passwords.json");
+  File file = target.createTemporary("tmp", std::nullopt);
+  ::umask(oldMask);
+  EXPECT_EQ(modeOf(file), 0600u);
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "passwords.json"));
+}
+
+TEST(ReplacementTargetTest, TheTemporaryFileIsCreatedExclusively) {
+  TemporaryDirectory directory;
+  const ReplacementTarget target(directory.path() / "passwords.json");
+  const auto planted = directory.path() / "passwords.json.tmp";
+  std::filesystem::create_symlink(directory.path() / "victim", planted);
+  try {
+    (void)target.createTemporary("tmp", std::nullopt);
+    FAIL() << "created";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::file_exists);
+  }
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "victim"));
+}
+
+TEST(ReplacementTargetTest, TheSuperuserGivesItTheOwnerAndGroupAndThenTheMode) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a file to another user";
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeFile(path, "{}");
+  ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0);
+  // Set-user-ID survives only when the mode is set after the owner.
+  ASSERT_EQ(::chmod(path.c_str(), 04750), 0);
+  const ReplacementTarget target(path);
+  ReplacedFile replaced;
+  ASSERT_TRUE(target.open(&replaced));
+  File file = target.createTemporary("tmp", replaced);
+  const struct stat status = statusOf(file.path());
+  EXPECT_EQ(status.st_uid, 65534u);
+  EXPECT_EQ(status.st_gid, 65534u);
+  EXPECT_EQ(status.st_mode & 07777, 04750u);
+}
+
+TEST(ReplacementTargetTest, AnOrdinaryUserKeepsTheFileAndTakesOnlyTheMode) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeFile(path, "{}");
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  runUnprivileged(
+      [&] {
+        const ReplacementTarget target(path);
+        ReplacedFile replaced;
+        ASSERT_TRUE(target.open(&replaced));
+        File file = target.createTemporary("tmp", replaced);
+        const struct stat status = statusOf(file.path());
+        EXPECT_EQ(status.st_uid, ::geteuid());
+        EXPECT_EQ(status.st_gid, ::getegid());
+        EXPECT_EQ(status.st_mode & 07777, 0640u);
+      },
+      {directory.path(), path});
+}
+
+TEST(ReplacementTargetTest, ExtendedAttributesAreCopied) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeFile(path, "{}");
+  const std::string value = "kept";
+  if (::setxattr(path.c_str(), "user.korvane-test", value.data(), value.size(), 0) != 0) {
+    GTEST_SKIP() << "the file system keeps no user attributes";
+  }
+  const ReplacementTarget target(path);
+  ReplacedFile replaced;
+  ASSERT_TRUE(target.open(&replaced));
+  File file = target.createTemporary("tmp", replaced);
+  std::array<char, 16> buffer{};
+  const ssize_t got =
+      ::getxattr(file.path().c_str(), "user.korvane-test", buffer.data(), buffer.size());
+  ASSERT_GE(got, 0);
+  EXPECT_EQ(std::string(buffer.data(), static_cast<std::size_t>(got)), value);
+}
+
+TEST(ReplacementTargetTest, TheAccessControlListIsKeptAndTheGroupNotWidened) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeFile(path, "{}");
+  ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
+  const std::string command = "setfacl -m u:nobody:r " + quoted(path) + " 2>/dev/null";
+  if (std::system(command.c_str()) != 0) GTEST_SKIP() << "no access control lists here";
+  replaceWith(path, "{\"new\":\"\"}");
+  EXPECT_EQ(readFile(path), "{\"new\":\"\"}");
+  // The group's own bits stay empty; the mask shows as the group bits.
+  const std::string listed = "getfacl -cp " + quoted(path);
+  FILE* pipe = ::popen(listed.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string acl;
+  std::array<char, 256> buffer{};
+  while (std::fgets(buffer.data(), static_cast<int>(buffer.size()), pipe) != nullptr) {
+    acl += buffer.data();
+  }
+  ::pclose(pipe);
+  EXPECT_NE(acl.find("user:nobody:r--"), std::string::npos) << acl;
+  EXPECT_NE(acl.find("group::---"), std::string::npos) << acl;
+}
+
+// --- the replace ---
+
+TEST(ReplacementTargetTest, RenamesTheNewFileOverTheTarget) {
+  TemporaryDirectory directory;
+  const auto to = directory.path() / "passwords.json";
+  writeFile(to, "the old and longer content");
+  replaceWith(to, "new");
+  EXPECT_EQ(readFile(to), "new");
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "passwords.json.tmp"));
+}
+
+TEST(ReplacementTargetTest, CreatesAMissingTarget) {
+  TemporaryDirectory directory;
+  const auto to = directory.path() / "passwords.json";
+  replaceWith(to, "{}\n");
+  EXPECT_EQ(readFile(to), "{}\n");
+  EXPECT_EQ(modeOf(to), 0600u);
+}
+
+TEST(ReplacementTargetTest, ARelativeTargetIsReplacedInTheWorkingDirectory) {
+  TemporaryDirectory directory;
+  const auto previous = std::filesystem::current_path();
+  std::filesystem::current_path(directory.path());
+  writeFile("passwords.json", "old");
+  EXPECT_NO_THROW(replaceWith("passwords.json", "new"));
+  std::filesystem::current_path(previous);
+  EXPECT_EQ(readFile(directory.path() / "passwords.json"), "new");
+}
+
+TEST(ReplacementTargetTest, ReplacingThroughALinkKeepsTheLink) {
+  TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() / "data");
+  const auto file = directory.path() / "data" / "passwords.json";
+  const auto link = directory.path() / "passwords.json";
+  writeFile(file, "old");
+  std::filesystem::create_symlink("data/passwords.json", link);
+  replaceWith(link, "new");
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(std::filesystem::read_symlink(link), "data/passwords.json");
+  EXPECT_EQ(readFile(file), "new");
+}
+
+TEST(ReplacementTargetTest, ADanglingLinkGetsTheNewFileWhereItPoints) {
+  TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() / "data");
+  const auto link = directory.path() / "passwords.json";
+  std::filesystem::create_symlink("data/passwords.json", link);
+  replaceWith(link, "new");
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(readFile(directory.path() / "data" / "passwords.json"), "new");
+}
+
+TEST(ReplacementTargetTest, AFileReplacedAfterItWasReadIsNotReplaced) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  writeFile(path, "read");
+  const ReplacementTarget target(path);
+  ReplacedFile replaced;
+  ASSERT_TRUE(target.open(&replaced));
+  File file = target.createTemporary("tmp", replaced);
+  file.write(std::string_view("new"));
+  file.close();
+  // Another file takes the name: a regular file, then a link to one.
+  writeFile(directory.path() / "swapped", "swapped");
+  std::filesystem::rename(directory.path() / "swapped", path);
+  const std::string changed =
+      quoted(path) + " was changed or replaced by another program during the run; nothing was "
+                     "replaced";
+  try {
+    target.replace(file.path(), replaced);
+    FAIL() << "replaced";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(std::string(error.what()), changed);
+  }
+  EXPECT_EQ(readFile(path), "swapped");
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink("other", path);
+  EXPECT_THROW(target.replace(file.path(), replaced), std::runtime_error);
+  EXPECT_TRUE(std::filesystem::is_symlink(path));
+  std::filesystem::remove(path);
+  EXPECT_THROW(target.replace(file.path(), replaced), std::runtime_error);
+  EXPECT_EQ(readFile(file.path()), "new") << "the new file is kept";
+}
+
+TEST(ReplacementTargetTest, AFileThatAppearsWhereNoneWasIsNotReplaced) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  const ReplacementTarget target(path);
+  ASSERT_FALSE(target.open(nullptr));
+  File file = target.createTemporary("tmp", std::nullopt);
+  file.close();
+  writeFile(path, "appeared");
+  EXPECT_THROW(target.replace(file.path(), std::nullopt), std::runtime_error);
+  EXPECT_EQ(readFile(path), "appeared");
+}
+
+TEST(ReplacementTargetTest, AHardLinkedFileIsReplacedByNameOnly) {
+  TemporaryDirectory directory;
+  const auto elsewhere = directory.path() / "elsewhere.json";
+  const auto path = directory.path() / "passwords.json";
+  writeFile(elsewhere, "{}");
+  std::filesystem::create_hard_link(elsewhere, path);
+  replaceWith(path, "new");
+  EXPECT_EQ(readFile(path), "new");
+  EXPECT_EQ(readFile(elsewhere), "{}") << "the other name's file was written";
+}
+
+TEST(ReplacementTargetTest, AFailedRenameNamesBothFiles) {
+  TemporaryDirectory directory;
+  const auto to = directory.path() / "passwords.json";
+  writeFile(to, "old");
+  const ReplacementTarget target(to);
+  ReplacedFile replaced;
+  ASSERT_TRUE(target.open(&replaced));
+  const auto from = directory.path() / "missing.tmp";
+  try {
+    target.replace(from, replaced);
+    FAIL() << "no error";
+  } catch (const std::filesystem::filesystem_error& error) {
+    EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
+    EXPECT_EQ(error.path1(), from);
+    EXPECT_EQ(error.path2(), to);
+    EXPECT_EQ(std::string(error.what()), "filesystem error: rename: No such file or directory [" +
+                                             from.string() + "] [" + to.string() + "]");
+  }
+  EXPECT_EQ(readFile(to), "old");
+}
+
+TEST(ReplacementTargetTest, AFolderThatMayNotBeWrittenIsAnError) {
+  TemporaryDirectory directory;
+  const auto closed = directory.path() / "closed";
+  std::filesystem::create_directory(closed);
+  const auto to = closed / "passwords.json";
+  writeFile(to, "old");
+  ASSERT_EQ(::chmod(closed.c_str(), 0555), 0);
+  runUnprivileged(
+      [&] {
+        try {
+          replaceWith(to, "new");
+          FAIL() << "no error";
+        } catch (const std::system_error& error) {
+          EXPECT_EQ(error.code(), std::errc::permission_denied);
+          EXPECT_EQ(std::string(error.what()),
+                    "could not open " + quoted(closed / "passwords.json.tmp") +
+                        ": Permission denied");
+        }
+        EXPECT_EQ(readFile(to), "old");
+      },
+      {directory.path()});
+  ::chmod(closed.c_str(), 0700);
+}
+
+}  // namespace
+}  // namespace korvane::utils::io
