@@ -11,7 +11,9 @@
 //       openat, fdatasync, renameat, ...). <action> is an errno name
 //       (ENOSPC, EIO, EACCES, EINTR, EROFS, EDQUOT, EPERM, EXDEV, EBUSY) or
 //       STALL, which blocks the call forever (to catch the program in the
-//       middle of its work). Up to four faults separated by commas strike
+//       middle of its work), or PAUSE, which holds the call until a byte
+//       can be read from the FIFO KORVANE_FAULT_RESUME and then lets it
+//       succeed (so that a test can act at that moment). Up to four faults separated by commas strike
 //       one after the other: the calls of a later one are counted from the
 //       moment the one before it struck.
 //   KORVANE_FAULT_DIR=<dir>   only calls on <dir> itself, on paths below it
@@ -48,6 +50,7 @@ constexpr const char* callNames[callCount] = {"open",  "read",   "write",  "fsyn
                                               "fchown", "ftruncate", "unlink"};
 
 constexpr int stallAction = -1;
+constexpr int pauseAction = -2;
 constexpr int maxTracked = 1024;
 constexpr std::size_t maxPath = 512;
 constexpr int maxFaults = 4;
@@ -71,6 +74,7 @@ struct Configuration {
   char directory[maxPath] = {};
   std::size_t directoryLength = 0;
   char report[maxPath] = {};
+  char resume[maxPath] = {};
 };
 
 Configuration configuration;
@@ -90,7 +94,7 @@ int errnoByName(const char* name) {
     int value;
   } names[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},       {"EACCES", EACCES}, {"EINTR", EINTR},
                {"EROFS", EROFS},   {"EDQUOT", EDQUOT}, {"EPERM", EPERM},   {"EXDEV", EXDEV},
-               {"EBUSY", EBUSY},   {"STALL", stallAction}};
+               {"EBUSY", EBUSY},   {"STALL", stallAction}, {"PAUSE", pauseAction}};
   for (const auto& entry : names) {
     if (std::strcmp(entry.name, name) == 0) return entry.value;
   }
@@ -131,6 +135,9 @@ void load() {
   configuration.directoryLength = std::strlen(configuration.directory);
   if (const char* report = std::getenv("KORVANE_FAULT_REPORT")) {
     copyBounded(configuration.report, report);
+  }
+  if (const char* resume = std::getenv("KORVANE_FAULT_RESUME")) {
+    copyBounded(configuration.resume, resume);
   }
 }
 
@@ -174,6 +181,16 @@ bool strikes(Call call, const char* path, bool written) {
   writeReport(call, path, written);
   if (fault.action == stallAction) {
     for (;;) ::pause();
+  }
+  if (fault.action == pauseAction) {
+    // Opening a FIFO for reading waits for its writer.
+    const int fd = next<int (*)(const char*, int, ...)>("open")(configuration.resume, O_RDONLY);
+    char byte = 0;
+    if (fd >= 0) {
+      (void)next<ssize_t (*)(int, void*, size_t)>("read")(fd, &byte, 1);
+      next<int (*)(int)>("close")(fd);
+    }
+    return false;
   }
   errno = fault.action;
   return true;

@@ -1,0 +1,403 @@
+// Attacks by another account on a run of root: the installation's folder
+// belongs to the user nobody (as a service's own folder would), root runs
+// the program on it, and nobody, playing the attacker, changes the folder
+// at the moments that matter: while root types the password (the program
+// waits at its prompt on a pseudo-terminal), or between the re-read of the
+// password file and its replace (a preloaded library holds the program
+// there until the test lets it go). The victims are root's own files in a
+// folder only root can write. Every moment is chosen by the test; nothing
+// depends on a sleep.
+#include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/hardening/Installation.h"
+
+namespace korvane::hardening {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using testing::ChildProcess;
+using testing::ChildResult;
+using testing::readFile;
+using testing::TemporaryDirectory;
+using testing::writeFile;
+
+constexpr uid_t nobody = 65534;
+constexpr gid_t nogroup = 65534;
+
+const std::string victimContent = "#!/bin/sh\necho the administrator's own script\n";
+
+// A process of the user nobody. It runs `prepare`, reports that it is
+// ready, and then, when told to go (or when the test ends), runs `finish`
+// and exits. Whatever `prepare` opens stays open until then.
+class Attacker {
+ public:
+  explicit Attacker(const std::function<void()>& prepare,
+                    const std::function<void()>& finish = [] {}) {
+    int ready[2];
+    int go[2];
+    if (::pipe(ready) != 0 || ::pipe(go) != 0) throw std::runtime_error("pipe");
+    std::fflush(nullptr);
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::close(ready[0]);
+      ::close(go[1]);
+      if (::setgroups(0, nullptr) != 0 || ::setgid(nogroup) != 0 || ::setuid(nobody) != 0) {
+        ::_exit(4);
+      }
+      prepare();
+      if (::write(ready[1], "R", 1) != 1) ::_exit(5);
+      char byte = 0;
+      (void)::read(go[0], &byte, 1);
+      finish();
+      ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+    ::close(ready[1]);
+    ::close(go[0]);
+    readyFd_ = ready[0];
+    goFd_ = go[1];
+  }
+  ~Attacker() {
+    if (pid_ > 0) {
+      ::kill(pid_, SIGKILL);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    ::close(readyFd_);
+    if (goFd_ >= 0) ::close(goFd_);
+  }
+  Attacker(const Attacker&) = delete;
+  Attacker& operator=(const Attacker&) = delete;
+
+  bool ready() const {
+    pollfd fd{readyFd_, POLLIN, 0};
+    char byte = 0;
+    return ::poll(&fd, 1, 10000) == 1 && ::read(readyFd_, &byte, 1) == 1 && byte == 'R';
+  }
+
+  // Lets it finish; returns its exit status.
+  int finish() {
+    ::close(goFd_);
+    goFd_ = -1;
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  pid_t pid_ = -1;
+  int readyFd_ = -1;
+  int goFd_ = -1;
+};
+
+// Does `act` as the user nobody, to its end.
+void asAttacker(const std::function<void()>& act) {
+  Attacker attacker(act);
+  ASSERT_TRUE(attacker.ready());
+  EXPECT_EQ(attacker.finish(), 0) << "the attacker's own steps failed";
+}
+
+void mustSucceed(int result, const char* what) {
+  if (result != 0) {
+    std::perror(what);
+    ADD_FAILURE() << what;
+  }
+}
+
+class FolderAttackTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "the attacks are on runs of root";
+    installation_.writePasswords({0}, 2);
+    original_ = readFile(installation_.passwordsPath());
+    // The service's folder: its account may change anything in it.
+    ASSERT_EQ(::chown(folder().c_str(), nobody, nogroup), 0);
+    ASSERT_EQ(::chmod(folder().c_str(), 0755), 0);
+    // Root's own folder and script, which nobody may not write.
+    ASSERT_EQ(::chmod(rootOnly_.path().c_str(), 0755), 0);
+    writeFile(victim(), victimContent);
+    ASSERT_EQ(::chmod(victim().c_str(), 0700), 0);
+  }
+
+  const std::filesystem::path& folder() const { return installation_.directory(); }
+  std::filesystem::path passwords() const { return installation_.passwordsPath(); }
+  std::filesystem::path victim() const { return rootOnly_.path() / "maintenance.sh"; }
+
+  ChildProcess::Options options(std::vector<std::string> arguments) const {
+    ChildProcess::Options options;
+    options.arguments = std::move(arguments);
+    options.environment = isolatedEnvironment();
+    options.timeout = std::chrono::seconds(40);
+    return options;
+  }
+  std::vector<std::string> configDirArguments() const {
+    return {"-ConfigDir", folder().string(), Installation::userName(0)};
+  }
+
+  // The program at a console, waiting at its first prompt.
+  std::unique_ptr<ChildProcess> startAtPrompt(std::vector<std::string> arguments) const {
+    ChildProcess::Options console = options(std::move(arguments));
+    console.input = ChildProcess::Stream::terminal;
+    console.output = ChildProcess::Stream::terminal;
+    auto child = std::make_unique<ChildProcess>(programPath(), std::move(console));
+    EXPECT_TRUE(child->expect("Password: ")) << child->output();
+    return child;
+  }
+  static void typePasswordTwice(ChildProcess& child) {
+    child.send(std::string(strongPassword) + "\r");
+    EXPECT_TRUE(child.expect("Repeat password: ")) << child.output();
+    child.send(std::string(strongPassword) + "\r");
+  }
+
+  // Everything in root's folder is as it was.
+  void expectRootsFolderUntouched() const {
+    EXPECT_EQ(readFile(victim()), victimContent) << "root's script was replaced";
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(rootOnly_.path())) {
+      names.push_back(entry.path().filename().string());
+    }
+    EXPECT_EQ(names, std::vector<std::string>{"maintenance.sh"}) << "a file appeared in it";
+    struct stat status {};
+    ASSERT_EQ(::stat(victim().c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 0u);
+    EXPECT_EQ(status.st_mode & 07777, 0700u);
+  }
+
+  Installation installation_{1};
+  TemporaryDirectory rootOnly_;
+  std::string original_;
+};
+
+// While root types, the attacker puts a FIFO at the password file's name
+// and keeps writing to it, then swaps in a link to root's script before it
+// closes the FIFO: a run that reads the FIFO reads the attacker's JSON for
+// as long as the attacker wants and then replaces whatever the name leads
+// to by then. The FIFO is refused without a read.
+TEST_F(FolderAttackTest, AFifoAndThenALinkSwappedInWhileRootTypesAreRefused) {
+  auto tool = startAtPrompt(configDirArguments());
+  const auto fifo = folder() / "attack.fifo";
+  const auto link = folder() / "attack.link";
+  int writer = -1;
+  Attacker attacker(
+      [&] {
+        mustSucceed(::mkfifo(fifo.c_str(), 0666), "mkfifo");
+        writer = ::open(fifo.c_str(), O_RDWR);
+        const std::string json = "{\"$(id > /tmp/korvane-owned)\": \"x\"}";
+        if (::write(writer, json.data(), json.size()) < 0) std::perror("write");
+        mustSucceed(::rename(fifo.c_str(), passwords().c_str()), "rename the FIFO");
+        mustSucceed(::symlink(victim().c_str(), link.c_str()), "symlink");
+      },
+      [&] {
+        mustSucceed(::rename(link.c_str(), passwords().c_str()), "rename the link");
+        ::close(writer);
+      });
+  ASSERT_TRUE(attacker.ready());
+  typePasswordTwice(*tool);
+  // A run that reads the FIFO waits for its end, which the attacker brings
+  // once the link is in place; a run that refuses it ends by itself.
+  EXPECT_FALSE(tool->expect("was updated.", std::chrono::seconds(2)));
+  EXPECT_EQ(attacker.finish(), 0);
+  const ChildResult result = tool->wait();
+  EXPECT_EQ(result.exitStatus, 1) << result.out;
+  EXPECT_EQ(result.err, "ERROR: could not open \"" + passwords().string() +
+                            "\": it is a FIFO, not a regular file, and is not read\n");
+  expectRootsFolderUntouched();
+}
+
+// The same with the link alone, swapped in while root types.
+TEST_F(FolderAttackTest, ALinkSwappedInWhileRootTypesIsNotFollowed) {
+  auto tool = startAtPrompt(configDirArguments());
+  asAttacker([&] {
+    const auto link = folder() / "attack.link";
+    mustSucceed(::symlink(victim().c_str(), link.c_str()), "symlink");
+    mustSucceed(::rename(link.c_str(), passwords().c_str()), "rename the link");
+  });
+  typePasswordTwice(*tool);
+  const ChildResult result = tool->wait();
+  EXPECT_EQ(result.exitStatus, 1) << result.out;
+  EXPECT_EQ(result.err, "ERROR: \"" + passwords().string() +
+                            "\" was changed or replaced by another program during the run; "
+                            "nothing was replaced\n");
+  expectRootsFolderUntouched();
+}
+
+// A dangling link planted before the run would make root create a file of
+// the attacker's choosing (a file in sudoers.d, /etc/nologin).
+TEST_F(FolderAttackTest, ADanglingLinkPlantedBeforehandCreatesNothing) {
+  std::filesystem::remove(passwords());
+  const auto planted = rootOnly_.path() / "created-by-root";
+  asAttacker([&] { mustSucceed(::symlink(planted.c_str(), passwords().c_str()), "symlink"); });
+  ChildProcess tool(programPath(), options(configDirArguments()));
+  tool.send(std::string(strongPassword) + "\n");
+  tool.closeInput();
+  const ChildResult result = tool.wait();
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.err, "ERROR: the symbolic link \"" + passwords().string() +
+                            "\" belongs to \"nobody\" (user ID 65534), neither root nor the "
+                            "account running this program, and is not followed; name the real "
+                            "password file with -Passwords\n");
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(planted)));
+  expectRootsFolderUntouched();
+  EXPECT_TRUE(std::filesystem::is_symlink(passwords()));
+}
+
+// Links that root made keep working: the file they point to is replaced.
+TEST_F(FolderAttackTest, ALinkOfRootIsStillFollowed) {
+  const auto real = rootOnly_.path() / "passwords.json";
+  std::filesystem::rename(passwords(), real);
+  std::filesystem::create_symlink(real, passwords());
+  ChildProcess tool(programPath(), options(configDirArguments()));
+  tool.send(std::string(strongPassword) + "\n");
+  tool.closeInput();
+  const ChildResult result = tool.wait();
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_TRUE(std::filesystem::is_symlink(passwords()));
+  EXPECT_EQ(checkNewPasswordFile(real, 4, 0, strongPassword), "");
+}
+
+// A file whose access control list lets one more account read it keeps
+// that list, and its group gets no more than before.
+TEST_F(FolderAttackTest, TheAccessControlListIsKeptAndTheGroupGetsNothing) {
+  ASSERT_EQ(::chmod(passwords().c_str(), 0600), 0);
+  const std::string grant = "setfacl -m u:nobody:r \"" + passwords().string() + "\" 2>/dev/null";
+  if (std::system(grant.c_str()) != 0) GTEST_SKIP() << "no access control lists here";
+  ChildProcess tool(programPath(), options(configDirArguments()));
+  tool.send(std::string(strongPassword) + "\n");
+  tool.closeInput();
+  const ChildResult result = tool.wait();
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(checkNewPasswordFile(passwords(), 4, 0, strongPassword), "");
+  const std::string list = "getfacl -cp \"" + passwords().string() + "\"";
+  FILE* pipe = ::popen(list.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string acl;
+  char line[256];
+  while (std::fgets(line, sizeof line, pipe) != nullptr) acl += line;
+  ::pclose(pipe);
+  EXPECT_NE(acl.find("user:nobody:r--"), std::string::npos) << acl;
+  EXPECT_NE(acl.find("group::---"), std::string::npos) << acl;
+  EXPECT_NE(acl.find("other::---"), std::string::npos) << acl;
+}
+
+// Anyone who can open the folder can lock it; root must not wait for ever.
+TEST_F(FolderAttackTest, ALockHeldForEverEndsTheRunWithAnError) {
+  Attacker holder([&] {
+    const int fd = ::open(folder().c_str(), O_RDONLY | O_DIRECTORY);
+    mustSucceed(::flock(fd, LOCK_EX), "flock");
+  });
+  ASSERT_TRUE(holder.ready());
+  const auto start = Clock::now();
+  ChildProcess tool(programPath(), options(configDirArguments()));
+  tool.send(std::string(strongPassword) + "\n");
+  tool.closeInput();
+  const ChildResult result = tool.wait();
+  EXPECT_FALSE(result.timedOut) << "still waiting for the lock";
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.err, "ERROR: could not lock the folder \"" + folder().string() +
+                            "\": another process has held its lock for 10 seconds; nothing was "
+                            "written, try again when it has finished\n");
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(20));
+  EXPECT_EQ(readFile(passwords()), original_);
+  EXPECT_EQ(installation_.fileNames(), (std::vector<std::string>{"passwords.json", "users.json"}));
+}
+
+// The folder on the way is swapped for a link to root's folder while root
+// types: the change still goes into the folder that was read.
+TEST_F(FolderAttackTest, AFolderSwappedForALinkWhileRootTypesIsNotFollowed) {
+  const auto inner = folder() / "config";
+  std::filesystem::create_directory(inner);
+  std::filesystem::rename(passwords(), inner / "passwords.json");
+  ASSERT_EQ(::chown(inner.c_str(), nobody, nogroup), 0);
+  const auto rootsPasswords = rootOnly_.path() / "passwords.json";
+  writeFile(rootsPasswords, original_);
+  auto tool = startAtPrompt({"-Users", installation_.usersPath().string(), "-Passwords",
+                             (inner / "passwords.json").string(), Installation::userName(0)});
+  asAttacker([&] {
+    mustSucceed(::rename(inner.c_str(), (folder() / "moved").c_str()), "rename the folder");
+    mustSucceed(::symlink(rootOnly_.path().c_str(), inner.c_str()), "symlink");
+  });
+  typePasswordTwice(*tool);
+  const ChildResult result = tool->wait();
+  EXPECT_EQ(result.exitStatus, 0) << result.out;
+  EXPECT_EQ(readFile(rootsPasswords), original_) << "root's folder was written";
+  EXPECT_EQ(checkNewPasswordFile(folder() / "moved" / "passwords.json", 4, 0, strongPassword), "");
+  std::filesystem::remove(rootsPasswords);
+  expectRootsFolderUntouched();
+}
+
+// A hard link to a file of root's: only the name in the folder is
+// replaced, never the file it shares with root's folder.
+TEST_F(FolderAttackTest, AHardLinkReplacesOnlyTheName) {
+  const auto rootsPasswords = rootOnly_.path() / "passwords.json";
+  writeFile(rootsPasswords, original_);
+  std::filesystem::remove(passwords());
+  std::filesystem::create_hard_link(rootsPasswords, passwords());
+  ChildProcess tool(programPath(), options(configDirArguments()));
+  tool.send(std::string(strongPassword) + "\n");
+  tool.closeInput();
+  const ChildResult result = tool.wait();
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(readFile(rootsPasswords), original_);
+  EXPECT_EQ(checkNewPasswordFile(passwords(), 4, 0, strongPassword), "");
+}
+
+// Another regular file takes the password file's place after the re-read
+// and before the rename: the program is held at the sync of its temporary
+// file, the attacker swaps, and the program goes on.
+TEST_F(FolderAttackTest, AFileSwappedBetweenTheReadAndTheRenameIsNotReplaced) {
+  TemporaryDirectory control;
+  const auto report = control.path() / "report";
+  const auto resume = control.path() / "resume";
+  ASSERT_EQ(::mkfifo(resume.c_str(), 0600), 0);
+  ChildProcess::Options held = options(configDirArguments());
+  held.environment["LD_PRELOAD"] = KORVANE_FAULT_LIBRARY;
+  held.environment["KORVANE_FAULT"] = "fsync:1:PAUSE";
+  held.environment["KORVANE_FAULT_DIR"] = folder().string();
+  held.environment["KORVANE_FAULT_REPORT"] = report.string();
+  held.environment["KORVANE_FAULT_RESUME"] = resume.string();
+  held.environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+  ChildProcess tool(programPath(), std::move(held));
+  tool.send(std::string(strongPassword) + "\n");
+  tool.closeInput();
+  const auto deadline = Clock::now() + std::chrono::seconds(30);
+  while (!std::filesystem::exists(report) && Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ASSERT_TRUE(std::filesystem::exists(report)) << "the run never reached its sync";
+  const std::string swapped = "{\"$schema\": \"the attacker's\"}";
+  asAttacker([&] {
+    const auto other = folder() / "other.json";
+    writeFile(other, swapped);
+    mustSucceed(::rename(other.c_str(), passwords().c_str()), "rename");
+  });
+  const int go = ::open(resume.c_str(), O_WRONLY);
+  ASSERT_GE(go, 0);
+  ASSERT_EQ(::write(go, "G", 1), 1);
+  ::close(go);
+  const ChildResult result = tool.wait();
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.err, "ERROR: \"" + passwords().string() +
+                            "\" was changed or replaced by another program during the run; "
+                            "nothing was replaced\n");
+  EXPECT_EQ(readFile(passwords()), swapped);
+}
+
+}  // namespace
+}  // namespace korvane::hardening
