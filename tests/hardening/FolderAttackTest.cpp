@@ -160,6 +160,13 @@ class FolderAttackTest : public ::testing::Test {
     EXPECT_TRUE(child->expect("Password: ")) << child->output();
     return child;
   }
+  // The program with the password on redirected input, to its end.
+  ChildResult runRedirected() const {
+    ChildProcess tool(programPath(), options(configDirArguments()));
+    tool.send(std::string(strongPassword) + "\n");
+    tool.closeInput();
+    return tool.wait();
+  }
   static void typePasswordTwice(ChildProcess& child) {
     child.send(std::string(strongPassword) + "\r");
     EXPECT_TRUE(child.expect("Repeat password: ")) << child.output();
@@ -244,10 +251,7 @@ TEST_F(FolderAttackTest, ADanglingLinkPlantedBeforehandCreatesNothing) {
   std::filesystem::remove(passwords());
   const auto planted = rootOnly_.path() / "created-by-root";
   asAttacker([&] { mustSucceed(::symlink(planted.c_str(), passwords().c_str()), "symlink"); });
-  ChildProcess tool(programPath(), options(configDirArguments()));
-  tool.send(std::string(strongPassword) + "\n");
-  tool.closeInput();
-  const ChildResult result = tool.wait();
+  const ChildResult result = runRedirected();
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.err, "ERROR: the symbolic link \"" + passwords().string() +
                             "\" belongs to \"nobody\" (user ID 65534), neither root nor the "
@@ -263,10 +267,7 @@ TEST_F(FolderAttackTest, ALinkOfRootIsStillFollowed) {
   const auto real = rootOnly_.path() / "passwords.json";
   std::filesystem::rename(passwords(), real);
   std::filesystem::create_symlink(real, passwords());
-  ChildProcess tool(programPath(), options(configDirArguments()));
-  tool.send(std::string(strongPassword) + "\n");
-  tool.closeInput();
-  const ChildResult result = tool.wait();
+  const ChildResult result = runRedirected();
   EXPECT_EQ(result.exitStatus, 0) << result.err;
   EXPECT_TRUE(std::filesystem::is_symlink(passwords()));
   EXPECT_EQ(checkNewPasswordFile(real, 4, 0, strongPassword), "");
@@ -278,10 +279,7 @@ TEST_F(FolderAttackTest, TheAccessControlListIsKeptAndTheGroupGetsNothing) {
   ASSERT_EQ(::chmod(passwords().c_str(), 0600), 0);
   const std::string grant = "setfacl -m u:nobody:r \"" + passwords().string() + "\" 2>/dev/null";
   if (std::system(grant.c_str()) != 0) GTEST_SKIP() << "no access control lists here";
-  ChildProcess tool(programPath(), options(configDirArguments()));
-  tool.send(std::string(strongPassword) + "\n");
-  tool.closeInput();
-  const ChildResult result = tool.wait();
+  const ChildResult result = runRedirected();
   ASSERT_EQ(result.exitStatus, 0) << result.err;
   EXPECT_EQ(checkNewPasswordFile(passwords(), 4, 0, strongPassword), "");
   const std::string list = "getfacl -cp \"" + passwords().string() + "\"";
@@ -304,10 +302,7 @@ TEST_F(FolderAttackTest, ALockHeldForEverEndsTheRunWithAnError) {
   });
   ASSERT_TRUE(holder.ready());
   const auto start = Clock::now();
-  ChildProcess tool(programPath(), options(configDirArguments()));
-  tool.send(std::string(strongPassword) + "\n");
-  tool.closeInput();
-  const ChildResult result = tool.wait();
+  const ChildResult result = runRedirected();
   EXPECT_FALSE(result.timedOut) << "still waiting for the lock";
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.err, "ERROR: could not lock the folder \"" + folder().string() +
@@ -349,10 +344,7 @@ TEST_F(FolderAttackTest, AHardLinkReplacesOnlyTheName) {
   writeFile(rootsPasswords, original_);
   std::filesystem::remove(passwords());
   std::filesystem::create_hard_link(rootsPasswords, passwords());
-  ChildProcess tool(programPath(), options(configDirArguments()));
-  tool.send(std::string(strongPassword) + "\n");
-  tool.closeInput();
-  const ChildResult result = tool.wait();
+  const ChildResult result = runRedirected();
   EXPECT_EQ(result.exitStatus, 0) << result.err;
   EXPECT_EQ(readFile(rootsPasswords), original_);
   EXPECT_EQ(checkNewPasswordFile(passwords(), 4, 0, strongPassword), "");

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <deque>
+#include <iterator>
 #include <span>
 #include <string>
 #include <system_error>
@@ -256,13 +257,16 @@ ReplacementTarget::ReplacementTarget(const std::filesystem::path& path) : direct
   if (folder.get() < 0) throwFileError("open the directory", path, lastSystemError());
   std::filesystem::path folderPath = path.is_absolute() ? path.root_path() : "";
   const std::filesystem::path relative = path.relative_path();
-  std::deque<std::filesystem::path> pending(relative.begin(), relative.end());
+  // Empty components (a trailing "/") name nothing of their own.
+  std::deque<std::filesystem::path> pending;
+  for (const auto& part : relative) {
+    if (!part.empty()) pending.push_back(part);
+  }
   bool exists = true;
   int followed = 0;
   while (!pending.empty()) {
     const std::filesystem::path component = std::move(pending.front());
     pending.pop_front();
-    if (component.empty()) continue;
     const bool last = pending.empty();
     if (!exists) {
       if (last) {
@@ -295,7 +299,10 @@ ReplacementTarget::ReplacementTarget(const std::filesystem::path& path) : direct
       requireTrustedLink(status, link);
       const std::filesystem::path target = readLinkAt(folder.get(), component.c_str(), link);
       const std::filesystem::path targetRelative = target.relative_path();
-      pending.insert(pending.begin(), targetRelative.begin(), targetRelative.end());
+      auto at = pending.begin();
+      for (const auto& part : targetRelative) {
+        if (!part.empty()) at = std::next(pending.insert(at, part));
+      }
       if (target.is_absolute()) {
         folder = openAt(AT_FDCWD, "/", O_PATH | O_DIRECTORY);
         if (folder.get() < 0) throwFileError("open the directory", "/", lastSystemError());

@@ -4,6 +4,9 @@
 #include "utils/io/ReplacementTarget.h"
 
 #include <windows.h>
+// After windows.h, which the security headers need.
+#include <aclapi.h>
+#include <sddl.h>
 
 #include <gtest/gtest.h>
 
@@ -40,6 +43,40 @@ std::filesystem::path writeTemporary(const ReplacementTarget& target,
   file.sync();
   file.close();
   return file.path();
+}
+
+// The access rules of `path` as text (SDDL), or "" when they cannot be read.
+std::wstring daclOf(const std::filesystem::path& path) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  if (::GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                              nullptr, nullptr, nullptr, &descriptor) != ERROR_SUCCESS) {
+    return L"";
+  }
+  LPWSTR text = nullptr;
+  std::wstring result;
+  if (::ConvertSecurityDescriptorToStringSecurityDescriptorW(
+          descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr)) {
+    result = text;
+    ::LocalFree(text);
+  }
+  ::LocalFree(descriptor);
+  return result;
+}
+
+void setDacl(const std::filesystem::path& path, const wchar_t* sddl) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  ASSERT_TRUE(::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1,
+                                                                     &descriptor, nullptr));
+  BOOL present = FALSE;
+  BOOL defaulted = FALSE;
+  PACL dacl = nullptr;
+  ::GetSecurityDescriptorDacl(descriptor, &present, &dacl, &defaulted);
+  std::wstring name = path.wstring();
+  EXPECT_EQ(::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT,
+                                    DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION,
+                                    nullptr, nullptr, dacl, nullptr),
+            static_cast<DWORD>(ERROR_SUCCESS));
+  ::LocalFree(descriptor);
 }
 
 TEST(ReplacementTargetTest, ReplacesAnExistingFile) {
@@ -115,6 +152,37 @@ TEST(ReplacementTargetTest, AFileThatAppearsWhereNoneWasIsNotReplaced) {
   writeText(path, "appeared");
   EXPECT_THROW(target.replace(temporary, std::nullopt), std::runtime_error);
   EXPECT_EQ(readText(path), "appeared");
+}
+
+TEST(ReplacementTargetTest, ANewFileIsPrivate) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path path = directory.path() / "passwords.json";
+  const ReplacementTarget target(path);
+  target.replace(writeTemporary(target, std::nullopt, "new"), std::nullopt);
+  const std::wstring dacl = daclOf(path);
+  // Protected from the folder's rules; SYSTEM and the Administrators only,
+  // and the account running the test.
+  EXPECT_EQ(dacl.rfind(L"D:P", 0), 0u);
+  EXPECT_NE(dacl.find(L"(A;;FA;;;SY)"), std::wstring::npos);
+  EXPECT_NE(dacl.find(L"(A;;FA;;;BA)"), std::wstring::npos);
+  EXPECT_EQ(dacl.find(L";;;WD)"), std::wstring::npos) << "everyone may read it";
+  EXPECT_EQ(dacl.find(L";;;BU)"), std::wstring::npos) << "every user may read it";
+}
+
+TEST(ReplacementTargetTest, TheReplacementKeepsTheAccessRules) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path path = directory.path() / "passwords.json";
+  writeText(path, "old");
+  const wchar_t* rules = L"D:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FR;;;AU)";
+  setDacl(path, rules);
+  const std::wstring before = daclOf(path);
+  ASSERT_FALSE(before.empty());
+  const ReplacementTarget target(path);
+  const auto replaced = readAt(target);
+  ASSERT_TRUE(replaced);
+  target.replace(writeTemporary(target, replaced, "new"), replaced);
+  EXPECT_EQ(readText(path), "new");
+  EXPECT_EQ(daclOf(path), before);
 }
 
 }  // namespace
