@@ -37,7 +37,7 @@ constexpr int terminatingSignals[] = {
 #ifdef SIGSTKFLT
     SIGSTKFLT,
 #endif
-#ifdef SIGPWR
+#if defined(SIGPWR) && defined(__linux__)  // elsewhere it may be ignored by default
     SIGPWR,
 #endif
 };
@@ -47,6 +47,7 @@ constexpr int terminatingSignals[] = {
 // tests are sig_atomic_t.
 struct ReaderState {
   termios savedMode{};
+  termios editMode{};  // raw mode, to go back to after a handler that returns
   volatile std::sig_atomic_t rawMode = 0;
   bool exitHandlerRegistered = false;
   std::array<struct sigaction, NSIG> previousActions{};
@@ -64,19 +65,37 @@ void restoreTerminal(int when) {
 
 void restoreAtExit() { restoreTerminal(TCSADRAIN); }
 
-// Restores the terminal, puts back the action that was in place before raw
-// mode and raises the signal again; it is delivered with that action (by
-// default: the process ends) as soon as this handler returns. A fault
-// (SIGSEGV and the like) recurs at the same instruction and then meets that
-// action. Only async-signal-safe calls.
-void onTerminatingSignal(int signal) {
+// Restores the terminal before the action that was in place before raw mode
+// runs. The default action is put back and the signal raised again; it is
+// delivered as soon as this handler returns and ends the process (a fault
+// such as SIGSEGV recurs at the same instruction and meets it). A handler of
+// the program's own (a sanitizer's, say) is called with the terminal
+// restored; should it return, the edit goes on and raw mode is put back.
+// Only async-signal-safe calls.
+void onTerminatingSignal(int signal, siginfo_t* info, void* context) {
   const int savedErrno = errno;
+  const bool wasRaw = state.rawMode != 0;
   restoreTerminal(TCSANOW);
-  if (signal > 0 && signal < NSIG && state.handlerInstalled[signal] != 0) {
-    sigaction(signal, &state.previousActions[signal], nullptr);
-    state.handlerInstalled[signal] = 0;
+  if (signal <= 0 || signal >= NSIG || state.handlerInstalled[signal] == 0) {
+    errno = savedErrno;
+    return;
   }
-  raise(signal);
+  const struct sigaction& previous = state.previousActions[signal];
+  if ((previous.sa_flags & SA_SIGINFO) != 0) {
+    previous.sa_sigaction(signal, info, context);
+  } else if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
+    previous.sa_handler(signal);
+  } else {
+    sigaction(signal, &previous, nullptr);
+    state.handlerInstalled[signal] = 0;
+    raise(signal);
+    errno = savedErrno;
+    return;
+  }
+  if (wasRaw) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &state.editMode);
+    state.rawMode = 1;
+  }
   errno = savedErrno;
 }
 
@@ -87,9 +106,9 @@ bool isIgnored(const struct sigaction& action) {
 void installSignalHandler(int signal) {
   if (signal <= 0 || signal >= NSIG) return;
   struct sigaction action {};
-  action.sa_handler = onTerminatingSignal;
+  action.sa_sigaction = onTerminatingSignal;
   sigfillset(&action.sa_mask);
-  action.sa_flags = SA_RESTART;
+  action.sa_flags = SA_RESTART | SA_SIGINFO;
   struct sigaction& previous = state.previousActions[signal];
   if (sigaction(signal, nullptr, &previous) != 0) return;
   if (isIgnored(previous)) return;  // an ignored signal can't end us: it stays ignored
@@ -117,15 +136,16 @@ void removeSignalHandlers() {
 class RawMode {
  public:
   RawMode() {
-    installSignalHandlers();
-    state.rawMode = 1;
-    termios raw = state.savedMode;
+    termios& raw = state.editMode;
+    raw = state.savedMode;
     raw.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ICRNL | INPCK | ISTRIP | IXON);
     raw.c_oflag &= ~static_cast<tcflag_t>(OPOST);
     raw.c_cflag |= CS8;
     raw.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | IEXTEN | ISIG);
     raw.c_cc[VMIN] = 1;
     raw.c_cc[VTIME] = 0;
+    installSignalHandlers();
+    state.rawMode = 1;
     tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
   }
   RawMode(const RawMode&) = delete;
