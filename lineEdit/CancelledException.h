@@ -1,6 +1,7 @@
 // Thrown when the user cancels console input (Ctrl+C, Escape, or the end of
-// input on an empty line), and by callers that treat a declined confirmation
-// the same way. Callers end the program quietly on it.
+// input on an empty line) or the console's input ends (a terminal that hung
+// up), and by callers that treat a declined confirmation the same way.
+// Callers end the program quietly on it.
 //
 // Thread safety: an ordinary exception value.
 #pragma once

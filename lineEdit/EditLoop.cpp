@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 
 #include "lineEdit/CharacterWidth.h"
@@ -34,7 +33,7 @@ EditLoop::EditLoop(EditTerminal& terminal, const EditSettings& settings,
                    History& history)
     : terminal_(terminal), settings_(settings), history_(history) {}
 
-int EditLoop::run(std::span<char> buffer, std::string_view prompt) {
+LineResult EditLoop::run(std::span<char> buffer, std::string_view prompt) {
   buffer_ = buffer;
   usable_ = buffer.size() - 1;
   prompt_.assign(prompt);
@@ -43,28 +42,63 @@ int EditLoop::run(std::span<char> buffer, std::string_view prompt) {
   pos_ = len_ = 0;
   buffer_[0] = '\0';
   previousCursorColumn_ = maxRows_ = historyIndex_ = 0;
+  sawNotUtf8_ = writeFailed_ = false;
+  writeError_.clear();
 
   history_.add("");
-  if (!terminal_.write(prompt_)) return -1;
+  write(prompt_);
+  if (writeFailed_) return endWithout(LineEnd::writeFailed, writeError_);
 
   for (;;) {
     KeyCode key = 0;
-    if (!terminal_.readKey(key)) return static_cast<int>(len_);
+    if (const ReadResult read = terminal_.readKey(key); read != ReadResult::read) {
+      return endAfterRead(read);
+    }
     if (utils::string::isHighSurrogate(key)) {
       KeyCode low = 0;
-      if (!terminal_.readKey(low)) return static_cast<int>(len_);
+      if (const ReadResult read = terminal_.readKey(low); read != ReadResult::read) {
+        return endAfterRead(read);
+      }
       key = utils::string::combineSurrogates(key, low);
     } else if (utils::string::isSurrogate(key)) {
       key = utils::string::replacementCharacter;  // a low surrogate without its high half
     }
-    switch (handleKey(key)) {
+    const Step step = handleKey(key);
+    if (writeFailed_) return endWithout(LineEnd::writeFailed, writeError_);
+    switch (step) {
       case Step::proceed:
         break;
       case Step::accept:
-        return static_cast<int>(len_);
-      case Step::fail:
-        return -1;
+        if (sawNotUtf8_) return endWithout(LineEnd::notUtf8);
+        return LineResult{LineEnd::accepted, len_, {}};
+      case Step::cancel:
+        return endWithout(LineEnd::cancelled);
     }
+  }
+}
+
+// Every end but an accepted line wipes what was typed: the caller gets no
+// text, and none stays behind in its buffer.
+LineResult EditLoop::endWithout(LineEnd end, std::error_code error) {
+  utils::core::secureZero(buffer_.data(), len_);
+  pos_ = len_ = 0;
+  return LineResult{end, 0, error};
+}
+
+LineResult EditLoop::endAfterRead(ReadResult read) {
+  if (read == ReadResult::failed) {
+    return endWithout(LineEnd::readFailed, terminal_.lastError());
+  }
+  return endWithout(LineEnd::inputEnded);
+}
+
+// The first failed write ends the edit once the current key is handled;
+// nothing more is written to a console that has failed.
+void EditLoop::write(std::string_view bytes) {
+  if (writeFailed_) return;
+  if (!terminal_.write(bytes)) {
+    writeFailed_ = true;
+    writeError_ = terminal_.lastError();
   }
 }
 
@@ -81,12 +115,11 @@ EditLoop::Step EditLoop::handleKey(KeyCode key) {
       if (settings_.multiLine && pos_ != len_) moveTo(len_);
       return Step::accept;
     case keys::cancel:
-      errno = EAGAIN;
-      return Step::fail;
+      return Step::cancel;
     case keys::deleteOrEnd:
       if (len_ == 0) {
         history_.removeNewest();
-        return Step::fail;
+        return Step::cancel;
       }
       deleteUnderCursor();
       return Step::proceed;
@@ -130,6 +163,11 @@ EditLoop::Step EditLoop::handleKey(KeyCode key) {
     case keys::down:
       historyStep(false);
       return Step::proceed;
+    case keys::notUtf8:
+      // Nothing is inserted or echoed, so the screen does not show where the
+      // bytes came; the line is refused when it is entered.
+      sawNotUtf8_ = true;
+      return Step::proceed;
     default:
       return insert(key);
   }
@@ -158,7 +196,8 @@ EditLoop::Step EditLoop::insert(char32_t codePoint) {
             : std::string(bytes.data(), count);
     const WipeOnExit wipe(echo);
     utils::core::secureZero(std::span<char>(bytes));
-    return terminal_.write(echo) ? Step::proceed : Step::fail;
+    write(echo);
+    return Step::proceed;
   }
   utils::core::secureZero(std::span<char>(bytes));
   refresh();
@@ -215,7 +254,7 @@ void EditLoop::transpose() {
 }
 
 void EditLoop::clearScreen() {
-  terminal_.write(clearScreenSequence);
+  write(clearScreenSequence);
   refresh();
 }
 
@@ -304,7 +343,7 @@ void EditLoop::refreshSingleLine() {
   out += utils::core::format(
       "\r\x1b[{}C",
       columnWidth(visible.substr(0, visiblePos)) + promptColumns_);
-  terminal_.write(out);  // a failed refresh shows up at the next one
+  write(out);
 }
 
 // Rows are counted from the prompt's row; the cursor's row before this
@@ -347,7 +386,7 @@ void EditLoop::refreshMultiLine() {
   out += column != 0 ? utils::core::format("\r\x1b[{}C", column)
                      : std::string("\r");
   previousCursorColumn_ = cursorColumn;
-  terminal_.write(out);
+  write(out);
 }
 
 void EditLoop::appendEcho(std::string& out, std::string_view visible) const {

@@ -8,6 +8,11 @@
 // screen never shows half an update. With masked echo the output holds only
 // the prompt, mask characters and control sequences, never the typed text.
 //
+// A line is only ever returned on Enter. A console that ends, fails or
+// cannot be written to ends the edit without a line, so that a caller
+// never takes what was typed so far for an entry, nor prompts again on a
+// console that has gone.
+//
 // Thread safety: an EditLoop is used by one thread; it reads and writes the
 // History it is given without locking.
 #pragma once
@@ -20,6 +25,7 @@
 #include "lineEdit/EditSettings.h"
 #include "lineEdit/EditTerminal.h"
 #include "lineEdit/History.h"
+#include "lineEdit/LineResult.h"
 
 namespace korvane::lineEdit {
 
@@ -33,18 +39,26 @@ class EditLoop {
   EditLoop(const EditLoop&) = delete;
   EditLoop& operator=(const EditLoop&) = delete;
 
-  // Writes the prompt and edits until Enter, cancel or end of input. The line
-  // is left in buffer, NUL-terminated, at most buffer.size() - 1 bytes.
-  // Returns the line's length, or -1: with errno EAGAIN after Ctrl+C or
-  // Escape; with errno untouched after Ctrl+D on an empty line; with the
-  // write's errno when the prompt or a directly echoed key could not be
-  // written. When no key can be read any more, the line as it stands is
-  // returned as if Enter had been pressed.
+  // Writes the prompt and edits until the line ends. On Enter the result is
+  // accepted and the line is left in buffer, NUL-terminated, at most
+  // buffer.size() - 1 bytes, its length in the result. Otherwise the text
+  // typed is wiped from buffer and the result tells why the line ended:
+  //   cancelled    Ctrl+C or Escape, or Ctrl+D / Delete on an empty line;
+  //   inputEnded   no key can be read any more (end of input);
+  //   readFailed   reading a key failed, with the terminal's error;
+  //   writeFailed  the prompt or any echo or refresh could not be written,
+  //                with the terminal's error;
+  //   notUtf8      Enter, after the terminal sent bytes that are not UTF-8
+  //                (keys::notUtf8) at any time during the line.
   // REQUIRES: !buffer.empty(), buffer.size() <= bufferSize
-  int run(std::span<char> buffer, std::string_view prompt);
+  LineResult run(std::span<char> buffer, std::string_view prompt);
 
  private:
-  enum class Step { proceed, accept, fail };
+  enum class Step { proceed, accept, cancel };
+
+  LineResult endWithout(LineEnd end, std::error_code error = {});
+  LineResult endAfterRead(ReadResult read);
+  void write(std::string_view bytes);
 
   std::string_view text() const { return {buffer_.data(), len_}; }
 
@@ -81,6 +95,9 @@ class EditLoop {
   std::size_t previousCursorColumn_ = 0;  // multi-line refresh only
   std::size_t maxRows_ = 0;               // multi-line refresh only
   std::size_t historyIndex_ = 0;          // 0: the line being edited
+  bool sawNotUtf8_ = false;               // the line is refused on Enter
+  bool writeFailed_ = false;
+  std::error_code writeError_;
 };
 
 }  // namespace korvane::lineEdit

@@ -14,21 +14,29 @@
 #pragma once
 
 #include <string_view>
+#include <system_error>
 
 #include "lineEdit/KeyCode.h"
 
 namespace korvane::lineEdit {
 
+// What one read from the console's input gave: something read, the end of
+// the input (a terminal that hung up reads as ended), or a failure.
+enum class ReadResult { read, ended, failed };
+
 class EditTerminal {
  public:
   virtual ~EditTerminal() = default;
 
-  // Reads the next key code. Returns false when reading failed or no key
-  // could be read (end of input).
-  virtual bool readKey(KeyCode& key) = 0;
+  // Reads the next key code. After ReadResult::failed, lastError() tells why.
+  virtual ReadResult readKey(KeyCode& key) = 0;
 
-  // Writes every byte to the console output. Returns false on failure.
+  // Writes every byte to the console output. Returns false on failure;
+  // lastError() then tells why.
   virtual bool write(std::string_view bytes) = 0;
+
+  // Why the latest failed read or write failed.
+  virtual std::error_code lastError() const = 0;
 
   // The width of the screen in columns, 80 when the console cannot tell.
   virtual int columns() = 0;

@@ -41,6 +41,11 @@ inline constexpr KeyCode backspace127 = 127;  // the Backspace of most terminals
 // nothing on an empty line (the Windows console's ESC [ 3 ~).
 inline constexpr KeyCode deleteCharacter = 0x110000;
 
+// Stands for bytes from the terminal that are not well-formed UTF-8. No
+// character can be made of them, and skipping them would store another line
+// than the one typed, so a line during which they came is refused.
+inline constexpr KeyCode notUtf8 = 0x110001;
+
 // The key that ESC [ <final> without parameters stands for on both
 // platforms (the cursor keys, Home and End), 0 for none.
 constexpr KeyCode forControlSequenceFinal(char final) noexcept {

@@ -1,12 +1,13 @@
 #include "lineEdit/LineEditor.h"
 
-#include <cerrno>
 #include <mutex>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "lineEdit/CancelledException.h"
 #include "lineEdit/EditSettings.h"
+#include "lineEdit/LineResult.h"
 #include "lineEdit/RawLineReader.h"
 #include "utils/core/SecureZero.h"
 
@@ -26,6 +27,35 @@ struct SharedState {
 SharedState& sharedState() {
   static SharedState state;
   return state;
+}
+
+// A failure always names a reason, even when the console gave none.
+std::error_code orInputOutputError(std::error_code error) {
+  return error ? error : std::make_error_code(std::errc::io_error);
+}
+
+// The exception for a read that gave no line.
+[[noreturn]] void throwFor(const LineResult& result) {
+  switch (result.end) {
+    case LineEnd::noConsole:
+      throw std::runtime_error(
+          "cannot prompt for input: standard input is a character device without a usable console");
+    case LineEnd::notUtf8:
+      // A password typed in another encoding would be stored as bytes that
+      // no UTF-8 login form ever sends.
+      throw std::runtime_error(LineEditor::notUtf8Message);
+    case LineEnd::readFailed:
+      throw std::system_error(orInputOutputError(result.error), "cannot read from the console");
+    case LineEnd::writeFailed:
+      throw std::system_error(orInputOutputError(result.error), "cannot write to the console");
+    case LineEnd::accepted:
+    case LineEnd::cancelled:
+    case LineEnd::inputEnded:
+      break;
+  }
+  // Cancelled, or nothing more can be typed: either way the caller stops
+  // quietly, as on Ctrl+D, instead of taking an empty line and asking again.
+  throw CancelledException();
 }
 
 }  // namespace
@@ -78,16 +108,10 @@ std::string LineEditor::readLine() {
 
   SharedState& shared = sharedState();
   std::string line;
-  if (RawLineReader::read(prompt_, shared.settings, shared.history, line)) {
-    const int error = errno;
-    utils::core::secureZero(line.data(), line.size());
-    if (error == ENOTTY) {
-      throw std::runtime_error(
-          "cannot prompt for input: standard input is a character device without a usable console");
-    }
-    throw CancelledException();
-  }
-  return line;
+  const LineResult result = RawLineReader::read(prompt_, shared.settings, shared.history, line);
+  if (result.end == LineEnd::accepted) return line;
+  utils::core::secureZero(line.data(), line.size());
+  throwFor(result);
 }
 
 }  // namespace korvane::lineEdit

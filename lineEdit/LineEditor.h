@@ -25,12 +25,25 @@ class LineEditor {
   ~LineEditor();
 
   // Shows the prompt, lets the user edit a line and returns it as typed
-  // (UTF-8, no line terminator). Enter on an empty line returns "".
-  // Throws CancelledException when the user presses Ctrl+C or Escape, or
-  // ends input on an empty line; std::runtime_error when standard input is
-  // a console but no console output can be had to prompt on;
-  // std::system_error when the editor mutex cannot be locked.
+  // (UTF-8, no line terminator) once Enter is pressed. Enter on an empty
+  // line returns "". Otherwise no line is returned, and what was typed is
+  // wiped. Throws:
+  //   CancelledException  the user pressed Ctrl+C or Escape, or ended input
+  //                       on an empty line, or the input has ended (also a
+  //                       terminal that hung up; redirected input at its
+  //                       end before any byte of a line);
+  //   std::system_error   the console could not be read or written (the
+  //                       system's reason in code()), or the editor mutex
+  //                       cannot be locked;
+  //   std::runtime_error  the terminal sent bytes that are not UTF-8 during
+  //                       the line (notUtf8Message), or standard input is a
+  //                       console but no console output can be had to prompt
+  //                       on.
   std::string readLine();
+
+  static constexpr const char* notUtf8Message =
+      "the terminal sent bytes that are not UTF-8; set the terminal to UTF-8, or give the "
+      "password on redirected input";
 
  private:
   void loadSharedState();

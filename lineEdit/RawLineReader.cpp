@@ -1,13 +1,14 @@
 #include "lineEdit/RawLineReader.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <system_error>
 
 #include "lineEdit/EditBuffer.h"
 #include "lineEdit/EditLoop.h"
 #include "lineEdit/RawTerminal.h"
+#include "utils/core/SecureZero.h"
 
 namespace korvane::lineEdit {
 
@@ -16,48 +17,51 @@ namespace {
 // A plain line read stops here; the rest stays for the next read.
 constexpr std::size_t maxPlainLineLength = EditLoop::bufferSize;
 
+void wipe(std::string& line) {
+  utils::core::secureZero(line.data(), line.size());
+  line.clear();
+}
+
 // Byte by byte, so that nothing after the line is taken from the input.
-void readPlainLine(std::string& line) {
+LineResult readPlainLine(std::string& line) {
   line.reserve(maxPlainLineLength);  // no reallocation leaves copies behind
-  char byte = 0;
-  while (line.size() < maxPlainLineLength && RawTerminal::readInputByte(byte) && byte != '\n') {
+  while (line.size() < maxPlainLineLength) {
+    char byte = 0;
+    std::error_code error;
+    const ReadResult result = RawTerminal::readInputByte(byte, error);
+    if (result == ReadResult::failed) {
+      wipe(line);
+      return LineResult{LineEnd::readFailed, 0, error};
+    }
+    if (result == ReadResult::ended) {
+      if (line.empty()) return LineResult{LineEnd::inputEnded, 0, {}};
+      break;  // the last line has no "\n"
+    }
+    if (byte == '\n') break;
     line.push_back(byte);
   }
+  return LineResult{LineEnd::accepted, line.size(), {}};
 }
 
 }  // namespace
 
-bool RawLineReader::read(std::string_view prompt, const EditSettings& settings, History& history,
-                         std::string& line) {
+LineResult RawLineReader::read(std::string_view prompt, const EditSettings& settings,
+                               History& history, std::string& line) {
   line.clear();
-  if (!RawTerminal::inputIsConsole()) {
-    readPlainLine(line);
-    return false;
-  }
+  if (!RawTerminal::inputIsConsole()) return readPlainLine(line);
   // Text the program printed before must appear before the prompt, which
   // goes straight to the console.
   std::cout.flush();
   std::fflush(stdout);
   const std::unique_ptr<RawTerminal> terminal = RawTerminal::open();
-  if (!terminal) {
-    errno = ENOTTY;
-    return true;
-  }
+  if (!terminal) return LineResult{LineEnd::noConsole, 0, {}};
 
   EditBuffer buffer;
-  errno = 0;
   EditLoop loop(*terminal, settings, history);
-  const int result = loop.run(buffer.span(), prompt);
-  const int loopErrno = errno;
+  const LineResult result = loop.run(buffer.span(), prompt);
   terminal->finish();
-  if (result == -1) {
-    // ENOTTY means "no console" to the caller, never "cancelled".
-    errno = loopErrno == ENOTTY ? EIO : loopErrno;
-    return true;
-  }
-  line.assign(buffer.span().data(), static_cast<std::size_t>(result));
-  errno = loopErrno;
-  return false;
+  if (result.end == LineEnd::accepted) line.assign(buffer.span().data(), result.length);
+  return result;
 }
 
 }  // namespace korvane::lineEdit

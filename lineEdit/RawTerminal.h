@@ -11,6 +11,7 @@
 #pragma once
 
 #include <memory>
+#include <system_error>
 
 #include "lineEdit/EditTerminal.h"
 
@@ -21,9 +22,9 @@ class RawTerminal : public EditTerminal {
   // Whether standard input is a console (a terminal).
   static bool inputIsConsole();
 
-  // Reads one byte of standard input with a plain read. Returns false at
-  // the end of input or on failure.
-  static bool readInputByte(char& byte);
+  // Reads one byte of standard input with a plain read. On failure, error
+  // tells why.
+  static ReadResult readInputByte(char& byte, std::error_code& error);
 
   // Takes the console for one edit: the output is standard output when that
   // is a console, otherwise the console's own output; the input mode is

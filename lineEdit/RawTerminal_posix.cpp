@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 #include "lineEdit/TerminalKeyDecoder.h"
 
@@ -21,16 +22,36 @@ namespace korvane::lineEdit {
 
 namespace {
 
-constexpr std::array<int, 3> terminatingSignals = {SIGTERM, SIGHUP, SIGQUIT};
+// The signals whose default action ends the process (with or without a core
+// dump). Raw mode is process state that outlives the process on its
+// terminal, so each of them, when it would end the process, restores the
+// terminal first. The real-time signals, which end it too, are added where
+// the system has them.
+constexpr int terminatingSignals[] = {
+    SIGHUP,  SIGINT,  SIGQUIT, SIGILL,    SIGTRAP, SIGABRT, SIGBUS,  SIGFPE,
+    SIGUSR1, SIGSEGV, SIGUSR2, SIGPIPE,   SIGALRM, SIGTERM, SIGXCPU, SIGXFSZ,
+    SIGSYS,  SIGPROF, SIGVTALRM,
+#ifdef SIGPOLL
+    SIGPOLL,
+#endif
+#ifdef SIGSTKFLT
+    SIGSTKFLT,
+#endif
+#if defined(SIGPWR) && defined(__linux__)  // elsewhere it may be ignored by default
+    SIGPWR,
+#endif
+};
 
 // Process-wide reader state. The signal handler reads it, so it is plain
-// data with static storage and the raw-mode flag is a sig_atomic_t.
+// data with static storage, indexed by signal number, and the flags it
+// tests are sig_atomic_t.
 struct ReaderState {
   termios savedMode{};
+  termios editMode{};  // raw mode, to go back to after a handler that returns
   volatile std::sig_atomic_t rawMode = 0;
   bool exitHandlerRegistered = false;
-  std::array<struct sigaction, terminatingSignals.size()> previousActions{};
-  std::array<bool, terminatingSignals.size()> handlerInstalled{};
+  std::array<struct sigaction, NSIG> previousActions{};
+  std::array<volatile std::sig_atomic_t, NSIG> handlerInstalled{};
 };
 
 ReaderState state;
@@ -44,41 +65,68 @@ void restoreTerminal(int when) {
 
 void restoreAtExit() { restoreTerminal(TCSADRAIN); }
 
-// Restores the terminal, puts back the action that was in place before raw
-// mode and raises the signal again; it is delivered with that action (by
-// default: the process ends) as soon as this handler returns.
-void onTerminatingSignal(int signal) {
+// Restores the terminal before the action that was in place before raw mode
+// runs. The default action is put back and the signal raised again; it is
+// delivered as soon as this handler returns and ends the process (a fault
+// such as SIGSEGV recurs at the same instruction and meets it). A handler of
+// the program's own (a sanitizer's, say) is called with the terminal
+// restored; should it return, the edit goes on and raw mode is put back.
+// Only async-signal-safe calls.
+void onTerminatingSignal(int signal, siginfo_t* info, void* context) {
   const int savedErrno = errno;
+  const bool wasRaw = state.rawMode != 0;
   restoreTerminal(TCSANOW);
-  for (std::size_t i = 0; i < terminatingSignals.size(); ++i) {
-    if (terminatingSignals[i] == signal && state.handlerInstalled[i]) {
-      sigaction(signal, &state.previousActions[i], nullptr);
-      state.handlerInstalled[i] = false;
-    }
+  if (signal <= 0 || signal >= NSIG || state.handlerInstalled[signal] == 0) {
+    errno = savedErrno;
+    return;
   }
-  raise(signal);
+  const struct sigaction& previous = state.previousActions[signal];
+  if ((previous.sa_flags & SA_SIGINFO) != 0) {
+    previous.sa_sigaction(signal, info, context);
+  } else if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
+    previous.sa_handler(signal);
+  } else {
+    sigaction(signal, &previous, nullptr);
+    state.handlerInstalled[signal] = 0;
+    raise(signal);
+    errno = savedErrno;
+    return;
+  }
+  if (wasRaw) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &state.editMode);
+    state.rawMode = 1;
+  }
   errno = savedErrno;
 }
 
-void installSignalHandlers() {
+bool isIgnored(const struct sigaction& action) {
+  return (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_IGN;
+}
+
+void installSignalHandler(int signal) {
+  if (signal <= 0 || signal >= NSIG) return;
   struct sigaction action {};
-  action.sa_handler = onTerminatingSignal;
+  action.sa_sigaction = onTerminatingSignal;
   sigfillset(&action.sa_mask);
-  action.sa_flags = SA_RESTART;
-  for (std::size_t i = 0; i < terminatingSignals.size(); ++i) {
-    struct sigaction& previous = state.previousActions[i];
-    if (sigaction(terminatingSignals[i], nullptr, &previous) != 0) continue;
-    if (previous.sa_handler == SIG_IGN) continue;  // the signal can't end us
-    state.handlerInstalled[i] =
-        sigaction(terminatingSignals[i], &action, nullptr) == 0;
-  }
+  action.sa_flags = SA_RESTART | SA_SIGINFO;
+  struct sigaction& previous = state.previousActions[signal];
+  if (sigaction(signal, nullptr, &previous) != 0) return;
+  if (isIgnored(previous)) return;  // an ignored signal can't end us: it stays ignored
+  state.handlerInstalled[signal] = sigaction(signal, &action, nullptr) == 0 ? 1 : 0;
+}
+
+void installSignalHandlers() {
+  for (const int signal : terminatingSignals) installSignalHandler(signal);
+#if defined(SIGRTMIN) && defined(SIGRTMAX)
+  for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) installSignalHandler(signal);
+#endif
 }
 
 void removeSignalHandlers() {
-  for (std::size_t i = 0; i < terminatingSignals.size(); ++i) {
-    if (state.handlerInstalled[i]) {
-      sigaction(terminatingSignals[i], &state.previousActions[i], nullptr);
-      state.handlerInstalled[i] = false;
+  for (int signal = 1; signal < NSIG; ++signal) {
+    if (state.handlerInstalled[signal] != 0) {
+      sigaction(signal, &state.previousActions[signal], nullptr);
+      state.handlerInstalled[signal] = 0;
     }
   }
 }
@@ -88,15 +136,16 @@ void removeSignalHandlers() {
 class RawMode {
  public:
   RawMode() {
-    installSignalHandlers();
-    state.rawMode = 1;
-    termios raw = state.savedMode;
+    termios& raw = state.editMode;
+    raw = state.savedMode;
     raw.c_iflag &= ~static_cast<tcflag_t>(BRKINT | ICRNL | INPCK | ISTRIP | IXON);
     raw.c_oflag &= ~static_cast<tcflag_t>(OPOST);
     raw.c_cflag |= CS8;
     raw.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | IEXTEN | ISIG);
     raw.c_cc[VMIN] = 1;
     raw.c_cc[VTIME] = 0;
+    installSignalHandlers();
+    state.rawMode = 1;
     tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
   }
   RawMode(const RawMode&) = delete;
@@ -107,6 +156,8 @@ class RawMode {
   }
 };
 
+// Reads standard input byte by byte. poll() bounds the wait inside a key's
+// bytes; a failure of either call is kept for the terminal to report.
 class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
  public:
   Result read(unsigned char& byte, int timeoutMilliseconds) override {
@@ -116,14 +167,25 @@ class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
       if (ready == 0) return Result::timeout;
       if (ready < 0) {
         if (errno == EINTR) continue;
-        return Result::end;
+        return fail();
       }
       const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
       if (count == 1) return Result::byte;
-      if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-      return Result::end;
+      if (count == 0) return Result::end;  // also a terminal that hung up
+      if (errno == EINTR || errno == EAGAIN) continue;
+      return fail();
     }
   }
+
+  int error() const { return error_; }
+
+ private:
+  Result fail() {
+    error_ = errno;
+    return Result::failed;
+  }
+
+  int error_ = 0;
 };
 
 // Keys come from standard input; the prompt and the echo go to standard
@@ -136,19 +198,26 @@ class PosixTerminal final : public RawTerminal {
     rawMode_.emplace();
   }
 
-  bool readKey(KeyCode& key) override { return decoder_.readKey(key); }
+  ReadResult readKey(KeyCode& key) override {
+    const ReadResult result = decoder_.readKey(key);
+    if (result == ReadResult::failed) error_.assign(source_.error(), std::generic_category());
+    return result;
+  }
 
   bool write(std::string_view bytes) override {
     while (!bytes.empty()) {
       const ssize_t count = ::write(outputFd_, bytes.data(), bytes.size());
       if (count < 0) {
         if (errno == EINTR) continue;
+        error_.assign(errno, std::generic_category());
         return false;
       }
       bytes.remove_prefix(static_cast<std::size_t>(count));
     }
     return true;
   }
+
+  std::error_code lastError() const override { return error_; }
 
   int columns() override {
     winsize size{};
@@ -172,6 +241,7 @@ class PosixTerminal final : public RawTerminal {
   int outputFd_;
   TerminalByteSource source_;
   TerminalKeyDecoder decoder_;
+  std::error_code error_;
   std::optional<RawMode> rawMode_;
 };
 
@@ -179,12 +249,14 @@ class PosixTerminal final : public RawTerminal {
 
 bool RawTerminal::inputIsConsole() { return isatty(STDIN_FILENO) != 0; }
 
-bool RawTerminal::readInputByte(char& byte) {
+ReadResult RawTerminal::readInputByte(char& byte, std::error_code& error) {
   for (;;) {
     const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
-    if (count == 1) return true;
-    if (count < 0 && errno == EINTR) continue;
-    return false;
+    if (count == 1) return ReadResult::read;
+    if (count == 0) return ReadResult::ended;
+    if (errno == EINTR) continue;
+    error.assign(errno, std::generic_category());
+    return ReadResult::failed;
   }
 }
 

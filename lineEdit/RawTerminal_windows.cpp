@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <system_error>
 
 #include "lineEdit/ConsoleKeyCode.h"
 #include "lineEdit/ConsoleWriter.h"
@@ -38,6 +39,10 @@ void restoreInputMode() {
 
 void restoreAtExit() {
   if (state.rawMode) restoreInputMode();
+}
+
+std::error_code lastSystemError() {
+  return std::error_code(static_cast<int>(GetLastError()), std::system_category());
 }
 
 bool isValid(HANDLE handle) { return handle != INVALID_HANDLE_VALUE && handle != nullptr; }
@@ -113,13 +118,17 @@ class ConsoleTerminal final : public RawTerminal {
     rawMode_.emplace(inputMode);
   }
 
-  bool readKey(KeyCode& key) override {
+  // A failing console input is an error and an empty read its end: either
+  // ends the edit, so that a console that has gone is never read in a loop.
+  ReadResult readKey(KeyCode& key) override {
     for (;;) {
       INPUT_RECORD record{};
       DWORD count = 0;
-      if (!ReadConsoleInputW(state.input, &record, 1, &count) || count == 0) {
-        return false;
+      if (!ReadConsoleInputW(state.input, &record, 1, &count)) {
+        error_ = lastSystemError();
+        return ReadResult::failed;
       }
+      if (count == 0) return ReadResult::ended;
       if (record.EventType != KEY_EVENT) continue;
       const KEY_EVENT_RECORD& native = record.Event.KeyEvent;
       KeyEvent event;
@@ -129,9 +138,9 @@ class ConsoleTerminal final : public RawTerminal {
       event.virtualScanCode = native.wVirtualScanCode;
       event.character = static_cast<char16_t>(native.uChar.UnicodeChar);
       event.controlKeyState = native.dwControlKeyState;
-      if (const std::optional<KeyCode> code = consoleKeyCode(event, readInputByte)) {
+      if (const std::optional<KeyCode> code = consoleKeyCode(event, readSequenceByte)) {
         key = *code;
-        return true;
+        return ReadResult::read;
       }
     }
   }
@@ -140,11 +149,15 @@ class ConsoleTerminal final : public RawTerminal {
   bool write(std::string_view bytes) override {
     std::size_t consumed = 0;
     if (!consoleWriter().write(output_, bytes, consumed)) {
-      errno = static_cast<int>(GetLastError());
+      error_ = lastSystemError();
       return false;
     }
-    return bytes.empty() || consumed > 0;
+    if (bytes.empty() || consumed > 0) return true;
+    error_ = std::make_error_code(std::errc::io_error);
+    return false;
   }
+
+  std::error_code lastError() const override { return error_; }
 
   int columns() override {
     CONSOLE_SCREEN_BUFFER_INFO info{};
@@ -163,7 +176,15 @@ class ConsoleTerminal final : public RawTerminal {
   }
 
  private:
+  // The bytes of an escape sequence typed as characters; a failed read
+  // ends the sequence.
+  static bool readSequenceByte(char& byte) {
+    std::error_code ignored;
+    return readInputByte(byte, ignored) == ReadResult::read;
+  }
+
   Win32Console& output_;
+  std::error_code error_;
   std::optional<RawMode> rawMode_;
 };
 
@@ -171,7 +192,13 @@ class ConsoleTerminal final : public RawTerminal {
 
 bool RawTerminal::inputIsConsole() { return _isatty(_fileno(stdin)) != 0; }
 
-bool RawTerminal::readInputByte(char& byte) { return _read(_fileno(stdin), &byte, 1) == 1; }
+ReadResult RawTerminal::readInputByte(char& byte, std::error_code& error) {
+  const int count = _read(_fileno(stdin), &byte, 1);
+  if (count == 1) return ReadResult::read;
+  if (count == 0) return ReadResult::ended;
+  error.assign(errno, std::generic_category());
+  return ReadResult::failed;
+}
 
 std::unique_ptr<RawTerminal> RawTerminal::open() {
   if (!state.exitHandlerRegistered) {

@@ -40,15 +40,17 @@ TerminalKeyDecoder::~TerminalKeyDecoder() {
   *static_cast<volatile char16_t*>(&pendingLowSurrogate_) = 0;
 }
 
-bool TerminalKeyDecoder::readKey(KeyCode& key) {
+ReadResult TerminalKeyDecoder::readKey(KeyCode& key) {
   if (pendingLowSurrogate_ != 0) {
     key = pendingLowSurrogate_;
     pendingLowSurrogate_ = 0;
-    return true;
+    return ReadResult::read;
   }
   for (;;) {
     unsigned char byte = 0;
-    if (next(byte, -1) != Result::byte) return false;
+    const Result result = next(byte, -1);
+    if (result == Result::failed) return ReadResult::failed;
+    if (result != Result::byte) return ReadResult::ended;
     char32_t code = 0;
     if (byte == escape) {
       code = decodeEscape();
@@ -60,10 +62,14 @@ bool TerminalKeyDecoder::readKey(KeyCode& key) {
       code = decodeUtf8(byte);
     }
     if (code == 0) continue;
+    if (code == keys::notUtf8) {
+      key = code;
+      return ReadResult::read;
+    }
     std::array<char16_t, 2> units{};
     if (utils::string::encodeUtf16(code, units) == 2) pendingLowSurrogate_ = units[1];
     key = units[0];
-    return true;
+    return ReadResult::read;
   }
 }
 
@@ -75,7 +81,10 @@ TerminalKeyDecoder::Result TerminalKeyDecoder::next(unsigned char& byte,
     pushedBack_ = 0;
     return Result::byte;
   }
-  return source_.read(byte, timeoutMilliseconds);
+  if (inputEnd_ != Result::byte) return inputEnd_;
+  const Result result = source_.read(byte, timeoutMilliseconds);
+  if (result == Result::end || result == Result::failed) inputEnd_ = result;
+  return result;
 }
 
 void TerminalKeyDecoder::pushBack(unsigned char byte) {
@@ -85,9 +94,9 @@ void TerminalKeyDecoder::pushBack(unsigned char byte) {
 
 char32_t TerminalKeyDecoder::decodeEscape() {
   unsigned char byte = 0;
-  if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) {
-    return keys::cancel;  // a lone ESC: the Escape key
-  }
+  const Result result = next(byte, sequenceTimeoutMilliseconds);
+  if (result == Result::timeout) return keys::cancel;  // a lone ESC: the Escape key
+  if (result != Result::byte) return 0;  // the input ends; readKey reports it
   if (byte == '[') return decodeControlSequence();
   if (byte == 'O') {
     if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;
@@ -129,7 +138,7 @@ char32_t TerminalKeyDecoder::decodeControlSequence() {
 
 char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
   // A continuation byte or a byte that begins no well-formed sequence.
-  if (!utils::string::isUtf8Lead(lead)) return 0;
+  if (!utils::string::isUtf8Lead(lead)) return keys::notUtf8;
   // The bytes are part of a typed secret: zeroed on every way out.
   struct Sequence {
     std::array<char, 4> bytes{};
@@ -139,16 +148,16 @@ char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
   const std::size_t length = utils::string::utf8SequenceLength(lead);
   for (std::size_t i = 1; i < length; ++i) {
     unsigned char byte = 0;
-    if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;
+    if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return keys::notUtf8;
     if (!utils::string::isUtf8Continuation(byte)) {
       pushBack(byte);  // the start of the next key
-      return 0;
+      return keys::notUtf8;
     }
     sequence.bytes[i] = static_cast<char>(byte);
   }
-  return utils::string::decodeUtf8(std::string_view(sequence.bytes.data(), length),
-                                   utils::string::Utf8Malformed::reject)
-      .codePoint;  // 0 when malformed
+  const utils::string::Utf8Sequence decoded = utils::string::decodeUtf8(
+      std::string_view(sequence.bytes.data(), length), utils::string::Utf8Malformed::reject);
+  return decoded.wellFormed ? decoded.codePoint : keys::notUtf8;
 }
 
 }  // namespace korvane::lineEdit

@@ -9,12 +9,21 @@
 //   - ESC [ 3 ~ is 4 (Delete);
 //   - any other escape sequence is read to its end and ignored;
 //   - UTF-8 becomes code points, handed on as UTF-16 code units (a surrogate
-//     pair above U+FFFF). Invalid or truncated UTF-8 and NUL bytes are
-//     skipped.
+//     pair above U+FFFF). NUL bytes are skipped;
+//   - bytes that are not well-formed UTF-8 are keys::notUtf8, once for each
+//     byte that begins no character (a stray continuation byte, C0, C1,
+//     F5 to FF) and once for each sequence that turns out malformed
+//     (overlong, a surrogate, above U+10FFFF) or is cut short by another
+//     byte, a pause or the end of input.
+//
+// Once the source has reported the end of input or a failure, every later
+// read reports the same, so that a key cut short by it is not followed by
+// more keys.
 //
 // Thread safety: one decoder per input, used by one thread.
 #pragma once
 
+#include "lineEdit/EditTerminal.h"
 #include "lineEdit/KeyCode.h"
 
 namespace korvane::lineEdit {
@@ -24,12 +33,13 @@ class TerminalKeyDecoder {
   // Where the bytes come from.
   class ByteSource {
    public:
-    enum class Result { byte, timeout, end };
+    enum class Result { byte, timeout, end, failed };
 
     virtual ~ByteSource() = default;
 
     // Reads one byte, waiting at most timeoutMilliseconds (without limit when
-    // negative). end means end of input or a read error.
+    // negative). end: the end of input; failed: a read error, which the
+    // source keeps for its owner to report.
     virtual Result read(unsigned char& byte, int timeoutMilliseconds) = 0;
   };
 
@@ -41,9 +51,8 @@ class TerminalKeyDecoder {
   TerminalKeyDecoder& operator=(const TerminalKeyDecoder&) = delete;
   ~TerminalKeyDecoder();
 
-  // Reads the next key code: always a UTF-16 code unit. Returns false at
-  // the end of input.
-  bool readKey(KeyCode& key);
+  // Reads the next key code: a UTF-16 code unit or keys::notUtf8.
+  ReadResult readKey(KeyCode& key);
 
  private:
   using Result = ByteSource::Result;
@@ -59,6 +68,7 @@ class TerminalKeyDecoder {
   bool hasPushedBack_ = false;
   unsigned char pushedBack_ = 0;
   char16_t pendingLowSurrogate_ = 0;
+  Result inputEnd_ = Result::byte;  // end or failed once the source said so
 };
 
 }  // namespace korvane::lineEdit

@@ -5,13 +5,15 @@
 // Input: byte 0 selects the settings (bit 0 multi-line, bit 1 masked, bit 2
 // a filled history, bit 3 a wide prompt), byte 1 the width (1 to 128). The
 // rest is the key stream: a byte below 0xF0 is that key code, 0xFF is the
-// delete-character command, and 0xF0 to 0xFE take the next two bytes as a
-// UTF-16 code unit (low byte first).
+// delete-character command, 0xFE the mark of bytes that are not UTF-8, and
+// 0xF0 to 0xFD take the next two bytes as a UTF-16 code unit (low byte
+// first). The input ends after the last key.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "lineEdit/CharacterWidth.h"
@@ -30,27 +32,34 @@ class FuzzTerminal : public korvane::lineEdit::EditTerminal {
       : data_(data), size_(size), columns_(columns), prompt_(prompt),
         checkWidth_(checkWidth) {}
 
-  bool readKey(korvane::lineEdit::KeyCode& key) override {
-    if (next_ == size_) return false;
+  korvane::lineEdit::ReadResult readKey(korvane::lineEdit::KeyCode& key) override {
+    using korvane::lineEdit::ReadResult;
+    if (next_ == size_) return ReadResult::ended;
     const std::uint8_t byte = data_[next_++];
     if (byte < 0xF0) {
       key = byte;
-      return true;
+      return ReadResult::read;
     }
     if (byte == 0xFF) {
       key = korvane::lineEdit::keys::deleteCharacter;
-      return true;
+      return ReadResult::read;
     }
-    if (size_ - next_ < 2) return false;
+    if (byte == 0xFE) {
+      key = korvane::lineEdit::keys::notUtf8;
+      return ReadResult::read;
+    }
+    if (size_ - next_ < 2) return ReadResult::ended;
     key = static_cast<char16_t>(data_[next_] | (data_[next_ + 1] << 8));
     next_ += 2;
-    return true;
+    return ReadResult::read;
   }
 
   bool write(std::string_view bytes) override {
     if (checkWidth_ && !bytes.empty() && bytes[0] == '\r') checkRefresh(bytes);
     return true;
   }
+
+  std::error_code lastError() const override { return {}; }
 
   int columns() override { return columns_; }
 
@@ -101,9 +110,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                         !settings.multiLine);
   std::vector<char> buffer(korvane::lineEdit::EditLoop::bufferSize);
   korvane::lineEdit::EditLoop loop(terminal, settings, history);
-  const int result = loop.run(buffer, prompt);
-  if (result < -1 || result > static_cast<int>(buffer.size()) - 1) std::abort();
-  if (result >= 0 && buffer[static_cast<std::size_t>(result)] != '\0') std::abort();
+  const korvane::lineEdit::LineResult result = loop.run(buffer, prompt);
+  using korvane::lineEdit::LineEnd;
+  if (result.length > buffer.size() - 1) std::abort();
+  if (result.end == LineEnd::accepted && buffer[result.length] != '\0') std::abort();
+  // Only Enter gives a line; every other end leaves none behind.
+  if (result.end != LineEnd::accepted) {
+    for (const char c : buffer) {
+      if (c != '\0') std::abort();
+    }
+  }
   if (history.size() > korvane::lineEdit::History::historyMaxLength) std::abort();
   return 0;
 }

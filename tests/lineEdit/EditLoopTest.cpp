@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cerrno>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "lineEdit/CharacterWidth.h"
@@ -26,9 +26,11 @@ EditSettings masked() { return {false, true, '*'}; }
 EditSettings plain() { return {false, false, '*'}; }
 
 struct Outcome {
-  int result = 0;
-  int error = 0;
+  int result = 0;  // the line's length when accepted, otherwise -1
+  LineEnd end = LineEnd::accepted;
+  std::error_code error;
   std::string line;
+  std::string buffer;  // the whole buffer afterwards
   std::vector<std::string> writes;
   std::string output;
   std::size_t keysLeft = 0;
@@ -52,14 +54,18 @@ struct Script {
     History& used = history != nullptr ? *history : local;
     std::vector<char> buffer(bufferSize, 'Z');
     EditLoop loop(terminal, settings, used);
-    errno = 0;
     Outcome outcome;
-    outcome.result = loop.run(buffer, prompt);
-    outcome.error = errno;
-    if (outcome.result >= 0) {
-      outcome.line.assign(buffer.data(), static_cast<std::size_t>(outcome.result));
-      EXPECT_EQ(buffer[static_cast<std::size_t>(outcome.result)], '\0');
+    const LineResult result = loop.run(buffer, prompt);
+    outcome.end = result.end;
+    outcome.error = result.error;
+    outcome.result = result.end == LineEnd::accepted ? static_cast<int>(result.length) : -1;
+    if (result.end == LineEnd::accepted) {
+      outcome.line.assign(buffer.data(), result.length);
+      EXPECT_EQ(buffer[result.length], '\0');
+    } else {
+      EXPECT_EQ(result.length, 0u);
     }
+    outcome.buffer.assign(buffer.data(), buffer.size());
     outcome.writes = terminal.writes();
     outcome.output = terminal.output();
     outcome.keysLeft = terminal.keysLeft();
@@ -102,19 +108,21 @@ TEST(EditLoopTest, EnterOnEmptyLineReturnsEmptyString) {
   EXPECT_TRUE(history.empty());  // the entry being edited is removed
 }
 
-TEST(EditLoopTest, CtrlCCancelsWithEagain) {
+TEST(EditLoopTest, CtrlCCancels) {
   const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlC + u"cd\r"}.go();
   EXPECT_EQ(o.result, -1);
-  EXPECT_EQ(o.error, EAGAIN);
+  EXPECT_EQ(o.end, LineEnd::cancelled);
+  EXPECT_FALSE(o.error);
   EXPECT_EQ(o.keysLeft, 3u);
+  EXPECT_EQ(o.buffer.substr(0, 3), std::string(3, '\0'));  // "ab" wiped
 }
 
-TEST(EditLoopTest, CtrlDOnEmptyLineEndsInput) {
+TEST(EditLoopTest, CtrlDOnEmptyLineCancels) {
   History history;
   const Outcome o =
       Script{.keys = std::u16string(1, ctrlD), .history = &history}.go();
   EXPECT_EQ(o.result, -1);
-  EXPECT_EQ(o.error, 0);
+  EXPECT_EQ(o.end, LineEnd::cancelled);
   EXPECT_TRUE(history.empty());
 }
 
@@ -405,36 +413,138 @@ TEST(EditLoopTest, SmallBufferLimitsTheLine) {
   EXPECT_EQ(o.line, "abc");
 }
 
-TEST(EditLoopTest, EndOfKeysReturnsLineAndKeepsHistoryEntry) {
-  History history;
-  const Outcome o = Script{.keys = u"abc", .history = &history}.go();
-  EXPECT_EQ(o.result, 3);
-  EXPECT_EQ(o.line, "abc");
-  EXPECT_EQ(history.size(), 1u);
+// A console that ends (a terminal that hung up) gives no line: what was
+// typed is no entry, and the caller must not prompt again.
+TEST(EditLoopTest, EndOfInputEndsWithoutALine) {
+  for (const std::u16string& typed : {std::u16string(), std::u16string(u"abc")}) {
+    const Outcome o = Script{.keys = typed}.go();
+    EXPECT_EQ(o.result, -1);
+    EXPECT_EQ(o.end, LineEnd::inputEnded);
+    EXPECT_FALSE(o.error);
+    EXPECT_EQ(o.buffer.substr(0, typed.size()), std::string(typed.size(), '\0'))
+        << "the typed text is wiped";
+  }
 }
 
-TEST(EditLoopTest, EndOfKeysAfterHighSurrogateReturnsLine) {
+TEST(EditLoopTest, EndOfInputAfterHighSurrogateEndsWithoutALine) {
   const Outcome o = Script{.keys = std::u16string(u"a") + char16_t{0xD83D}}.go();
-  EXPECT_EQ(o.result, 1);
+  EXPECT_EQ(o.end, LineEnd::inputEnded);
+}
+
+TEST(EditLoopTest, EndOfInputIsNotReadAgain) {
+  ScriptedTerminal terminal(u"ab");
+  History history;
+  std::array<char, 16> buffer{};
+  EditLoop loop(terminal, masked(), history);
+  EXPECT_EQ(loop.run(buffer, "> ").end, LineEnd::inputEnded);
+  EXPECT_EQ(terminal.reads(), 3u);
+}
+
+TEST(EditLoopTest, ReadFailureEndsWithItsError) {
+  ScriptedTerminal terminal(u"ab");
+  terminal.failReadsAtEnd(std::make_error_code(std::errc::io_error));
+  History history;
+  std::array<char, 16> buffer{};
+  EditLoop loop(terminal, masked(), history);
+  const LineResult result = loop.run(buffer, "> ");
+  EXPECT_EQ(result.end, LineEnd::readFailed);
+  EXPECT_EQ(result.error, std::make_error_code(std::errc::io_error));
+  EXPECT_EQ(result.length, 0u);
+  EXPECT_EQ(std::string(buffer.data(), 3), std::string(3, '\0'));
+  EXPECT_EQ(terminal.reads(), 3u);
+}
+
+TEST(EditLoopTest, ReadFailureAfterHighSurrogateEndsWithItsError) {
+  ScriptedTerminal terminal(std::u16string(u"a") + char16_t{0xD83D});
+  terminal.failReadsAtEnd(std::make_error_code(std::errc::io_error));
+  History history;
+  std::array<char, 16> buffer{};
+  EditLoop loop(terminal, masked(), history);
+  EXPECT_EQ(loop.run(buffer, "> ").end, LineEnd::readFailed);
 }
 
 TEST(EditLoopTest, FailedPromptWriteFails) {
   const Outcome o = Script{.keys = u"a\r", .writesBeforeFailure = 0}.go();
   EXPECT_EQ(o.result, -1);
+  EXPECT_EQ(o.end, LineEnd::writeFailed);
+  EXPECT_EQ(o.error, std::make_error_code(std::errc::io_error));
+  EXPECT_EQ(o.keysLeft, 2u);  // no key is read for a prompt nobody saw
 }
 
 TEST(EditLoopTest, FailedEchoFails) {
   const Outcome o = Script{.keys = u"ab\r", .writesBeforeFailure = 2}.go();
   EXPECT_EQ(o.result, -1);
+  EXPECT_EQ(o.end, LineEnd::writeFailed);
+  EXPECT_EQ(o.error, std::make_error_code(std::errc::io_error));
   EXPECT_EQ(o.keysLeft, 1u);
+  EXPECT_EQ(o.buffer.substr(0, 3), std::string(3, '\0'));
 }
 
-TEST(EditLoopTest, FailedRefreshIsIgnored) {
+// A refresh that cannot be written means the console is gone as much as a
+// failed echo: the line ends at that key.
+TEST(EditLoopTest, FailedRefreshFails) {
   const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + u"c\r",
                         .writesBeforeFailure = 3}
                         .go();
-  EXPECT_EQ(o.result, 3);
-  EXPECT_EQ(o.line, "cab");
+  EXPECT_EQ(o.result, -1);
+  EXPECT_EQ(o.end, LineEnd::writeFailed);
+  EXPECT_EQ(o.keysLeft, 2u);
+  EXPECT_EQ(o.writes.size(), 3u);
+}
+
+TEST(EditLoopTest, NothingIsWrittenAfterAFailedWrite) {
+  // Enter in multi-line mode moves to the end first: one refresh, then the
+  // line would be accepted.
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + enter,
+                        .settings = {true, true, '*'},
+                        .writesBeforeFailure = 3}
+                        .go();
+  EXPECT_EQ(o.end, LineEnd::writeFailed);
+  EXPECT_EQ(o.writes.size(), 3u);
+}
+
+// Bytes that are not UTF-8 (keys::notUtf8) leave no trace on the screen
+// and make the line be refused on Enter, whatever it holds by then.
+TEST(EditLoopTest, NotUtf8RefusesTheLineOnEnter) {
+  const Outcome o = Script{.codes = std::u32string(U"vL") + keys::notUtf8 + U"p2\r"}.go();
+  EXPECT_EQ(o.result, -1);
+  EXPECT_EQ(o.end, LineEnd::notUtf8);
+  EXPECT_FALSE(o.error);
+  EXPECT_EQ(o.output, "> ****");
+  EXPECT_EQ(o.keysLeft, 0u);
+  EXPECT_EQ(o.buffer.substr(0, 5), std::string(5, '\0'));
+}
+
+TEST(EditLoopTest, NotUtf8IsNotForgottenByEditing) {
+  const Outcome o = Script{.codes = std::u32string(U"a") + keys::notUtf8 + U"b" +
+                                    char32_t{ctrlU} + U"abc" + char32_t{ctrlA} +
+                                    char32_t{ctrlK} + U"\r"}
+                        .go();
+  EXPECT_EQ(o.end, LineEnd::notUtf8);
+}
+
+TEST(EditLoopTest, NotUtf8OnAnEmptyLineRefusesIt) {
+  const Outcome o = Script{.codes = std::u32string(1, keys::notUtf8) + U"\r"}.go();
+  EXPECT_EQ(o.end, LineEnd::notUtf8);
+  EXPECT_EQ(o.output, "> ");
+}
+
+TEST(EditLoopTest, NotUtf8ThenCancelOrEndIsNoRefusal) {
+  EXPECT_EQ(Script{.codes = std::u32string(U"a") + keys::notUtf8 + char32_t{ctrlC}}.go().end,
+            LineEnd::cancelled);
+  EXPECT_EQ(Script{.codes = std::u32string(U"a") + keys::notUtf8}.go().end,
+            LineEnd::inputEnded);
+}
+
+TEST(EditLoopTest, NotUtf8DoesNotCarryOverToTheNextLine) {
+  ScriptedTerminal terminal(std::u32string(U"a") + keys::notUtf8 + U"\rb\r");
+  History history;
+  std::array<char, 16> buffer{};
+  EditLoop loop(terminal, masked(), history);
+  EXPECT_EQ(loop.run(buffer, "> ").end, LineEnd::notUtf8);
+  const LineResult second = loop.run(buffer, "> ");
+  EXPECT_EQ(second.end, LineEnd::accepted);
+  EXPECT_EQ(std::string(buffer.data(), second.length), "b");
 }
 
 TEST(EditLoopTest, UpAndDownDoNothingWithoutHistory) {

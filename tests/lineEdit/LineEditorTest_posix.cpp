@@ -7,8 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <system_error>
+
+#include "lineEdit/CancelledException.h"
 
 namespace korvane::lineEdit {
 namespace {
@@ -81,10 +86,35 @@ TEST(LineEditorTest, RedirectedInputReadsLinesWithoutPrompt) {
   EXPECT_EQ(editor.readLine(), "first");
   EXPECT_EQ(editor.readLine(), "second line");
   EXPECT_EQ(editor.readLine(), "");
-  EXPECT_EQ(editor.readLine(), "last");
-  EXPECT_EQ(editor.readLine(), "");  // end of input
-  EXPECT_EQ(editor.readLine(), "");
+  EXPECT_EQ(editor.readLine(), "last");  // the last line needs no "\n"
   EXPECT_EQ(streams.output(), "");
+}
+
+// At the end of the input there is no line to give: an empty one would make
+// a caller that insists on an entry ask again for ever.
+TEST(LineEditorTest, EndOfRedirectedInputCancels) {
+  RedirectedStandardStreams streams("only\n");
+  LineEditor editor("Password: ", maskedOptions());
+  EXPECT_EQ(editor.readLine(), "only");
+  EXPECT_THROW(editor.readLine(), CancelledException);
+  EXPECT_THROW(editor.readLine(), CancelledException);
+}
+
+TEST(LineEditorTest, FailingRedirectedInputIsAnError) {
+  RedirectedStandardStreams streams("");
+  // Standard input open for writing only: every read fails with EBADF.
+  const RedirectedDescriptor input(0, open("/dev/null", O_WRONLY));
+  LineEditor editor("Password: ", maskedOptions());
+  try {
+    editor.readLine();
+    ADD_FAILURE() << "no error";
+  } catch (const CancelledException&) {
+    ADD_FAILURE() << "taken for a cancellation";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::error_code(EBADF, std::generic_category()));
+    EXPECT_TRUE(std::string_view(error.what()).starts_with("cannot read from the console: "))
+        << error.what();
+  }
 }
 
 TEST(LineEditorTest, TwoEditorsTakeTurns) {

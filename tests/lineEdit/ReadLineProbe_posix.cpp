@@ -1,6 +1,7 @@
 // A small program for the terminal tests: prints its terminal modes, reads
 // lines through a masked LineEditor and prints each result hex-encoded (or
-// "CANCELLED"), then prints the terminal modes again.
+// "CANCELLED", or "ERROR" and the error), then prints the terminal modes
+// again.
 //
 // Usage: readLineProbe [number of lines]
 #include <termios.h>
@@ -8,6 +9,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -50,6 +52,8 @@ int main(int argc, char** argv) {
       std::printf("RESULT [%s]\n", hex(line).c_str());
     } catch (const korvane::lineEdit::CancelledException& e) {
       std::printf("CANCELLED %s\n", e.what());
+    } catch (const std::exception& e) {
+      std::printf("ERROR %s\n", e.what());
     }
     std::fflush(stdout);
   }

@@ -1,5 +1,6 @@
 // Runs readLineProbe on a pseudo-terminal and types at it: masked echo, key
-// sequences, cancelling, and the terminal modes after every way a read ends.
+// sequences, cancelling, and the terminal modes after every way a read ends:
+// also signals, a terminal that hangs up, and bytes that are not UTF-8.
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
@@ -15,6 +16,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -32,20 +34,42 @@ std::string hex(std::string_view bytes) {
   return text;
 }
 
+struct ProbeOptions {
+  int lines = 1;
+  // Signals the probe starts with ignored, as under nohup for SIGHUP.
+  std::vector<int> ignoredSignals{};
+  // The probe's standard output on a pipe, so that its results still arrive
+  // after the terminal has hung up; prompts then go to the terminal itself.
+  bool resultsOnPipe = false;
+};
+
 // The probe on the slave side of a pseudo-terminal; the test holds the
 // master side and a descriptor of the slave to look at its modes.
 class ProbeSession {
  public:
-  explicit ProbeSession(int lines = 1) {
+  explicit ProbeSession(int lines = 1) : ProbeSession(ProbeOptions{.lines = lines}) {}
+  explicit ProbeSession(const ProbeOptions& options) {
+    int results[2] = {-1, -1};
+    if (options.resultsOnPipe && pipe(results) != 0) return;
     winsize size{};
     size.ws_row = 24;
     size.ws_col = 80;
     pid_ = forkpty(&master_, nullptr, nullptr, &size);
     if (pid_ == 0) {
-      const std::string count = std::to_string(lines);
+      for (const int number : options.ignoredSignals) ::signal(number, SIG_IGN);
+      if (options.resultsOnPipe) {
+        dup2(results[1], STDOUT_FILENO);
+        close(results[0]);
+        close(results[1]);
+      }
+      const std::string count = std::to_string(options.lines);
       execl(KORVANE_READ_LINE_PROBE, KORVANE_READ_LINE_PROBE, count.c_str(),
             static_cast<char*>(nullptr));
       _exit(127);
+    }
+    if (options.resultsOnPipe) {
+      close(results[1]);
+      results_ = results[0];
     }
     if (pid_ > 0) slave_ = open(ptsname(master_), O_RDWR | O_NOCTTY);
   }
@@ -58,6 +82,14 @@ class ProbeSession {
     }
     if (slave_ >= 0) close(slave_);
     if (master_ >= 0) close(master_);
+    if (results_ >= 0) close(results_);
+  }
+
+  // Closes the master side: the terminal hangs up, as when its window is
+  // closed.
+  void hangUp() {
+    close(master_);
+    master_ = -1;
   }
 
   bool started() const { return pid_ > 0 && slave_ >= 0; }
@@ -69,12 +101,9 @@ class ProbeSession {
       const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
           deadline - Clock::now());
       if (left.count() <= 0) return false;
-      pollfd master{master_, POLLIN, 0};
-      if (poll(&master, 1, static_cast<int>(left.count())) <= 0) continue;
-      char chunk[512];
-      const ssize_t count = read(master_, chunk, sizeof chunk);
-      if (count <= 0) return output_.find(text, from) != std::string::npos;
-      output_.append(chunk, static_cast<std::size_t>(count));
+      if (!drain(static_cast<int>(left.count()))) {
+        return output_.find(text, from) != std::string::npos;
+      }
     }
     return true;
   }
@@ -89,12 +118,7 @@ class ProbeSession {
     const auto deadline = Clock::now() + timeout;
     while (Clock::now() < deadline) {
       // Keep draining the output so the probe never blocks on a full pty.
-      pollfd master{master_, POLLIN, 0};
-      if (poll(&master, 1, 10) > 0) {
-        char chunk[512];
-        const ssize_t count = read(master_, chunk, sizeof chunk);
-        if (count > 0) output_.append(chunk, static_cast<std::size_t>(count));
-      }
+      drain(10);
       int status = 0;
       if (waitpid(pid_, &status, WNOHANG) == pid_) {
         exited_ = true;
@@ -135,9 +159,35 @@ class ProbeSession {
   const std::string& output() const { return output_; }
 
  private:
+  // Appends what the terminal and the results pipe have, waiting at most
+  // timeoutMilliseconds; false once neither can give more.
+  bool drain(int timeoutMilliseconds) {
+    pollfd fds[2];
+    nfds_t count = 0;
+    if (master_ >= 0) fds[count++] = {master_, POLLIN, 0};
+    if (results_ >= 0) fds[count++] = {results_, POLLIN, 0};
+    if (count == 0) return false;
+    if (poll(fds, count, timeoutMilliseconds) <= 0) return true;
+    bool more = false;
+    for (nfds_t i = 0; i < count; ++i) {
+      if (fds[i].revents == 0) {
+        more = true;
+        continue;
+      }
+      char chunk[512];
+      const ssize_t got = read(fds[i].fd, chunk, sizeof chunk);
+      if (got > 0) {
+        output_.append(chunk, static_cast<std::size_t>(got));
+        more = true;
+      }
+    }
+    return more;
+  }
+
   pid_t pid_ = -1;
   int master_ = -1;
   int slave_ = -1;
+  int results_ = -1;
   bool exited_ = false;
   std::string output_;
 };
@@ -273,5 +323,92 @@ void killProbeAndCheck(int signal) {
 TEST(ReadLinePtyTest, ModesRestoredAfterSigterm) { killProbeAndCheck(SIGTERM); }
 
 TEST(ReadLinePtyTest, ModesRestoredAfterSighup) { killProbeAndCheck(SIGHUP); }
+
+// Raw mode turns Ctrl+C into a key, but SIGINT still comes from outside.
+TEST(ReadLinePtyTest, ModesRestoredAfterSigint) { killProbeAndCheck(SIGINT); }
+
+// Every other signal whose default action ends the process.
+TEST(ReadLinePtyTest, ModesRestoredAfterEveryTerminatingSignal) {
+  for (const int number : {SIGQUIT, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ,
+                           SIGVTALRM, SIGPROF, SIGABRT, SIGSYS, SIGTRAP, SIGIO, SIGSTKFLT,
+                           SIGPWR, SIGRTMIN, SIGRTMAX}) {
+    SCOPED_TRACE(number);
+    killProbeAndCheck(number);
+  }
+}
+
+// The faults: a sanitizer may report them itself before the process ends,
+// so only the end and the modes are checked.
+TEST(ReadLinePtyTest, ModesRestoredAfterFaultSignals) {
+  for (const int number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE}) {
+    SCOPED_TRACE(number);
+    ProbeSession probe;
+    ASSERT_TRUE(probe.started());
+    ASSERT_TRUE(probe.waitFor("Password: "));
+    const std::string before = probe.modesLine(0);
+    ASSERT_NE(probe.slaveModes(), before);
+    probe.signal(number);
+    const int status = probe.wait();
+    ASSERT_NE(status, -1) << "the probe did not end";
+    EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(probe.slaveModes(), before);
+  }
+}
+
+TEST(ReadLinePtyTest, IgnoredSignalStaysIgnored) {
+  ProbeSession probe(ProbeOptions{.ignoredSignals = {SIGUSR1}});
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("Password: "));
+  const std::string before = probe.modesLine(0);
+  probe.signal(SIGUSR1);
+  probe.send("ab");
+  ASSERT_TRUE(probe.waitFor("**")) << probe.output();  // still reading, in raw mode
+  EXPECT_NE(probe.slaveModes(), before);
+  probe.signal(SIGUSR2);  // not ignored: ends the probe, the modes restored
+  const int status = probe.wait();
+  ASSERT_TRUE(WIFSIGNALED(status)) << status;
+  EXPECT_EQ(WTERMSIG(status), SIGUSR2);
+  EXPECT_EQ(probe.slaveModes(), before);
+}
+
+// A terminal that hangs up while SIGHUP is ignored (nohup) reads as ended:
+// the line typed so far is no entry, and the next read ends at once too.
+TEST(ReadLinePtyTest, HangUpEndsEveryRead) {
+  ProbeSession probe(
+      ProbeOptions{.lines = 2, .ignoredSignals = {SIGHUP}, .resultsOnPipe = true});
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("Password: ")) << probe.output();
+  probe.send("secret");
+  ASSERT_TRUE(probe.waitFor("******")) << probe.output();
+  probe.hangUp();
+  const int status = probe.wait();
+  ASSERT_TRUE(WIFEXITED(status)) << status;
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  const std::size_t first = probe.output().find(cancelled);
+  ASSERT_NE(first, std::string::npos) << probe.output();
+  EXPECT_NE(probe.output().find(cancelled, first + 1), std::string::npos) << probe.output();
+  EXPECT_EQ(probe.output().find("RESULT"), std::string::npos) << probe.output();
+}
+
+// A byte that is not UTF-8 (here a Latin-1 "ö") refuses the line instead of
+// dropping the byte; the modes come back as after any other read.
+TEST(ReadLinePtyTest, BytesThatAreNotUtf8RefuseTheLine) {
+  expectRead("vL\xf6p2\r",
+             "ERROR the terminal sent bytes that are not UTF-8; set the terminal to UTF-8, or "
+             "give the password on redirected input");
+  expectRead("a\xc3\r", "ERROR the terminal sent bytes");
+}
+
+TEST(ReadLinePtyTest, BytesThatAreNotUtf8AreNotEchoed) {
+  ProbeSession probe;
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("Password: "));
+  const std::size_t promptEnd = probe.output().find("Password: ") + 10;
+  probe.send("ab\xf6\xf6\xf6" "c\r");
+  ASSERT_TRUE(probe.waitFor("ERROR ")) << probe.output();
+  const std::string echo = probe.output().substr(promptEnd, probe.output().find("ERROR ") - promptEnd);
+  EXPECT_EQ(echo.find("****"), std::string::npos) << echo;
+  EXPECT_NE(echo.find("***"), std::string::npos) << echo;
+}
 
 }  // namespace

@@ -1,9 +1,11 @@
 // A terminal for tests: keys come from a script, every write is recorded.
+// After the last key the input ends, or, when told so, reading fails.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "lineEdit/EditTerminal.h"
@@ -18,23 +20,34 @@ class ScriptedTerminal : public EditTerminal {
   explicit ScriptedTerminal(std::u32string keys, int columns = 80)
       : keys_(std::move(keys)), columns_(columns) {}
 
-  bool readKey(KeyCode& key) override {
-    if (nextKey_ == keys_.size()) return false;
+  ReadResult readKey(KeyCode& key) override {
+    ++reads_;
+    if (nextKey_ == keys_.size()) {
+      if (readError_) error_ = readError_;
+      return readError_ ? ReadResult::failed : ReadResult::ended;
+    }
     key = keys_[nextKey_++];
-    return true;
+    return ReadResult::read;
   }
 
   bool write(std::string_view bytes) override {
-    if (writesBeforeFailure_ == 0) return false;
+    if (writesBeforeFailure_ == 0) {
+      error_ = std::make_error_code(std::errc::io_error);
+      return false;
+    }
     if (writesBeforeFailure_ > 0) --writesBeforeFailure_;
     writes_.emplace_back(bytes);
     return true;
   }
 
+  std::error_code lastError() const override { return error_; }
+
   int columns() override { return columns_; }
 
-  // Writes after the next n succeed fail.
+  // Writes after the next n succeed fail with EIO.
   void failWritesAfter(int n) { writesBeforeFailure_ = n; }
+  // Reading after the last key fails with `error` instead of ending.
+  void failReadsAtEnd(std::error_code error) { readError_ = error; }
 
   const std::vector<std::string>& writes() const { return writes_; }
   std::string output() const {
@@ -43,12 +56,17 @@ class ScriptedTerminal : public EditTerminal {
     return all;
   }
   std::size_t keysLeft() const { return keys_.size() - nextKey_; }
+  // Every read, also those past the last key.
+  std::size_t reads() const { return reads_; }
 
  private:
   std::u32string keys_;
   int columns_;
   std::size_t nextKey_ = 0;
   int writesBeforeFailure_ = -1;
+  std::error_code readError_;
+  std::error_code error_;
+  std::size_t reads_ = 0;
   std::vector<std::string> writes_;
 };
 

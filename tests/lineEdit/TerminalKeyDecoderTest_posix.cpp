@@ -8,12 +8,20 @@
 namespace korvane::lineEdit {
 namespace {
 
-// Bytes as they arrive; '\xff' in a pause script marks a timeout.
+// Bytes as they arrive, then the end of input (or a failure, when asked).
 class ScriptedBytes : public TerminalKeyDecoder::ByteSource {
  public:
   // pauses: indices of bytes before which the source times out once.
   ScriptedBytes(std::string bytes, std::vector<std::size_t> pauses = {})
       : bytes_(std::move(bytes)), pauses_(std::move(pauses)) {}
+
+  // After the last byte: what an untimed read gives, and what a timed one
+  // gives instead of a timeout (for the end of input in mid-key).
+  void endWith(Result untimed, Result timed) {
+    untimedEnd_ = untimed;
+    timedEnd_ = timed;
+  }
+  std::size_t readsAtEnd() const { return readsAtEnd_; }
 
   Result read(unsigned char& byte, int timeoutMilliseconds) override {
     for (std::size_t& pause : pauses_) {
@@ -23,7 +31,8 @@ class ScriptedBytes : public TerminalKeyDecoder::ByteSource {
       }
     }
     if (next_ == bytes_.size()) {
-      return timeoutMilliseconds >= 0 ? Result::timeout : Result::end;
+      ++readsAtEnd_;
+      return timeoutMilliseconds >= 0 ? timedEnd_ : untimedEnd_;
     }
     byte = static_cast<unsigned char>(bytes_[next_++]);
     return Result::byte;
@@ -33,17 +42,34 @@ class ScriptedBytes : public TerminalKeyDecoder::ByteSource {
   std::string bytes_;
   std::vector<std::size_t> pauses_;
   std::size_t next_ = 0;
+  Result untimedEnd_ = Result::end;
+  Result timedEnd_ = Result::timeout;
+  std::size_t readsAtEnd_ = 0;
 };
 
-std::u16string decode(std::string bytes, std::vector<std::size_t> pauses = {}) {
-  ScriptedBytes source(std::move(bytes), std::move(pauses));
+// Stands for keys::notUtf8 in decoded text.
+constexpr char16_t bad = u'\uFFFF';
+
+std::u16string decodeFrom(ScriptedBytes& source, ReadResult& last) {
   TerminalKeyDecoder decoder(source);
   std::u16string keys;
   KeyCode key = 0;
-  while (decoder.readKey(key)) {
+  while ((last = decoder.readKey(key)) == ReadResult::read) {
+    if (key == keys::notUtf8) {
+      keys += bad;
+      continue;
+    }
     EXPECT_LE(key, 0xFFFFu) << "not a UTF-16 code unit";
     keys += static_cast<char16_t>(key);
   }
+  return keys;
+}
+
+std::u16string decode(std::string bytes, std::vector<std::size_t> pauses = {}) {
+  ScriptedBytes source(std::move(bytes), std::move(pauses));
+  ReadResult last = ReadResult::read;
+  std::u16string keys = decodeFrom(source, last);
+  EXPECT_EQ(last, ReadResult::ended);
   return keys;
 }
 
@@ -115,21 +141,59 @@ TEST(TerminalKeyDecoderTest, Utf8BecomesUtf16) {
   EXPECT_EQ(decode("\xf4\x8f\xbf\xbf"), u"\U0010FFFF");
 }
 
-TEST(TerminalKeyDecoderTest, InvalidUtf8IsSkipped) {
-  EXPECT_EQ(decode("a\x80z"), u"az");                // stray continuation
-  EXPECT_EQ(decode("a\xc0\xafz"), u"az");            // overlong
-  EXPECT_EQ(decode("a\xe0\x80\xafz"), u"az");        // overlong
-  EXPECT_EQ(decode("a\xed\xa0\x80z"), u"az");        // surrogate
-  EXPECT_EQ(decode("a\xf4\x90\x80\x80z"), u"az");    // above U+10FFFF
-  EXPECT_EQ(decode("a\xff\xfez"), u"az");
-  EXPECT_EQ(decode("a\xc3z"), u"az");                // cut short
-  EXPECT_EQ(decode("a\xe2\x82"), u"a");
-  EXPECT_EQ(decode("\xe2\x82\x03"), u"\x03");
+// Skipping such bytes would hand on another line than the one typed: each
+// place they come is marked instead.
+TEST(TerminalKeyDecoderTest, InvalidUtf8IsMarked) {
+  EXPECT_EQ(decode("vL\xf6p2"), u"vL\uFFFFp2");     // Latin-1 ö
+  EXPECT_EQ(decode("a\x80z"), u"a\uFFFFz");          // stray continuation
+  EXPECT_EQ(decode("a\xc0\xafz"), u"a\uFFFF\uFFFFz");  // C0 begins nothing
+  EXPECT_EQ(decode("a\xe0\x80\xafz"), u"a\uFFFFz");    // overlong
+  EXPECT_EQ(decode("a\xed\xa0\x80z"), u"a\uFFFFz");    // surrogate
+  EXPECT_EQ(decode("a\xf4\x90\x80\x80z"), u"a\uFFFFz");  // above U+10FFFF
+  EXPECT_EQ(decode("a\xff\xfez"), u"a\uFFFF\uFFFFz");
+  EXPECT_EQ(decode("a\xc3z"), u"a\uFFFFz");          // cut short
+  EXPECT_EQ(decode("a\xe2\x82"), u"a\uFFFF");
+  EXPECT_EQ(decode("\xe2\x82\x03"), u"\uFFFF\x03");
 }
 
 TEST(TerminalKeyDecoderTest, TruncatedCharacterTimesOut) {
-  // C3 is dropped when A9 comes too late, and A9 alone is no character.
-  EXPECT_EQ(decode("\xc3\xa9", {1}), u"");
+  // C3 is cut short when A9 comes too late, and A9 alone is no character.
+  EXPECT_EQ(decode("\xc3\xa9", {1}), u"\uFFFF\uFFFF");
+}
+
+TEST(TerminalKeyDecoderTest, EndInMidCharacterIsMarked) {
+  ScriptedBytes source("a\xc3");
+  source.endWith(ScriptedBytes::Result::end, ScriptedBytes::Result::end);
+  ReadResult last = ReadResult::read;
+  EXPECT_EQ(decodeFrom(source, last), u"a\uFFFF");
+  EXPECT_EQ(last, ReadResult::ended);
+}
+
+TEST(TerminalKeyDecoderTest, ReadFailureIsReported) {
+  ScriptedBytes source("ab");
+  source.endWith(ScriptedBytes::Result::failed, ScriptedBytes::Result::failed);
+  ReadResult last = ReadResult::read;
+  EXPECT_EQ(decodeFrom(source, last), u"ab");
+  EXPECT_EQ(last, ReadResult::failed);
+}
+
+// A failure in mid-sequence is not taken for the Escape key.
+TEST(TerminalKeyDecoderTest, ReadFailureAfterEscapeIsReported) {
+  ScriptedBytes source("a\x1b");
+  source.endWith(ScriptedBytes::Result::failed, ScriptedBytes::Result::failed);
+  ReadResult last = ReadResult::read;
+  EXPECT_EQ(decodeFrom(source, last), u"a");
+  EXPECT_EQ(last, ReadResult::failed);
+}
+
+TEST(TerminalKeyDecoderTest, EndOfInputStaysEnded) {
+  ScriptedBytes source("a");
+  TerminalKeyDecoder decoder(source);
+  KeyCode key = 0;
+  ASSERT_EQ(decoder.readKey(key), ReadResult::read);
+  EXPECT_EQ(decoder.readKey(key), ReadResult::ended);
+  EXPECT_EQ(decoder.readKey(key), ReadResult::ended);
+  EXPECT_EQ(source.readsAtEnd(), 1u);
 }
 
 }  // namespace

@@ -224,7 +224,7 @@ TEST_F(Win32ConsoleTest, RawLineReaderEditsAMaskedLine) {
   settings.masked = true;
   History history;
   std::string line;
-  EXPECT_FALSE(RawLineReader::read("Password: ", settings, history, line));
+  EXPECT_EQ(RawLineReader::read("Password: ", settings, history, line).end, LineEnd::accepted);
   EXPECT_EQ(line, "zab");
   EXPECT_EQ(screenText(0, 0, 13), L"Password: ***");
 
@@ -247,7 +247,7 @@ TEST_F(Win32ConsoleTest, RawLineReaderCancelsOnEscapeAndRestoresTheMode) {
   EditSettings settings;
   History history;
   std::string line;
-  EXPECT_TRUE(RawLineReader::read("> ", settings, history, line));
+  EXPECT_EQ(RawLineReader::read("> ", settings, history, line).end, LineEnd::cancelled);
 
   DWORD modeAfter = 0;
   ::GetConsoleMode(input(), &modeAfter);
@@ -263,7 +263,7 @@ TEST_F(Win32ConsoleTest, RawLineReaderTakesCtrlCAsAKey) {
   EditSettings settings;
   History history;
   std::string line;
-  EXPECT_TRUE(RawLineReader::read("> ", settings, history, line));
+  EXPECT_EQ(RawLineReader::read("> ", settings, history, line).end, LineEnd::cancelled);
 }
 
 }  // namespace

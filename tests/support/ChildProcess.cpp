@@ -71,6 +71,9 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, Options options
     ::dup2(outFd, 1);
     ::dup2(errPipe[1], 2);
     for (int fd = 3; fd < 1024; ++fd) ::close(fd);
+    // The test ignores SIGPIPE, and an ignored signal stays ignored across
+    // exec: give the program the action a shell would.
+    ::signal(SIGPIPE, SIG_DFL);
     for (const auto& [name, value] : options_.environment) {
       if (value) {
         ::setenv(name.c_str(), value->c_str(), 1);
@@ -96,6 +99,7 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, Options options
   if (options_.output == Stream::pipe) {
     ::close(outPipe[1]);
     outputFd_ = outPipe[0];
+    echoFd_ = terminalFd_;
   } else {
     outputFd_ = terminalFd_;
   }
@@ -131,11 +135,20 @@ void ChildProcess::closeInput() {
   if (options_.input == Stream::pipe) closeFd(inputFd_);
 }
 
+void ChildProcess::hangUp() {
+  if (terminalFd_ < 0) return;
+  if (inputFd_ == terminalFd_) inputFd_ = -1;
+  if (outputFd_ == terminalFd_) outputFd_ = -1;
+  echoFd_ = -1;
+  closeFd(terminalFd_);
+}
+
 bool ChildProcess::pump(std::chrono::milliseconds timeout) {
-  pollfd fds[2];
+  pollfd fds[3];
   nfds_t count = 0;
   if (outputFd_ >= 0) fds[count++] = {outputFd_, POLLIN, 0};
   if (errorFd_ >= 0) fds[count++] = {errorFd_, POLLIN, 0};
+  if (echoFd_ >= 0) fds[count++] = {echoFd_, POLLIN, 0};
   if (count == 0) return false;
   const int ready = ::poll(fds, count, static_cast<int>(timeout.count()));
   if (ready <= 0) return false;
@@ -145,12 +158,16 @@ bool ChildProcess::pump(std::chrono::milliseconds timeout) {
     char buffer[4096];
     const ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
     const bool isOutput = fds[i].fd == outputFd_;
+    const bool isEcho = fds[i].fd == echoFd_;
     if (n > 0) {
-      (isOutput ? result_.out : result_.err).append(buffer, static_cast<std::size_t>(n));
+      std::string& text = isOutput ? result_.out : isEcho ? result_.terminal : result_.err;
+      text.append(buffer, static_cast<std::size_t>(n));
       got = true;
     } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
       // End of a pipe, or EIO on a terminal whose program has gone.
-      if (isOutput) {
+      if (isEcho) {
+        echoFd_ = -1;  // the master stays open for the slave's modes
+      } else if (isOutput) {
         if (outputFd_ != terminalFd_) closeFd(outputFd_);
         outputFd_ = -1;
       } else {
@@ -162,17 +179,27 @@ bool ChildProcess::pump(std::chrono::milliseconds timeout) {
 }
 
 bool ChildProcess::expect(std::string_view needle, std::chrono::milliseconds timeout) {
+  return expectIn(result_.out, matchedUpTo_, outputFd_, needle, timeout);
+}
+
+bool ChildProcess::expectOnTerminal(std::string_view needle, std::chrono::milliseconds timeout) {
+  return expectIn(result_.terminal, terminalMatchedUpTo_, echoFd_, needle, timeout);
+}
+
+// `fd` is the member that reads `text`: -1 once it has ended.
+bool ChildProcess::expectIn(const std::string& text, std::size_t& matchedUpTo, const int& fd,
+                            std::string_view needle, std::chrono::milliseconds timeout) {
   const auto deadline = Clock::now() + timeout;
   for (;;) {
-    const std::size_t at = result_.out.find(needle, matchedUpTo_);
+    const std::size_t at = text.find(needle, matchedUpTo);
     if (at != std::string::npos) {
-      matchedUpTo_ = at + needle.size();
+      matchedUpTo = at + needle.size();
       return true;
     }
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     if (left.count() <= 0) return false;
-    if (!pump(std::min(left, std::chrono::milliseconds(100))) && reap(false) && outputFd_ < 0) {
-      return result_.out.find(needle, matchedUpTo_) != std::string::npos;
+    if (!pump(std::min(left, std::chrono::milliseconds(100))) && reap(false) && fd < 0) {
+      return text.find(needle, matchedUpTo) != std::string::npos;
     }
   }
 }

@@ -3,8 +3,10 @@
 //
 // A terminal on standard input makes the program see a console; its output
 // can go to the same terminal (what a user sees) or to pipes (to tell
-// standard output from standard error). Every wait is bounded: a program
-// that does not finish in time is killed and the result says so.
+// standard output from standard error); then what the program writes to the
+// terminal itself (its prompts) is collected apart. Every wait is bounded: a
+// program that does not finish in time is killed and the result says so.
+// The program starts with SIGPIPE's default action, as from a shell.
 //
 // Thread safety: one object, one thread. POSIX only.
 #pragma once
@@ -27,6 +29,7 @@ struct ChildResult {
   bool timedOut = false;  // killed after the deadline
   std::string out;        // standard output (or the terminal's output)
   std::string err;        // standard error (pipe)
+  std::string terminal;   // the terminal's output when standard output is a pipe
 };
 
 class ChildProcess {
@@ -57,8 +60,18 @@ class ChildProcess {
   // after the previous expect's match; false when the time runs out or the
   // program ends first. The text read so far is in output().
   bool expect(std::string_view needle, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+  // The same for the terminal when standard input is the terminal but
+  // standard output a pipe: reads until `needle` has appeared in what the
+  // program wrote to the terminal after the previous expectOnTerminal's match.
+  bool expectOnTerminal(std::string_view needle,
+                        std::chrono::milliseconds timeout = std::chrono::seconds(10));
 
   const std::string& output() const noexcept { return result_.out; }
+  const std::string& terminalOutput() const noexcept { return result_.terminal; }
+
+  // Closes the terminal's master side while the program runs: the terminal
+  // hangs up, as when its window is closed. Nothing can be sent afterwards.
+  void hangUp();
 
   // The terminal's attributes as the program left them (terminal input only).
   std::string terminalModes() const;
@@ -71,6 +84,8 @@ class ChildProcess {
  private:
   bool pump(std::chrono::milliseconds timeout);
   bool reap(bool block);
+  bool expectIn(const std::string& text, std::size_t& matchedUpTo, const int& fd,
+                std::string_view needle, std::chrono::milliseconds timeout);
 
   Options options_;
   pid_t pid_ = -1;
@@ -79,7 +94,9 @@ class ChildProcess {
   int errorFd_ = -1;     // pipe read end
   int terminalFd_ = -1;  // terminal master, when one is used
   int slaveFd_ = -1;     // kept open so the terminal stays readable after exit
+  int echoFd_ = -1;      // terminal master read apart, when standard output is a pipe
   std::size_t matchedUpTo_ = 0;
+  std::size_t terminalMatchedUpTo_ = 0;
   bool exited_ = false;
   ChildResult result_;
 };
