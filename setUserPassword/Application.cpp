@@ -82,9 +82,9 @@ void Application::setPassword() {
 
 // Another run may have replaced the file while this one waited for its user.
 // Under the lock, the file is read again and this run's one change applied
-// again, so that no run's change is lost.
-// The file is the one resolved before the prompt: whatever the folder's
-// names point to now, the change goes where the first read looked.
+// again, so that no run's change is lost. It is the file resolved before the
+// prompt: whatever the folder's names point to now, the change goes where
+// the first read looked.
 void Application::replacePasswordFile() const {
   const utils::io::ReplacementLock lock(passwordFile_.target());
   PasswordFile current = passwordFile_.reopened();

@@ -105,9 +105,10 @@ class PasswordFile {
   // attributes of the file that read() read, and moves that file over the
   // password file (see ReplacementTarget::replace), provided that the
   // password file is still the one read() read (or still missing). Without
-  // a read() since the last write(), whatever file is there now is replaced. On failure the
-  // temporary file is left behind and the password file is untouched,
-  // unless the in-place copy of the replace failed, which says so.
+  // a read() since the last write(), whatever file is there now is
+  // replaced. On failure the temporary file is left behind and the password
+  // file is untouched, unless the in-place copy of the replace failed,
+  // which says so.
   void write();
 
   const std::filesystem::path& path() const noexcept { return path_; }

@@ -9,14 +9,13 @@
 // depends on a sleep.
 #include <fcntl.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdio>
@@ -49,8 +48,8 @@ const std::string victimContent = "#!/bin/sh\necho the administrator's own scrip
 // and exits. Whatever `prepare` opens stays open until then.
 class Attacker {
  public:
-  explicit Attacker(const std::function<void()>& prepare,
-                    const std::function<void()>& finish = [] {}) {
+  explicit Attacker(
+      const std::function<void()>& prepare, const std::function<void()>& finish = [] {}) {
     int ready[2];
     int go[2];
     if (::pipe(ready) != 0 || ::pipe(go) != 0) throw std::runtime_error("pipe");

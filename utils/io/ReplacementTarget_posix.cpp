@@ -321,7 +321,8 @@ ReplacementTarget::ReplacementTarget(const std::filesystem::path& path) : direct
     }
     // No link may have taken the folder's place since it was looked at.
     Descriptor next = openAt(folder.get(), component.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW);
-    if (next.get() < 0) throwFileError("open the directory", folderPath / component, lastSystemError());
+    if (next.get() < 0)
+      throwFileError("open the directory", folderPath / component, lastSystemError());
     folder = std::move(next);
     folderPath /= component;
   }
@@ -447,8 +448,8 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary,
     target.emplace(fd.release(), path_);
   });
   struct stat opened {};
-  if (::fstat(static_cast<int>(target->nativeHandle()), &opened) != 0 ||
-      !S_ISREG(opened.st_mode) || !isSameFile(opened, *replaced)) {
+  if (::fstat(static_cast<int>(target->nativeHandle()), &opened) != 0 || !S_ISREG(opened.st_mode) ||
+      !isSameFile(opened, *replaced)) {
     throwChanged(path_);
   }
   std::vector<char> buffer(copyBufferSize);
@@ -468,9 +469,9 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary,
   copyStep(copy, "close", path_, [&] { target->close(); });
   // The complete copy of the new content is no longer needed.
   if (retryOnInterrupt([&] { return ::unlinkat(directory, temporaryName.c_str(), 0); }) != 0) {
-    throw std::system_error(lastSystemError(),
-                            describeFileOperation("remove", temporary) + " after copying it over \"" +
-                                printable(path_) + "\" (the new file is in place)");
+    throw std::system_error(lastSystemError(), describeFileOperation("remove", temporary) +
+                                                   " after copying it over \"" + printable(path_) +
+                                                   "\" (the new file is in place)");
   }
 }
 

@@ -77,7 +77,8 @@ Handle openItself(const std::filesystem::path& path, DWORD access) {
 // Whether `sid` is SYSTEM, the Administrators group or the account running
 // the program: those who could write the target anyway.
 bool isTrustedOwner(PSID sid) {
-  if (::IsWellKnownSid(sid, WinLocalSystemSid) || ::IsWellKnownSid(sid, WinBuiltinAdministratorsSid)) {
+  if (::IsWellKnownSid(sid, WinLocalSystemSid) ||
+      ::IsWellKnownSid(sid, WinBuiltinAdministratorsSid)) {
     return true;
   }
   HANDLE token = nullptr;
@@ -119,8 +120,8 @@ ReplacedFile identify(HANDLE handle) {
   ReplacedFile replaced;
   if (!::GetFileInformationByHandle(handle, &information)) return replaced;
   replaced.volume = information.dwVolumeSerialNumber;
-  replaced.id = (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) |
-                information.nFileIndexLow;
+  replaced.id =
+      (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) | information.nFileIndexLow;
   return replaced;
 }
 
@@ -129,7 +130,8 @@ std::string readDacl(HANDLE handle, const std::filesystem::path& path) {
   const DWORD error = ::GetSecurityInfo(handle, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
                                         nullptr, nullptr, nullptr, &descriptor);
   if (error != ERROR_SUCCESS) {
-    throwFileError("read the access rules of", path, {static_cast<int>(error), std::system_category()});
+    throwFileError("read the access rules of", path,
+                   {static_cast<int>(error), std::system_category()});
   }
   const std::unique_ptr<void, LocalMemory> release(descriptor);
   LPWSTR text = nullptr;
@@ -173,20 +175,22 @@ void applyDacl(const std::filesystem::path& path, const std::wstring& sddl) {
   DWORD revision = 0;
   ::GetSecurityDescriptorControl(descriptor, &control, &revision);
   const SECURITY_INFORMATION information =
-      DACL_SECURITY_INFORMATION | ((control & SE_DACL_PROTECTED) != 0
-                                       ? PROTECTED_DACL_SECURITY_INFORMATION
-                                       : UNPROTECTED_DACL_SECURITY_INFORMATION);
+      DACL_SECURITY_INFORMATION |
+      ((control & SE_DACL_PROTECTED) != 0 ? PROTECTED_DACL_SECURITY_INFORMATION
+                                          : UNPROTECTED_DACL_SECURITY_INFORMATION);
   std::wstring name = path.wstring();
   const DWORD error = ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, information, nullptr,
                                               nullptr, dacl, nullptr);
   if (error != ERROR_SUCCESS) {
-    throwFileError("set the access rules of", path, {static_cast<int>(error), std::system_category()});
+    throwFileError("set the access rules of", path,
+                   {static_cast<int>(error), std::system_category()});
   }
 }
 
 // Whether the name still refers to the file `replaced` describes (or to
 // nothing when there is none).
-void requireUnchanged(const std::filesystem::path& path, const std::optional<ReplacedFile>& replaced) {
+void requireUnchanged(const std::filesystem::path& path,
+                      const std::optional<ReplacedFile>& replaced) {
   const Handle handle = openItself(path, 0);
   if (!handle.valid()) {
     const DWORD error = ::GetLastError();
@@ -221,7 +225,8 @@ ReplacementTarget::ReplacementTarget(const std::filesystem::path& path)
   }
   path_ = current;
   name_ = current.filename();
-  directoryPath_ = current.parent_path().empty() ? std::filesystem::path(".") : current.parent_path();
+  directoryPath_ =
+      current.parent_path().empty() ? std::filesystem::path(".") : current.parent_path();
   Handle directory(::CreateFileW(directoryPath_.c_str(), FILE_LIST_DIRECTORY, shareAll, nullptr,
                                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   if (!directory.valid()) {
@@ -242,8 +247,8 @@ std::optional<File> ReplacementTarget::open(ReplacedFile* replaced) const {
   if (!directoryExists_) return std::nullopt;
   // Delete sharing: another run may replace the file while this one reads.
   Handle handle(::CreateFileW(path_.c_str(), GENERIC_READ | READ_CONTROL, shareAll, nullptr,
-                              OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS,
-                              nullptr));
+                              OPEN_EXISTING,
+                              FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   if (!handle.valid()) {
     const DWORD error = ::GetLastError();
     if (meansNotFound(error)) return std::nullopt;
@@ -258,7 +263,8 @@ std::optional<File> ReplacementTarget::open(ReplacedFile* replaced) const {
       ::GetFileType(handle.get()) != FILE_TYPE_DISK) {
     throw std::system_error(
         std::make_error_code(std::errc::invalid_argument),
-        core::format("could not open \"{}\": it is no regular file and is not read", printable(path_)));
+        core::format("could not open \"{}\": it is no regular file and is not read",
+                     printable(path_)));
   }
   if (replaced != nullptr) {
     *replaced = identify(handle.get());
@@ -299,10 +305,12 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary,
     const bool heldOpen = error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
     if (!heldOpen || std::chrono::steady_clock::now() >= deadline) {
       throw std::filesystem::filesystem_error(
-          "rename", temporary, path_, std::error_code(static_cast<int>(error), std::system_category()));
+          "rename", temporary, path_,
+          std::error_code(static_cast<int>(error), std::system_category()));
     }
     std::this_thread::sleep_for(pause);
-    pause = std::min(pause * 2, std::chrono::duration_cast<std::chrono::milliseconds>(longestMovePause));
+    pause = std::min(pause * 2,
+                     std::chrono::duration_cast<std::chrono::milliseconds>(longestMovePause));
   }
 }
 

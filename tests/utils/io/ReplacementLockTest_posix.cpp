@@ -1,14 +1,11 @@
-#include "utils/io/ReplacementLock.h"
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <chrono>
@@ -21,6 +18,7 @@
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unprivileged.h"
+#include "utils/io/ReplacementLock.h"
 
 namespace korvane::utils::io {
 namespace {

@@ -1,8 +1,6 @@
 // ReplacementLock on Windows: taken by another thread after its release, a
 // second holder naming the same file another way waits for the first, and
 // a lock held for ever is waited for only a bounded time.
-#include "utils/io/ReplacementLock.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,6 +11,7 @@
 #include <thread>
 
 #include "tests/support/TemporaryDirectory_windows.h"
+#include "utils/io/ReplacementLock.h"
 
 namespace korvane {
 namespace {

@@ -1,10 +1,7 @@
-#include "utils/io/ReplacementTarget.h"
-
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cstdio>
@@ -16,6 +13,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unprivileged.h"
 #include "utils/io/File.h"
+#include "utils/io/ReplacementTarget.h"
 
 namespace korvane::utils::io {
 namespace {
@@ -507,8 +505,9 @@ TEST(ReplacementTargetTest, AFileReplacedAfterItWasReadIsNotReplaced) {
   writeFile(directory.path() / "swapped", "swapped");
   std::filesystem::rename(directory.path() / "swapped", path);
   const std::string changed =
-      quoted(path) + " was changed or replaced by another program during the run; nothing was "
-                     "replaced";
+      quoted(path) +
+      " was changed or replaced by another program during the run; nothing was "
+      "replaced";
   try {
     target.replace(file.path(), replaced);
     FAIL() << "replaced";
@@ -583,9 +582,9 @@ TEST(ReplacementTargetTest, AFolderThatMayNotBeWrittenIsAnError) {
           FAIL() << "no error";
         } catch (const std::system_error& error) {
           EXPECT_EQ(error.code(), std::errc::permission_denied);
-          EXPECT_EQ(std::string(error.what()),
-                    "could not open " + quoted(closed / "passwords.json.tmp") +
-                        ": Permission denied");
+          EXPECT_EQ(
+              std::string(error.what()),
+              "could not open " + quoted(closed / "passwords.json.tmp") + ": Permission denied");
         }
         EXPECT_EQ(readFile(to), "old");
       },

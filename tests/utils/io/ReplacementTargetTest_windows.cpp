@@ -1,14 +1,13 @@
 // ReplacementTarget on Windows: replacing and creating the target, the
 // "rename" error with both paths, a folder at the name refused, and a file
 // that another one took the place of between the read and the replace.
-#include "utils/io/ReplacementTarget.h"
-
 #include <windows.h>
+
+#include "utils/io/ReplacementTarget.h"
 // After windows.h, which the security headers need.
 #include <aclapi.h>
-#include <sddl.h>
-
 #include <gtest/gtest.h>
+#include <sddl.h>
 
 #include <filesystem>
 #include <optional>
