@@ -9,7 +9,6 @@
 #include "lineEdit/EditSettings.h"
 #include "lineEdit/LineResult.h"
 #include "lineEdit/RawLineReader.h"
-#include "utils/core/SecureZero.h"
 
 namespace korvane::lineEdit {
 
@@ -63,7 +62,6 @@ std::error_code orInputOutputError(std::error_code error) {
 LineEditor::LineEditor(std::string_view prompt, LineEditorOptions options)
     : prompt_(prompt),
       multiLine_(options.multiLine),
-      reserved_(options.reserved),
       masked_(options.masked),
       maskCharacter_(options.maskCharacter) {}
 
@@ -92,7 +90,7 @@ void LineEditor::unloadSharedState() {
   history_ = std::move(shared.history);
 }
 
-std::string LineEditor::readLine() {
+utils::core::SecureString LineEditor::readLine() {
   loadSharedState();
   // Puts this editor's history back however the read ends.
   class Unload {
@@ -107,10 +105,10 @@ std::string LineEditor::readLine() {
   } unload(*this);
 
   SharedState& shared = sharedState();
-  std::string line;
+  utils::core::SecureString line;
   const LineResult result = RawLineReader::read(prompt_, shared.settings, shared.history, line);
   if (result.end == LineEnd::accepted) return line;
-  utils::core::secureZero(line.data(), line.size());
+  line.wipe();
   throwFor(result);
 }
 

@@ -14,6 +14,7 @@
 
 #include "lineEdit/History.h"
 #include "lineEdit/LineEditorOptions.h"
+#include "utils/core/SecureString.h"
 
 namespace korvane::lineEdit {
 
@@ -25,7 +26,8 @@ class LineEditor {
   ~LineEditor();
 
   // Shows the prompt, lets the user edit a line and returns it as typed
-  // (UTF-8, no line terminator) once Enter is pressed. Enter on an empty
+  // (UTF-8, no line terminator) once Enter is pressed, in a string that is
+  // wiped when it goes, since the line may be a password. Enter on an empty
   // line returns "". Otherwise no line is returned, and what was typed is
   // wiped. Throws:
   //   CancelledException  the user pressed Ctrl+C or Escape, or ended input
@@ -39,7 +41,7 @@ class LineEditor {
   //                       the line (notUtf8Message), or standard input is a
   //                       console but no console output can be had to prompt
   //                       on.
-  std::string readLine();
+  utils::core::SecureString readLine();
 
   static constexpr const char* notUtf8Message =
       "the terminal sent bytes that are not UTF-8; set the terminal to UTF-8, or give the "
@@ -51,7 +53,6 @@ class LineEditor {
 
   const std::string prompt_;
   const bool multiLine_;
-  [[maybe_unused]] const std::uint64_t reserved_;
   const bool masked_;
   const signed char maskCharacter_;
   History history_;

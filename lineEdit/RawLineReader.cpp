@@ -8,7 +8,6 @@
 #include "lineEdit/EditBuffer.h"
 #include "lineEdit/EditLoop.h"
 #include "lineEdit/RawTerminal.h"
-#include "utils/core/SecureZero.h"
 
 namespace korvane::lineEdit {
 
@@ -17,20 +16,15 @@ namespace {
 // A plain line read stops here; the rest stays for the next read.
 constexpr std::size_t maxPlainLineLength = EditLoop::bufferSize;
 
-void wipe(std::string& line) {
-  utils::core::secureZero(line.data(), line.size());
-  line.clear();
-}
-
 // Byte by byte, so that nothing after the line is taken from the input.
-LineResult readPlainLine(std::string& line) {
+LineResult readPlainLine(utils::core::SecureString& line) {
   line.reserve(maxPlainLineLength);  // no reallocation leaves copies behind
   while (line.size() < maxPlainLineLength) {
     char byte = 0;
     std::error_code error;
     const ReadResult result = RawTerminal::readInputByte(byte, error);
     if (result == ReadResult::failed) {
-      wipe(line);
+      line.wipe();
       return LineResult{LineEnd::readFailed, 0, error};
     }
     if (result == ReadResult::ended) {
@@ -46,8 +40,8 @@ LineResult readPlainLine(std::string& line) {
 }  // namespace
 
 LineResult RawLineReader::read(std::string_view prompt, const EditSettings& settings,
-                               History& history, std::string& line) {
-  line.clear();
+                               History& history, utils::core::SecureString& line) {
+  line.wipe();
   if (!RawTerminal::inputIsConsole()) return readPlainLine(line);
   // Text the program printed before must appear before the prompt, which
   // goes straight to the console.
@@ -60,7 +54,7 @@ LineResult RawLineReader::read(std::string_view prompt, const EditSettings& sett
   EditLoop loop(*terminal, settings, history);
   const LineResult result = loop.run(buffer.span(), prompt);
   terminal->finish();
-  if (result.end == LineEnd::accepted) line.assign(buffer.span().data(), result.length);
+  if (result.end == LineEnd::accepted) line.append({buffer.span().data(), result.length});
   return result;
 }
 

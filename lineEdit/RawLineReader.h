@@ -21,6 +21,7 @@
 #include "lineEdit/EditSettings.h"
 #include "lineEdit/History.h"
 #include "lineEdit/LineResult.h"
+#include "utils/core/SecureString.h"
 
 namespace korvane::lineEdit {
 
@@ -42,7 +43,7 @@ class RawLineReader {
   // Otherwise the edit loop's result (EditLoop::run): a line is accepted
   // only on Enter.
   static LineResult read(std::string_view prompt, const EditSettings& settings, History& history,
-                         std::string& line);
+                         utils::core::SecureString& line);
 
   RawLineReader() = delete;
 };

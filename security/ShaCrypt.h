@@ -19,6 +19,9 @@ namespace korvane::security {
 
 class ShaCrypt {
  public:
+  // The algorithm tags of the hash string's "$<tag>$" prefix.
+  static constexpr int sha256Tag = 5;
+  static constexpr int sha512Tag = 6;
   // Rounds count that the hash string leaves implicit (no "rounds=" field).
   static constexpr std::size_t defaultRounds = 5000;
   static constexpr std::size_t leastRounds = shaCryptLeastRounds;

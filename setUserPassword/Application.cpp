@@ -29,9 +29,6 @@ constexpr lineEdit::LineEditorOptions plainOptions{false, 0, false, '*'};
 constexpr std::string_view answerPrompt =
     "Please answer \"y\" or \"n\", or press Return to accept the default of \"n\".";
 
-// Copies a line the editor returned and zeroes the ordinary string's bytes.
-SecureString takeLine(std::string line) { return SecureString::consume(line); }
-
 std::string toLowerClassic(std::string text) {
   const std::locale& classic = std::locale::classic();
   for (char& c : text) c = std::tolower(c, classic);
@@ -42,7 +39,7 @@ enum class Answer { yes, no, invalid };
 
 Answer askYesNo(std::string_view prompt) {
   lineEdit::LineEditor question(prompt, plainOptions);
-  const std::string answer = toLowerClassic(question.readLine());
+  const std::string answer = toLowerClassic(std::string(question.readLine().view()));
   if (answer.empty() || answer == "n") return Answer::no;
   if (answer == "y") return Answer::yes;
   std::cout << answerPrompt << std::endl;
@@ -61,12 +58,11 @@ Application::Application(const CommandLine& commandLine)
 
 int Application::run() {
   userUuid_ = findUser(userConfigPath_, userName_);
-  passwordFile_.read();
+  checkPasswordFile();
   if (commandLine_.remove) {
     confirmRemoval();
-    passwordFile_.erase(userUuid_);
   } else {
-    setPassword();
+    hashNewPassword();
   }
   replacePasswordFile();
   std::cout << "Password for user \"" << userName_ << "\" was "
@@ -74,10 +70,18 @@ int Application::run() {
   return 0;
 }
 
-void Application::setPassword() {
-  SecureString password = readNewPassword();
-  const security::ShaCrypt crypt(6, 5000);
-  passwordFile_.set(userUuid_, crypt.hash(password.view()).view());
+// The file is read whole before anything is asked, so that an error in it
+// ends the run before the user types; nothing of it is kept, since the
+// change is applied to the file as it is under the lock.
+void Application::checkPasswordFile() const {
+  PasswordFile first = passwordFile_.reopened();
+  first.read();
+}
+
+void Application::hashNewPassword() {
+  const utils::core::SecureString password = readNewPassword();
+  const security::ShaCrypt crypt(security::ShaCrypt::sha512Tag, security::ShaCrypt::defaultRounds);
+  newHash_ = crypt.hash(password.view());
 }
 
 // Another run may have replaced the file while this one waited for its user.
@@ -89,8 +93,8 @@ void Application::replacePasswordFile() const {
   const utils::io::ReplacementLock lock(passwordFile_.target());
   PasswordFile current = passwordFile_.reopened();
   current.read();
-  if (const PasswordFile::Entry* entry = passwordFile_.find(userUuid_)) {
-    current.set(userUuid_, entry->value());
+  if (newHash_) {
+    current.set(userUuid_, newHash_->view());
   } else {
     current.erase(userUuid_);
   }
@@ -110,16 +114,16 @@ void Application::confirmRemoval() const {
   }
 }
 
-SecureString Application::readNewPassword() {
+utils::core::SecureString Application::readNewPassword() {
   if (commandLine_.stdinIsConsole) return promptNewPasswordTwice();
   return readRedirectedPassword();
 }
 
-SecureString Application::readRedirectedPassword() const {
+utils::core::SecureString Application::readRedirectedPassword() const {
   // Braces: clang reads the parenthesised form as a function declaration.
   utils::io::FileInputStream<char> input{
       utils::io::File(utils::io::File::PseudoFile::standardInput)};
-  SecureString password;
+  utils::core::SecureString password;
   password.reserve(longestPassword + 1);
   // One byte more than allowed is enough to know the line is too long, so
   // an endless line is refused at once.
@@ -145,19 +149,19 @@ SecureString Application::readRedirectedPassword() const {
   return password;
 }
 
-SecureString Application::promptNewPasswordTwice() {
+utils::core::SecureString Application::promptNewPasswordTwice() {
   std::cout << "\nPlease enter the new password for user \" " << userName_ << "\"." << std::endl;
   for (;;) {
-    SecureString password = enterPassword();
-    const SecureString confirmation = takeLine(repeatPasswordEditor_.readLine());
+    utils::core::SecureString password = enterPassword();
+    const utils::core::SecureString confirmation = repeatPasswordEditor_.readLine();
     if (password == confirmation) return password;
     std::cout << "The passwords do not match.\n";
   }
 }
 
-SecureString Application::enterPassword() {
+utils::core::SecureString Application::enterPassword() {
   for (;;) {
-    SecureString password = takeLine(passwordEditor_.readLine());
+    utils::core::SecureString password = passwordEditor_.readLine();
     if (password.empty()) {
       std::cout << "The password may not be empty. Please enter a password, or press \"Ctrl+C\" "
                    "to exit."

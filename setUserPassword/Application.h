@@ -1,23 +1,27 @@
 // Application: one run of the tool, setting or removing one user's password.
 //
 // Construction resolves the user configuration file and then the password
-// file, printing the line that names each. run() finds the user, reads the
-// password file, then either confirms and erases the user's entry or
-// obtains, checks and hashes a new password, and replaces the password
-// file. Nothing is written before that replace, so any failure or
-// cancellation before it leaves both files as they were.
+// file, printing the line that names each. run() finds the user, checks the
+// password file (read whole, nothing kept), then either confirms the
+// removal or obtains, checks and hashes a new password; under the lock it
+// reads the file again, applies that one change and replaces the file.
+// Nothing is written before that replace, so any failure or cancellation
+// before it leaves both files as they were. Only the pending change is kept
+// across the prompt, never a copy of the file.
 //
 // Thread safety: one object, used on the main thread.
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 
 #include "lineEdit/LineEditor.h"
+#include "security/ShaCrypt.h"
 #include "setUserPassword/CommandLine.h"
 #include "setUserPassword/PasswordFile.h"
-#include "setUserPassword/SecureString.h"
+#include "utils/core/SecureString.h"
 #include "utils/core/Uuid.h"
 
 namespace korvane::setUserPassword {
@@ -40,25 +44,30 @@ class Application {
   int run();
 
  private:
-  void setPassword();
+  void checkPasswordFile() const;
+  void hashNewPassword();
   void replacePasswordFile() const;
   void confirmRemoval() const;
 
   // The new password: typed twice at a console, or the first line of
   // redirected input.
-  SecureString readNewPassword();
-  SecureString readRedirectedPassword() const;
-  SecureString promptNewPasswordTwice();
-  SecureString enterPassword();
+  utils::core::SecureString readNewPassword();
+  utils::core::SecureString readRedirectedPassword() const;
+  utils::core::SecureString promptNewPasswordTwice();
+  utils::core::SecureString enterPassword();
   bool confirmWeakPassword() const;
 
   const CommandLine& commandLine_;
   lineEdit::LineEditor passwordEditor_;
   lineEdit::LineEditor repeatPasswordEditor_;
   std::filesystem::path userConfigPath_;
+  // Read and written only through copies made by reopened(): it holds the
+  // file's one resolution, not its content.
   PasswordFile passwordFile_;
   std::string_view userName_;
   utils::core::Uuid userUuid_;
+  // The pending change: the new hash, or none for a removal.
+  std::optional<security::ShaCrypt::HashString> newHash_;
 };
 
 }  // namespace korvane::setUserPassword

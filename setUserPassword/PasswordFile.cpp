@@ -82,6 +82,7 @@ void PasswordFile::clear() {
 }
 
 PasswordFile PasswordFile::reopened() const {
+  target();  // resolved here, once for both
   PasswordFile other(path_);
   other.target_ = target_;
   return other;

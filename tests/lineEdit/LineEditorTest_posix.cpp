@@ -83,10 +83,10 @@ LineEditorOptions maskedOptions() {
 TEST(LineEditorTest, RedirectedInputReadsLinesWithoutPrompt) {
   RedirectedStandardStreams streams("first\nsecond line\n\nlast");
   LineEditor editor("Password: ", maskedOptions());
-  EXPECT_EQ(editor.readLine(), "first");
-  EXPECT_EQ(editor.readLine(), "second line");
-  EXPECT_EQ(editor.readLine(), "");
-  EXPECT_EQ(editor.readLine(), "last");  // the last line needs no "\n"
+  EXPECT_EQ(editor.readLine().view(), "first");
+  EXPECT_EQ(editor.readLine().view(), "second line");
+  EXPECT_EQ(editor.readLine().view(), "");
+  EXPECT_EQ(editor.readLine().view(), "last");  // the last line needs no "\n"
   EXPECT_EQ(streams.output(), "");
 }
 
@@ -95,7 +95,7 @@ TEST(LineEditorTest, RedirectedInputReadsLinesWithoutPrompt) {
 TEST(LineEditorTest, EndOfRedirectedInputCancels) {
   RedirectedStandardStreams streams("only\n");
   LineEditor editor("Password: ", maskedOptions());
-  EXPECT_EQ(editor.readLine(), "only");
+  EXPECT_EQ(editor.readLine().view(), "only");
   EXPECT_THROW(editor.readLine(), CancelledException);
   EXPECT_THROW(editor.readLine(), CancelledException);
 }
@@ -106,7 +106,7 @@ TEST(LineEditorTest, FailingRedirectedInputIsAnError) {
   const RedirectedDescriptor input(0, open("/dev/null", O_WRONLY));
   LineEditor editor("Password: ", maskedOptions());
   try {
-    editor.readLine();
+    (void)editor.readLine();
     ADD_FAILURE() << "no error";
   } catch (const CancelledException&) {
     ADD_FAILURE() << "taken for a cancellation";
@@ -121,17 +121,17 @@ TEST(LineEditorTest, TwoEditorsTakeTurns) {
   RedirectedStandardStreams streams("one\ntwo\nthree\n");
   LineEditor first("Password: ", maskedOptions());
   LineEditor second("Repeat password: ", maskedOptions());
-  EXPECT_EQ(first.readLine(), "one");
-  EXPECT_EQ(second.readLine(), "two");
-  EXPECT_EQ(first.readLine(), "three");
+  EXPECT_EQ(first.readLine().view(), "one");
+  EXPECT_EQ(second.readLine().view(), "two");
+  EXPECT_EQ(first.readLine().view(), "three");
 }
 
 TEST(LineEditorTest, LongRedirectedLineIsReadInPieces) {
   RedirectedStandardStreams streams(std::string(5000, 'a') + "\nnext\n");
   LineEditor editor("Password: ", maskedOptions());
-  EXPECT_EQ(editor.readLine(), std::string(4096, 'a'));
-  EXPECT_EQ(editor.readLine(), std::string(904, 'a'));
-  EXPECT_EQ(editor.readLine(), "next");
+  EXPECT_EQ(editor.readLine().view(), std::string(4096, 'a'));
+  EXPECT_EQ(editor.readLine().view(), std::string(904, 'a'));
+  EXPECT_EQ(editor.readLine().view(), "next");
 }
 
 }  // namespace

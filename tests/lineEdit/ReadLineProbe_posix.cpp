@@ -48,7 +48,7 @@ int main(int argc, char** argv) {
                                                           .maskCharacter = '*'});
   for (int i = 0; i < lines; ++i) {
     try {
-      const std::string line = editor.readLine();
+      const std::string line(editor.readLine().view());
       std::printf("RESULT [%s]\n", hex(line).c_str());
     } catch (const korvane::lineEdit::CancelledException& e) {
       std::printf("CANCELLED %s\n", e.what());

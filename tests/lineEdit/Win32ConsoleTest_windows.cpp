@@ -223,9 +223,9 @@ TEST_F(Win32ConsoleTest, RawLineReaderEditsAMaskedLine) {
   EditSettings settings;
   settings.masked = true;
   History history;
-  std::string line;
+  utils::core::SecureString line;
   EXPECT_EQ(RawLineReader::read("Password: ", settings, history, line).end, LineEnd::accepted);
-  EXPECT_EQ(line, "zab");
+  EXPECT_EQ(line.view(), "zab");
   EXPECT_EQ(screenText(0, 0, 13), L"Password: ***");
 
   DWORD modeAfter = 0;
@@ -246,7 +246,7 @@ TEST_F(Win32ConsoleTest, RawLineReaderCancelsOnEscapeAndRestoresTheMode) {
 
   EditSettings settings;
   History history;
-  std::string line;
+  utils::core::SecureString line;
   EXPECT_EQ(RawLineReader::read("> ", settings, history, line).end, LineEnd::cancelled);
 
   DWORD modeAfter = 0;
@@ -262,7 +262,7 @@ TEST_F(Win32ConsoleTest, RawLineReaderTakesCtrlCAsAKey) {
   type(keys);
   EditSettings settings;
   History history;
-  std::string line;
+  utils::core::SecureString line;
   EXPECT_EQ(RawLineReader::read("> ", settings, history, line).end, LineEnd::cancelled);
 }
 

@@ -14,10 +14,10 @@
 #include <string>
 #include <string_view>
 
-#include "setUserPassword/ZeroingAllocator.h"
+#include "utils/core/ZeroingAllocator.h"
 #include "utils/core/SecureZero.h"
 
-namespace korvane::setUserPassword {
+namespace korvane::utils::core {
 
 template <typename Allocator>
 class BasicSecureString {
@@ -52,7 +52,7 @@ class BasicSecureString {
   // for text that arrived in a std::string, such as an editor's line.
   static BasicSecureString consume(std::string& line) {
     BasicSecureString secure(line);
-    utils::core::secureZero(line.data(), line.capacity());
+    secureZero(line.data(), line.capacity());
     line.clear();
     return secure;
   }
@@ -62,9 +62,9 @@ class BasicSecureString {
     // The characters first, wherever they are; then the heap block goes
     // back through the zeroing allocator; then the object's own bytes are
     // zeroed and an empty string is made in their place.
-    utils::core::secureZero(text_.data(), text_.capacity());
+    secureZero(text_.data(), text_.capacity());
     std::destroy_at(&text_);
-    utils::core::secureZero(&text_, sizeof text_);
+    secureZero(&text_, sizeof text_);
     std::construct_at(&text_);
   }
 
@@ -91,4 +91,4 @@ class BasicSecureString {
 
 using SecureString = BasicSecureString<ZeroingAllocator<char>>;
 
-}  // namespace korvane::setUserPassword
+}  // namespace korvane::utils::core

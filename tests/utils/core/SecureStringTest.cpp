@@ -1,4 +1,4 @@
-#include "setUserPassword/SecureString.h"
+#include "utils/core/SecureString.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace korvane::setUserPassword {
+namespace korvane::utils::core {
 namespace {
 
 // What the allocator under ZeroingAllocator saw when blocks came back.
@@ -107,4 +107,4 @@ TEST(SecureStringTest, ConsumeZeroesTheOrdinaryString) {
 }
 
 }  // namespace
-}  // namespace korvane::setUserPassword
+}  // namespace korvane::utils::core

@@ -11,7 +11,7 @@
 
 #include "utils/core/SecureZero.h"
 
-namespace korvane::setUserPassword {
+namespace korvane::utils::core {
 
 template <typename T, typename Base = std::allocator<T>>
 class ZeroingAllocator {
@@ -30,11 +30,11 @@ class ZeroingAllocator {
   T* allocate(std::size_t count) { return Base().allocate(count); }
 
   void deallocate(T* block, std::size_t count) noexcept {
-    utils::core::secureZero(block, count * sizeof(T));
+    secureZero(block, count * sizeof(T));
     Base().deallocate(block, count);
   }
 
   friend bool operator==(const ZeroingAllocator&, const ZeroingAllocator&) noexcept { return true; }
 };
 
-}  // namespace korvane::setUserPassword
+}  // namespace korvane::utils::core
