@@ -28,19 +28,22 @@ echo "== Debian package"
 bash scripts/package.sh || status=1
 run_preset asan
 
-if [[ -x scripts/run-valgrind.sh ]]; then
-  echo "== end-to-end runs under Valgrind"
-  bash scripts/run-valgrind.sh || status=1
-fi
+# Each stage runs whatever the state of its script's execute bit; a stage
+# whose script is missing fails the run instead of vanishing from it.
+run_stage() {
+  local label=$1 script=$2
+  shift 2
+  echo "== ${label}"
+  if [[ ! -f "${script}" ]]; then
+    echo "test.sh: ${script} is missing" >&2
+    status=1
+    return
+  fi
+  bash "${script}" "$@" || status=1
+}
 
-if [[ -x scripts/run-fuzzers.sh ]]; then
-  echo "== fuzz targets"
-  bash scripts/run-fuzzers.sh "${KORVANE_FUZZ_SECONDS:-60}" || status=1
-fi
-
-if [[ -x scripts/test-windows.sh ]]; then
-  echo "== Windows build under Wine"
-  bash scripts/test-windows.sh || status=1
-fi
+run_stage "end-to-end runs under Valgrind" scripts/run-valgrind.sh
+run_stage "fuzz targets" scripts/run-fuzzers.sh "${KORVANE_FUZZ_SECONDS:-60}"
+run_stage "Windows build under Wine" scripts/test-windows.sh
 
 exit "${status}"
