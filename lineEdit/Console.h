@@ -2,11 +2,11 @@
 // (ConsoleWriter) performs, one virtual function per Windows console call.
 //
 // Two providers implement it: Win32Console, over a real Windows console
-// screen buffer, and MemoryConsole, an in-memory screen buffer that tests
-// use on every system. The types below are plain portable mirrors of the
-// Windows structures (COORD, SMALL_RECT, CONSOLE_SCREEN_BUFFER_INFO,
-// CONSOLE_CURSOR_INFO, KEY_EVENT_RECORD) so that this header needs no
-// system header. Coordinates are 16-bit like the Windows ones; rectangles
+// screen buffer, and the tests' MemoryConsole (tests/support), an in-memory
+// screen buffer used on every system. The types below are plain portable
+// mirrors of the Windows structures (COORD, SMALL_RECT,
+// CONSOLE_SCREEN_BUFFER_INFO, CONSOLE_CURSOR_INFO, KEY_EVENT_RECORD) so
+// that this header needs no system header. Coordinates are 16-bit like the Windows ones; rectangles
 // are inclusive on all four sides.
 //
 // Results mirror the Windows calls (true on success, counts of cells or

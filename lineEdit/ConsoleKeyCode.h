@@ -1,5 +1,6 @@
 // consoleKeyCode: the edit loop's key code for one Windows console key event.
-// It is the Windows console's one key function and is compiled only there.
+// It is the Windows console's one key function; portable code, so it is
+// built and tested on every system.
 //
 // The raw line reader on Windows reads console input records and hands each
 // key event here, with a way to read the plain input bytes that follow an

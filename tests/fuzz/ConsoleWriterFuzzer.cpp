@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "lineEdit/ConsoleWriter.h"
-#include "lineEdit/MemoryConsole.h"
+#include "tests/support/MemoryConsole.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "lineEdit/MemoryConsole.h"
+#include "tests/support/MemoryConsole.h"
 
 namespace korvane::lineEdit {
 namespace {

@@ -1,4 +1,4 @@
-#include "lineEdit/MemoryConsole.h"
+#include "tests/support/MemoryConsole.h"
 
 #include <gtest/gtest.h>
 

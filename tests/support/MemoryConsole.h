@@ -1,4 +1,5 @@
-// MemoryConsole: a console that lives in memory, for tests and fuzzing.
+// MemoryConsole: a console that lives in memory, for tests and fuzzing: the
+// test double of lineEdit/Console.h, kept out of the product library.
 //
 // It holds a screen buffer of cells (a UTF-16 unit and an attribute each),
 // the cursor position and cursor information, the current text attribute,

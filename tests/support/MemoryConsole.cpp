@@ -1,4 +1,4 @@
-#include "lineEdit/MemoryConsole.h"
+#include "tests/support/MemoryConsole.h"
 
 #include <algorithm>
 #include <stdexcept>
