@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "lineEdit/EditLoop.h"
 #include "lineEdit/History.h"
 #include "lineEdit/LineEditorOptions.h"
 #include "utils/core/SecureString.h"
@@ -42,6 +43,10 @@ class LineEditor {
   //                       console but no console output can be had to prompt
   //                       on.
   utils::core::SecureString readLine();
+
+  // The longest line the console editor takes, in bytes; the tool holds a
+  // password given any other way to the same limit.
+  static constexpr std::size_t longestLine = EditLoop::bufferSize - 1;
 
   static constexpr const char* notUtf8Message =
       "the terminal sent bytes that are not UTF-8; set the terminal to UTF-8, or give the "

@@ -40,7 +40,9 @@ echo "lintian: no errors, no warnings"
 if [[ $(id -u) -eq 0 ]]; then
   export DEBIAN_FRONTEND=noninteractive
   apt-get install -y -qq "./${package}" >/dev/null
-  /usr/bin/KorvanePassword -Version | head -n 1 | grep -q '^Korvane Password Tool 2.0.3$'
+  # The number the build's CMake project declares.
+  version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/release/CMakeCache.txt)
+  /usr/bin/KorvanePassword -Version | head -n 1 | grep -qx "Korvane Password Tool ${version}"
   apt-get remove -y -qq korvane-password >/dev/null
   echo "package installs and runs"
 fi

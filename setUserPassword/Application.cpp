@@ -21,7 +21,7 @@ namespace {
 
 // The most the console editor accepts; longer redirected lines are refused
 // (the hash's cost grows with the square of the password's length).
-constexpr std::size_t longestPassword = 4095;
+constexpr std::size_t longestPassword = lineEdit::LineEditor::longestLine;
 
 constexpr lineEdit::LineEditorOptions maskedOptions{false, 0, true, '*'};
 constexpr lineEdit::LineEditorOptions plainOptions{false, 0, false, '*'};
@@ -134,7 +134,8 @@ utils::core::SecureString Application::readRedirectedPassword() const {
   }
   if (password.empty()) throw WeakPasswordException("empty password");
   if (password.size() > longestPassword) {
-    throw WeakPasswordException("password is too long (at most 4095 bytes)");
+    throw WeakPasswordException(
+        utils::core::format("password is too long (at most {} bytes)", longestPassword));
   }
   // No login form can send a NUL byte and crypt(3) stops at it: such a
   // password could never be used.
