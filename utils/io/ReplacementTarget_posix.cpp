@@ -216,11 +216,15 @@ void copyAttributes(const File& file, const ReplacedFile& replaced) {
   }
 }
 
-// What an in-place copy works on, for its error messages.
+// What an in-place copy works on: the two files as messages name them, why
+// the rename failed, and the two names in the folder.
 struct InPlaceCopy {
   const std::filesystem::path& from;
   const std::filesystem::path& to;
   std::error_code renameError;
+  int directory;
+  const std::filesystem::path& fromName;
+  const std::filesystem::path& toName;
 };
 
 // A failed step of the in-place copy: the text names both files, says that
@@ -249,88 +253,219 @@ void copyStep(const InPlaceCopy& copy, std::string_view operation,
   }
 }
 
+// Whether `name` in `directory` still refers to the file `replaced`
+// describes, or to nothing when there is none; otherwise the run stops.
+void requireUnchanged(int directory, const std::filesystem::path& name,
+                      const std::filesystem::path& path,
+                      const std::optional<ReplacedFile>& replaced) {
+  struct stat status {};
+  const bool present = ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!present && errno != ENOENT)
+    throwFileError("read the attributes of", path, lastSystemError());
+  if (present != replaced.has_value() || (present && !isSameFile(status, *replaced))) {
+    throwChanged(path);
+  }
+}
+
+// Renames `from` over `to` in `directory`; 0, or -1 with errno set. A new
+// file (`replacing` false) must not replace one that appeared after the
+// check: EEXIST then.
+int renameOver(int directory, const std::filesystem::path& from, const std::filesystem::path& to,
+               bool replacing) {
+  const unsigned flags = replacing ? 0U : RENAME_NOREPLACE;
+  const int result = retryOnInterrupt(
+      [&] { return ::renameat2(directory, from.c_str(), directory, to.c_str(), flags); });
+  if (result == 0 || flags == 0 || (errno != EINVAL && errno != ENOSYS)) return result;
+  // A file system without the flag: the check before has to do.
+  return retryOnInterrupt(
+      [&] { return ::renameat(directory, from.c_str(), directory, to.c_str()); });
+}
+
+// Makes a rename in `directory` durable. It has taken effect already, so a
+// failure says so: the administrator must not think nothing changed. Some
+// file systems cannot sync a directory at all.
+void syncFolder(int directory, const std::filesystem::path& directoryPath,
+                const std::filesystem::path& replaced) {
+  if (retryOnInterrupt([&] { return ::fsync(directory); }) == 0 || errno == EINVAL) return;
+  throw std::system_error(lastSystemError(),
+                          describeFileOperation("sync the directory", directoryPath) +
+                              " after replacing \"" + printable(replaced) +
+                              "\" (the new file is in place)");
+}
+
+// Opens `name` in `directory` with `flags` (never following a link) as a
+// File named `path` in messages.
+File openFileAt(int directory, const std::filesystem::path& name, int flags,
+                const std::filesystem::path& path) {
+  Descriptor fd = openAt(directory, name.c_str(), flags | O_NOFOLLOW | O_NOCTTY);
+  if (fd.get() < 0) throwFileError("open", path, lastSystemError());
+  return File(fd.release(), path);
+}
+
+// Replaces the content of the target with that of the complete, synced
+// temporary file, in place: written from the start, truncated to the new
+// length and synced; the target keeps its inode, mode and owner. Only then
+// is the temporary file removed. The target must still be the file read.
+void copyInPlace(const InPlaceCopy& copy, const ReplacedFile& replaced) {
+  std::optional<File> source;
+  std::optional<File> target;
+  copyStep(copy, "open", copy.from,
+           [&] { source.emplace(openFileAt(copy.directory, copy.fromName, O_RDONLY, copy.from)); });
+  copyStep(copy, "open", copy.to, [&] {
+    target.emplace(openFileAt(copy.directory, copy.toName, O_WRONLY | O_NONBLOCK, copy.to));
+  });
+  const int fd = static_cast<int>(target->nativeHandle());
+  struct stat opened {};
+  if (::fstat(fd, &opened) != 0 || !isSameFile(opened, replaced)) throwChanged(copy.to);
+  std::vector<char> buffer(copyBufferSize);
+  off_t length = 0;
+  for (;;) {
+    std::size_t got = 0;
+    copyStep(copy, "read", copy.from, [&] { got = source->read(buffer); });
+    if (got == 0) break;
+    copyStep(copy, "write", copy.to, [&] { target->write(std::span(buffer).first(got)); });
+    length += static_cast<off_t>(got);
+  }
+  if (retryOnInterrupt([&] { return ::ftruncate(fd, length); }) != 0) {
+    throwCopyError(copy, "truncate", copy.to, lastSystemError());
+  }
+  copyStep(copy, "sync", copy.to, [&] { target->sync(); });
+  copyStep(copy, "close", copy.to, [&] { target->close(); });
+  // The complete copy of the new content is no longer needed.
+  if (retryOnInterrupt([&] { return ::unlinkat(copy.directory, copy.fromName.c_str(), 0); }) != 0) {
+    throw std::system_error(lastSystemError(), describeFileOperation("remove", copy.from) +
+                                                   " after copying it over \"" +
+                                                   printable(copy.to) +
+                                                   "\" (the new file is in place)");
+  }
+}
+
+// Resolves a path one component at a time through descriptors of the
+// folders on the way, so that no name is looked up twice: the folder that
+// holds the final name, its path as messages print it, and the name.
+// Trusted links are followed (their target's components take their place);
+// a folder that does not exist ends the lookups, and the rest of the path
+// only names what would be there.
+class PathWalk {
+ public:
+  explicit PathWalk(const std::filesystem::path& path) : path_(path) {
+    restartAt(path.is_absolute() ? path.root_path() : std::filesystem::path());
+    pushFront(path.relative_path());
+  }
+
+  void run() {
+    while (!pending_.empty()) {
+      const std::filesystem::path component = std::move(pending_.front());
+      pending_.pop_front();
+      if (step(component, pending_.empty())) return;
+    }
+  }
+
+  int folder() const noexcept { return folder_.get(); }
+  const std::filesystem::path& folderPath() const noexcept { return folderPath_; }
+  const std::filesystem::path& name() const noexcept { return name_; }
+  bool folderExists() const noexcept { return exists_; }
+
+ private:
+  // Handles one component; true when it was the final name.
+  bool step(const std::filesystem::path& component, bool last) {
+    if (!exists_ || last) {
+      // The final name is looked at only to follow a link there.
+      struct stat status {};
+      if (exists_ && lookUp(component, status) && S_ISLNK(status.st_mode)) {
+        follow(component, status);
+        return false;
+      }
+      if (!last) {
+        folderPath_ /= component;
+        return false;
+      }
+      name_ = component;
+      return true;
+    }
+    struct stat status {};
+    if (!lookUp(component, status)) {
+      exists_ = false;
+      folderPath_ /= component;
+    } else if (S_ISLNK(status.st_mode)) {
+      follow(component, status);
+    } else if (!S_ISDIR(status.st_mode)) {
+      exists_ = false;  // below a file: nothing can be there
+      folderPath_ /= component;
+    } else {
+      enter(component);
+    }
+    return false;
+  }
+
+  // False when nothing is at the name (or a file is where a folder should be).
+  bool lookUp(const std::filesystem::path& component, struct stat& status) const {
+    if (::fstatat(folder_.get(), component.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) return true;
+    const std::error_code error = lastSystemError();
+    if (error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory) {
+      throwFileError("read the attributes of", folderPath_ / component, error);
+    }
+    return false;
+  }
+
+  void follow(const std::filesystem::path& component, const struct stat& status) {
+    const std::filesystem::path link = folderPath_ / component;
+    if (++followed_ > maxLinksFollowed) {
+      throwFileError("follow the links of", path_,
+                     std::make_error_code(std::errc::too_many_symbolic_link_levels));
+    }
+    requireTrustedLink(status, link);
+    const std::filesystem::path target = readLinkAt(folder_.get(), component.c_str(), link);
+    if (target.is_absolute()) restartAt(target.root_path());
+    pushFront(target.relative_path());
+  }
+
+  void enter(const std::filesystem::path& component) {
+    // No link may have taken the folder's place since it was looked at.
+    Descriptor next = openAt(folder_.get(), component.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW);
+    if (next.get() < 0) {
+      throwFileError("open the directory", folderPath_ / component, lastSystemError());
+    }
+    folder_ = std::move(next);
+    folderPath_ /= component;
+  }
+
+  // Continues from the root `root`, or from the working folder when empty.
+  void restartAt(const std::filesystem::path& root) {
+    folder_ = openAt(AT_FDCWD, root.empty() ? "." : "/", O_PATH | O_DIRECTORY);
+    if (folder_.get() < 0) throwFileError("open the directory", path_, lastSystemError());
+    folderPath_ = root;
+  }
+
+  // Puts the components of `relative` before those still to walk. Empty
+  // components (a trailing "/") name nothing of their own.
+  void pushFront(const std::filesystem::path& relative) {
+    auto at = pending_.begin();
+    for (const auto& part : relative) {
+      if (!part.empty()) at = std::next(pending_.insert(at, part));
+    }
+  }
+
+  const std::filesystem::path& path_;
+  Descriptor folder_;
+  std::filesystem::path folderPath_;
+  std::filesystem::path name_;
+  std::deque<std::filesystem::path> pending_;
+  bool exists_ = true;
+  int followed_ = 0;
+};
+
 }  // namespace
 
 ReplacementTarget::ReplacementTarget(const std::filesystem::path& path) : directory_(-1) {
-  // The folder reached so far, opened only as a place to look up names.
-  Descriptor folder = openAt(AT_FDCWD, path.is_absolute() ? "/" : ".", O_PATH | O_DIRECTORY);
-  if (folder.get() < 0) throwFileError("open the directory", path, lastSystemError());
-  std::filesystem::path folderPath = path.is_absolute() ? path.root_path() : "";
-  const std::filesystem::path relative = path.relative_path();
-  // Empty components (a trailing "/") name nothing of their own.
-  std::deque<std::filesystem::path> pending;
-  for (const auto& part : relative) {
-    if (!part.empty()) pending.push_back(part);
-  }
-  bool exists = true;
-  int followed = 0;
-  while (!pending.empty()) {
-    const std::filesystem::path component = std::move(pending.front());
-    pending.pop_front();
-    const bool last = pending.empty();
-    if (!exists) {
-      if (last) {
-        name_ = component;
-      } else {
-        folderPath /= component;
-      }
-      continue;
-    }
-    struct stat status {};
-    if (::fstatat(folder.get(), component.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      const std::error_code error = lastSystemError();
-      if (error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory) {
-        throwFileError("read the attributes of", folderPath / component, error);
-      }
-      if (last) {
-        name_ = component;
-        break;
-      }
-      exists = false;
-      folderPath /= component;
-      continue;
-    }
-    if (S_ISLNK(status.st_mode)) {
-      const std::filesystem::path link = folderPath / component;
-      if (++followed > maxLinksFollowed) {
-        throwFileError("follow the links of", path,
-                       std::make_error_code(std::errc::too_many_symbolic_link_levels));
-      }
-      requireTrustedLink(status, link);
-      const std::filesystem::path target = readLinkAt(folder.get(), component.c_str(), link);
-      const std::filesystem::path targetRelative = target.relative_path();
-      auto at = pending.begin();
-      for (const auto& part : targetRelative) {
-        if (!part.empty()) at = std::next(pending.insert(at, part));
-      }
-      if (target.is_absolute()) {
-        folder = openAt(AT_FDCWD, "/", O_PATH | O_DIRECTORY);
-        if (folder.get() < 0) throwFileError("open the directory", "/", lastSystemError());
-        folderPath = target.root_path();
-      }
-      continue;
-    }
-    if (last) {
-      name_ = component;
-      break;
-    }
-    if (!S_ISDIR(status.st_mode)) {
-      exists = false;  // below a file: nothing can be there
-      folderPath /= component;
-      continue;
-    }
-    // No link may have taken the folder's place since it was looked at.
-    Descriptor next = openAt(folder.get(), component.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW);
-    if (next.get() < 0)
-      throwFileError("open the directory", folderPath / component, lastSystemError());
-    folder = std::move(next);
-    folderPath /= component;
-  }
-  directoryPath_ = folderPath.empty() ? std::filesystem::path(".") : folderPath;
-  path_ = folderPath / name_;
-  if (!exists) return;
+  PathWalk walk(path);
+  walk.run();
+  name_ = walk.name();
+  directoryPath_ = walk.folderPath().empty() ? std::filesystem::path(".") : walk.folderPath();
+  path_ = walk.folderPath() / name_;
+  if (!walk.folderExists()) return;
   // Readable, so that it can be locked and synced.
-  Descriptor readable = openAt(folder.get(), ".", O_RDONLY | O_DIRECTORY);
+  Descriptor readable = openAt(walk.folder(), ".", O_RDONLY | O_DIRECTORY);
   if (readable.get() < 0) throwFileError("open the directory", directoryPath_, lastSystemError());
   directory_ = readable.release();
   directoryExists_ = true;
@@ -393,34 +528,9 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary,
   }
   const int directory = static_cast<int>(directory_);
   const std::filesystem::path temporaryName = temporary.filename();
-  struct stat status {};
-  const bool present = ::fstatat(directory, name_.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-  if (!present && errno != ENOENT) {
-    throwFileError("read the attributes of", path_, lastSystemError());
-  }
-  if (present != replaced.has_value() || (present && !isSameFile(status, *replaced))) {
-    throwChanged(path_);
-  }
-  // A new file must not replace one that appeared after the check.
-  const unsigned flags = replaced ? 0U : RENAME_NOREPLACE;
-  int result = retryOnInterrupt([&] {
-    return ::renameat2(directory, temporaryName.c_str(), directory, name_.c_str(), flags);
-  });
-  if (result != 0 && flags != 0 && (errno == EINVAL || errno == ENOSYS)) {
-    // A file system without the flag: the check above has to do.
-    result = retryOnInterrupt(
-        [&] { return ::renameat(directory, temporaryName.c_str(), directory, name_.c_str()); });
-  }
-  if (result == 0) {
-    // Makes the rename durable. It has taken effect already, so a failure
-    // says so: the administrator must not think nothing changed. Some file
-    // systems cannot sync a directory at all.
-    if (retryOnInterrupt([&] { return ::fsync(directory); }) != 0 && errno != EINVAL) {
-      throw std::system_error(lastSystemError(),
-                              describeFileOperation("sync the directory", directoryPath_) +
-                                  " after replacing \"" + printable(path_) +
-                                  "\" (the new file is in place)");
-    }
+  requireUnchanged(directory, name_, path_, replaced);
+  if (renameOver(directory, temporaryName, name_, replaced.has_value()) == 0) {
+    syncFolder(directory, directoryPath_, path_);
     return;
   }
   const std::error_code renameError = lastSystemError();
@@ -434,45 +544,7 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary,
       !replaced) {
     throw std::filesystem::filesystem_error("rename", temporary, path_, renameError);
   }
-  const InPlaceCopy copy{temporary, path_, renameError};
-  std::optional<File> source;
-  std::optional<File> target;
-  copyStep(copy, "open", temporary, [&] {
-    Descriptor fd = openAt(directory, temporaryName.c_str(), O_RDONLY | O_NOFOLLOW);
-    if (fd.get() < 0) throwFileError("open", temporary, lastSystemError());
-    source.emplace(fd.release(), temporary);
-  });
-  copyStep(copy, "open", path_, [&] {
-    Descriptor fd = openAt(directory, name_.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
-    if (fd.get() < 0) throwFileError("open", path_, lastSystemError());
-    target.emplace(fd.release(), path_);
-  });
-  struct stat opened {};
-  if (::fstat(static_cast<int>(target->nativeHandle()), &opened) != 0 || !S_ISREG(opened.st_mode) ||
-      !isSameFile(opened, *replaced)) {
-    throwChanged(path_);
-  }
-  std::vector<char> buffer(copyBufferSize);
-  off_t length = 0;
-  for (;;) {
-    std::size_t got = 0;
-    copyStep(copy, "read", temporary, [&] { got = source->read(buffer); });
-    if (got == 0) break;
-    copyStep(copy, "write", path_, [&] { target->write(std::span(buffer).first(got)); });
-    length += static_cast<off_t>(got);
-  }
-  const int fd = static_cast<int>(target->nativeHandle());
-  if (retryOnInterrupt([&] { return ::ftruncate(fd, length); }) != 0) {
-    throwCopyError(copy, "truncate", path_, lastSystemError());
-  }
-  copyStep(copy, "sync", path_, [&] { target->sync(); });
-  copyStep(copy, "close", path_, [&] { target->close(); });
-  // The complete copy of the new content is no longer needed.
-  if (retryOnInterrupt([&] { return ::unlinkat(directory, temporaryName.c_str(), 0); }) != 0) {
-    throw std::system_error(lastSystemError(), describeFileOperation("remove", temporary) +
-                                                   " after copying it over \"" + printable(path_) +
-                                                   "\" (the new file is in place)");
-  }
+  copyInPlace({temporary, path_, renameError, directory, temporaryName, name_}, *replaced);
 }
 
 }  // namespace korvane::utils::io
