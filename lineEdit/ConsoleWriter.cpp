@@ -96,6 +96,117 @@ std::int32_t parseHex(std::span<const char16_t> text) noexcept {
 
 std::u16string asciiToUtf16(std::string_view text) { return std::u16string(text.begin(), text.end()); }
 
+// The screen as a control sequence finds it, and the three operations the
+// sequences are made of.
+struct Screen {
+  Console& console;
+  ScreenBufferInfo info;
+  std::int64_t width;
+  std::int64_t height;
+  std::int64_t x;
+  std::int64_t y;
+
+  void moveTo(std::int64_t column, std::int64_t row) const {
+    console.setCursorPosition(
+        Coord{toShort(clampIndex(column, width)), toShort(clampIndex(row, height))});
+  }
+  void fill(std::int64_t count, std::int64_t column, std::int64_t row) const {
+    const Coord start{toShort(column), toShort(row)};
+    console.fillOutputCharacter(u' ', toCount(count), start);
+    console.fillOutputAttribute(info.attributes, toCount(count), start);
+  }
+  void scroll(std::int64_t left, std::int64_t top, std::int64_t right, std::int64_t bottom,
+              std::int64_t toColumn, std::int64_t toRow) const {
+    const Rect rect{toShort(left), toShort(top), toShort(right), toShort(bottom)};
+    console.scrollScreenBuffer(rect, nullptr, Coord{toShort(toColumn), toShort(toRow)},
+                               CharInfo{u' ', info.attributes});
+  }
+};
+
+Screen screenOf(Console& console) {
+  ScreenBufferInfo info{};
+  console.getScreenBufferInfo(info);
+  return Screen{console,         info, info.size.x, info.size.y, info.cursorPosition.x,
+                info.cursorPosition.y};
+}
+
+// The sequences that move the cursor by or to `n`; false for any other.
+bool moveCursor(const Screen& screen, unsigned char final, std::int64_t n) {
+  const std::int64_t x = screen.x;
+  const std::int64_t y = screen.y;
+  switch (final) {
+    case 'A':
+    case 'k': screen.moveTo(x, y - n); return true;
+    case 'B':
+    case 'e': screen.moveTo(x, y + n); return true;
+    case 'C':
+    case 'a': screen.moveTo(x + n, y); return true;
+    case 'D':
+    case 'j': screen.moveTo(x - n, y); return true;
+    case 'E': screen.moveTo(0, y + n); return true;
+    case 'F': screen.moveTo(0, y - n); return true;
+    case 'G':
+    case '`': screen.moveTo(n - 1, y); return true;
+    case 'd': screen.moveTo(x, n - 1); return true;
+    default: return false;
+  }
+}
+
+// The sequences that blank cells (mode or count `n`); false for any other.
+bool eraseCells(const Screen& screen, unsigned char final, std::int64_t n) {
+  const std::int64_t x = screen.x;
+  const std::int64_t y = screen.y;
+  const std::int64_t width = screen.width;
+  switch (final) {
+    case 'J':
+      // Mode 0 leaves the buffer's very last cell alone, on purpose.
+      if (n == 0) {
+        screen.fill((screen.height - y) * width - x - 1, x, y);
+      } else if (n == 1) {
+        screen.fill(width * y + x + 1, 0, 0);
+      } else if (n == 2) {
+        screen.fill(width * screen.height, 0, 0);
+        screen.console.setCursorPosition(Coord{0, 0});
+      }
+      return true;
+    case 'K':
+      // Mode 0 fills one cell more than the rest of the row, the first cell
+      // of the next row with it; the count is fixed so that every screen
+      // the emulation draws stays cell for cell the same.
+      if (n == 0) {
+        screen.fill(width - x + 1, x, y);
+      } else if (n == 1) {
+        screen.fill(x + 1, 0, y);
+      } else if (n == 2) {
+        screen.fill(width, 0, y);
+      }
+      return true;
+    case 'X': screen.fill(n, x, y); return true;
+    default: return false;
+  }
+}
+
+// The sequences that insert or delete `n` cells or rows, moving the rest;
+// false for any other.
+bool shiftCells(const Screen& screen, unsigned char final, std::int64_t n) {
+  const std::int64_t x = screen.x;
+  const std::int64_t y = screen.y;
+  const std::int64_t width = screen.width;
+  const std::int64_t height = screen.height;
+  const std::int64_t cellsInRow = x + n > width - 1 ? width - x : n;
+  switch (final) {
+    case '@': screen.scroll(x, y, width - cellsInRow - 1, y, x + cellsInRow, y); return true;
+    case 'P': screen.scroll(x + cellsInRow, y, width - 1, y, x, y); return true;
+    case 'L': screen.scroll(0, y, width - 1, height - 1, 0, y + n); return true;
+    case 'M': {
+      const std::int64_t rows = std::min(n, height - y);
+      screen.scroll(0, y + rows, width - 1, height - 1, 0, y);
+      return true;
+    }
+    default: return false;
+  }
+}
+
 }  // namespace
 
 bool ConsoleWriter::write(Console& console, std::string_view bytes, std::size_t& consumed) {
@@ -308,116 +419,28 @@ void ConsoleWriter::interpretPrivate() {
 }
 
 void ConsoleWriter::interpretControl(Console& console) {
-  ScreenBufferInfo info{};
-  console.getScreenBufferInfo(info);
-  const std::int64_t width = info.size.x;
-  const std::int64_t height = info.size.y;
-  const std::int64_t x = info.cursorPosition.x;
-  const std::int64_t y = info.cursorPosition.y;
-  const CharInfo blank{u' ', info.attributes};
-
   const bool takesTwo = final_ == 'H' || final_ == 'f';
   if ((parameterCount_ > 1 && !takesTwo && final_ != 'm') || (parameterCount_ > 2 && takesTwo)) {
     return;
   }
+  const Screen screen = screenOf(console);
   const bool erase = final_ == 'J' || final_ == 'K';
   const std::int64_t n = parameterCount_ == 0 ? (erase ? 0 : 1) : std::int64_t{parameters_[0]};
+  if (takesTwo) {
+    const std::int64_t row = parameterCount_ >= 1 ? std::int64_t{parameters_[0]} : 1;
+    const std::int64_t column = parameterCount_ >= 2 ? std::int64_t{parameters_[1]} : 1;
+    screen.moveTo(column - 1, row - 1);
+    return;
+  }
+  if (moveCursor(screen, final_, n) || eraseCells(screen, final_, n) ||
+      shiftCells(screen, final_, n)) {
+    return;
+  }
+  interpretStateControl(console, screen.info.cursorPosition, n);
+}
 
-  const auto moveTo = [&](std::int64_t column, std::int64_t row) {
-    console.setCursorPosition(Coord{toShort(clampIndex(column, width)), toShort(clampIndex(row, height))});
-  };
-  const auto fill = [&](std::int64_t count, std::int64_t column, std::int64_t row) {
-    const Coord start{toShort(column), toShort(row)};
-    console.fillOutputCharacter(u' ', toCount(count), start);
-    console.fillOutputAttribute(info.attributes, toCount(count), start);
-  };
-  const auto scroll = [&](std::int64_t left, std::int64_t top, std::int64_t right, std::int64_t bottom,
-                          std::int64_t toColumn, std::int64_t toRow) {
-    const Rect rect{toShort(left), toShort(top), toShort(right), toShort(bottom)};
-    console.scrollScreenBuffer(rect, nullptr, Coord{toShort(toColumn), toShort(toRow)}, blank);
-  };
-
+void ConsoleWriter::interpretStateControl(Console& console, Coord cursor, std::int64_t n) {
   switch (final_) {
-    case '@': {
-      const std::int64_t count = x + n > width - 1 ? width - x : n;
-      scroll(x, y, width - count - 1, y, x + count, y);
-      break;
-    }
-    case 'A':
-    case 'k':
-      moveTo(x, y - n);
-      break;
-    case 'B':
-    case 'e':
-      moveTo(x, y + n);
-      break;
-    case 'C':
-    case 'a':
-      moveTo(x + n, y);
-      break;
-    case 'D':
-    case 'j':
-      moveTo(x - n, y);
-      break;
-    case 'E':
-      moveTo(0, y + n);
-      break;
-    case 'F':
-      moveTo(0, y - n);
-      break;
-    case 'G':
-    case '`':
-      moveTo(n - 1, y);
-      break;
-    case 'H':
-    case 'f': {
-      const std::int64_t row = parameterCount_ >= 1 ? std::int64_t{parameters_[0]} : 1;
-      const std::int64_t column = parameterCount_ >= 2 ? std::int64_t{parameters_[1]} : 1;
-      moveTo(column - 1, row - 1);
-      break;
-    }
-    case 'J':
-      // Mode 0 leaves the buffer's very last cell alone, on purpose.
-      if (n == 0) {
-        fill((height - y) * width - x - 1, x, y);
-      } else if (n == 1) {
-        fill(width * y + x + 1, 0, 0);
-      } else if (n == 2) {
-        fill(width * height, 0, 0);
-        console.setCursorPosition(Coord{0, 0});
-      }
-      break;
-    case 'K':
-      // Mode 0 fills one cell more than the rest of the row, the first cell
-      // of the next row with it; the count is fixed so that every screen
-      // the emulation draws stays cell for cell the same.
-      if (n == 0) {
-        fill(width - x + 1, x, y);
-      } else if (n == 1) {
-        fill(x + 1, 0, y);
-      } else if (n == 2) {
-        fill(width, 0, y);
-      }
-      break;
-    case 'L':
-      scroll(0, y, width - 1, height - 1, 0, y + n);
-      break;
-    case 'M': {
-      const std::int64_t count = std::min(n, height - y);
-      scroll(0, y + count, width - 1, height - 1, 0, y);
-      break;
-    }
-    case 'P': {
-      const std::int64_t count = x + n > width - 1 ? width - x : n;
-      scroll(x + count, y, width - 1, y, x, y);
-      break;
-    }
-    case 'X':
-      fill(n, x, y);
-      break;
-    case 'd':
-      moveTo(x, n - 1);
-      break;
     case 'm':
       selectGraphicRendition(console);
       break;
@@ -425,32 +448,31 @@ void ConsoleWriter::interpretControl(Console& console) {
       if (n == 5) {
         pushInput(console, u"\x1b[0n");
       } else if (n == 6) {
-        pushInput(console, asciiToUtf16(utils::core::format("\x1b[{};{}R", y + 1, x + 1)));
+        pushInput(console,
+                  asciiToUtf16(utils::core::format("\x1b[{};{}R", cursor.y + 1, cursor.x + 1)));
       }
       break;
     case 's':
-      if (parameterCount_ == 0) {
-        savedCursor_ = info.cursorPosition;
-      }
+      if (parameterCount_ == 0) savedCursor_ = cursor;
       break;
     case 'u':
-      if (parameterCount_ == 0) {
-        console.setCursorPosition(savedCursor_);
-      }
+      if (parameterCount_ == 0) console.setCursorPosition(savedCursor_);
       break;
     case 't':
-      if (parameterCount_ == 1 && parameters_[0] == 21) {
-        std::array<char16_t, maxTitleReport + 1> title{};
-        const std::size_t length = std::min(console.getTitle(title), maxTitleReport);
-        std::u16string reply = u"\x1b]l";
-        reply.append(title.data(), length);
-        reply += u"\x1b\\";
-        pushInput(console, reply);
-      }
+      if (parameterCount_ == 1 && parameters_[0] == 21) reportTitle(console);
       break;
     default:
       break;
   }
+}
+
+void ConsoleWriter::reportTitle(Console& console) {
+  std::array<char16_t, maxTitleReport + 1> title{};
+  const std::size_t length = std::min(console.getTitle(title), maxTitleReport);
+  std::u16string reply = u"\x1b]l";
+  reply.append(title.data(), length);
+  reply += u"\x1b\\";
+  pushInput(console, reply);
 }
 
 void ConsoleWriter::selectGraphicRendition(Console& console) {

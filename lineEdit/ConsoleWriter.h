@@ -76,6 +76,10 @@ class ConsoleWriter {
   void interpretOperatingSystemCommand(Console& console);
   void interpretPrivate();
   void interpretControl(Console& console);
+  // The sequences that change the writer's state or answer through the
+  // input queue: colours, reports, the saved cursor.
+  void interpretStateControl(Console& console, Coord cursor, std::int64_t n);
+  void reportTitle(Console& console);
   void selectGraphicRendition(Console& console);
   std::int32_t readDefaultAttribute(Console& console);
   std::uint16_t composeAttribute() const;
