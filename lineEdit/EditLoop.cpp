@@ -123,53 +123,44 @@ EditLoop::Step EditLoop::handleKey(KeyCode key) {
       }
       deleteUnderCursor();
       return Step::proceed;
-    case keys::deleteCharacter:
-      deleteUnderCursor();
-      return Step::proceed;
-    case keys::backspace:
-    case keys::backspace127:
-      backspace();
-      return Step::proceed;
-    case keys::home:
-      moveTo(0);
-      return Step::proceed;
-    case keys::end:
-      moveTo(len_);
-      return Step::proceed;
-    case keys::left:
-      if (pos_ > 0) moveTo(previousCharacterStart(text(), pos_));
-      return Step::proceed;
-    case keys::right:
-      if (pos_ < len_) moveTo(nextCharacterEnd(text(), pos_));
-      return Step::proceed;
-    case keys::killToEnd:
-      killToEnd();
-      return Step::proceed;
-    case keys::killLine:
-      killLine();
-      return Step::proceed;
-    case keys::killWord:
-      killPreviousWord();
-      return Step::proceed;
-    case keys::transpose:
-      transpose();
-      return Step::proceed;
-    case keys::clearScreen:
-      clearScreen();
-      return Step::proceed;
-    case keys::up:
-      historyStep(true);
-      return Step::proceed;
-    case keys::down:
-      historyStep(false);
-      return Step::proceed;
     case keys::notUtf8:
       // Nothing is inserted or echoed, so the screen does not show where the
       // bytes came; the line is refused when it is entered.
       sawNotUtf8_ = true;
       return Step::proceed;
     default:
+      if (moveCursor(key) || editText(key)) return Step::proceed;
       return insert(key);
+  }
+}
+
+bool EditLoop::moveCursor(KeyCode key) {
+  switch (key) {
+    case keys::home: moveTo(0); return true;
+    case keys::end: moveTo(len_); return true;
+    case keys::left:
+      if (pos_ > 0) moveTo(previousCharacterStart(text(), pos_));
+      return true;
+    case keys::right:
+      if (pos_ < len_) moveTo(nextCharacterEnd(text(), pos_));
+      return true;
+    case keys::up: historyStep(true); return true;
+    case keys::down: historyStep(false); return true;
+    default: return false;
+  }
+}
+
+bool EditLoop::editText(KeyCode key) {
+  switch (key) {
+    case keys::deleteCharacter: deleteUnderCursor(); return true;
+    case keys::backspace:
+    case keys::backspace127: backspace(); return true;
+    case keys::killToEnd: killToEnd(); return true;
+    case keys::killLine: killLine(); return true;
+    case keys::killWord: killPreviousWord(); return true;
+    case keys::transpose: transpose(); return true;
+    case keys::clearScreen: clearScreen(); return true;
+    default: return false;
   }
 }
 

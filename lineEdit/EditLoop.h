@@ -63,6 +63,9 @@ class EditLoop {
   std::string_view text() const { return {buffer_.data(), len_}; }
 
   Step handleKey(KeyCode key);
+  // The keys that move the cursor or edit the text; false for any other.
+  bool moveCursor(KeyCode key);
+  bool editText(KeyCode key);
   Step insert(char32_t codePoint);
   void deleteUnderCursor();
   void backspace();
