@@ -18,7 +18,9 @@
 
 #include "security/Sha2.h"
 
-#if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
+#include "utils/core/Processor.h"
+
+#if KORVANE_X86_64_GNU
 // Processor variants are compiled with target attributes and chosen at run
 // time by utils/core's ProcessorFeatures.
 #define KORVANE_SHA2_X86_VARIANTS 1

@@ -1,12 +1,13 @@
 #include "security/Sha512.h"
 
 #include "security/Sha2Rounds.h"
+#include "utils/core/Processor.h"
 #include "utils/core/ProcessorFeatures.h"
 
 #if KORVANE_SHA2_X86_VARIANTS
 #include <immintrin.h>
 #endif
-#if defined(__SSE2__) || defined(_M_X64)
+#if KORVANE_X86_64
 #include <emmintrin.h>
 #define KORVANE_SHA512_SSE2 1
 #else

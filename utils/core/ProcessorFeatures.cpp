@@ -2,7 +2,9 @@
 
 #include <cstdint>
 
-#if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__))
+#include "utils/core/Processor.h"
+
+#if KORVANE_X86_64_GNU
 #include <cpuid.h>
 #define KORVANE_X86_CPUID 1
 #else

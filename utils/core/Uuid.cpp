@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <cstring>
 
-#if defined(__x86_64__) || defined(_M_X64)
+#include "utils/core/Processor.h"
+
+#if KORVANE_X86_64
 #include <emmintrin.h>
 #define KORVANE_UUID_SSE2 1
 #else

@@ -26,7 +26,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#if defined(__x86_64__) || defined(_M_X64)
+#include "utils/core/Processor.h"
+
+#if KORVANE_X86_64
 #include <emmintrin.h>
 #define KORVANE_JSON_SSE2 1
 #else
