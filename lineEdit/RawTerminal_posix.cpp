@@ -65,6 +65,9 @@ void restoreTerminal(int when) {
 
 void restoreAtExit() { restoreTerminal(TCSADRAIN); }
 
+// The place of a signal number (1 to NSIG - 1) in the tables above.
+constexpr std::size_t slot(int signal) noexcept { return static_cast<std::size_t>(signal); }
+
 // Restores the terminal before the action that was in place before raw mode
 // runs. The default action is put back and the signal raised again; it is
 // delivered as soon as this handler returns and ends the process (a fault
@@ -76,18 +79,18 @@ void onTerminatingSignal(int signal, siginfo_t* info, void* context) {
   const int savedErrno = errno;
   const bool wasRaw = state.rawMode != 0;
   restoreTerminal(TCSANOW);
-  if (signal <= 0 || signal >= NSIG || state.handlerInstalled[signal] == 0) {
+  if (signal <= 0 || signal >= NSIG || state.handlerInstalled[slot(signal)] == 0) {
     errno = savedErrno;
     return;
   }
-  const struct sigaction& previous = state.previousActions[signal];
+  const struct sigaction& previous = state.previousActions[slot(signal)];
   if ((previous.sa_flags & SA_SIGINFO) != 0) {
     previous.sa_sigaction(signal, info, context);
   } else if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
     previous.sa_handler(signal);
   } else {
     sigaction(signal, &previous, nullptr);
-    state.handlerInstalled[signal] = 0;
+    state.handlerInstalled[slot(signal)] = 0;
     raise(signal);
     errno = savedErrno;
     return;
@@ -109,10 +112,10 @@ void installSignalHandler(int signal) {
   action.sa_sigaction = onTerminatingSignal;
   sigfillset(&action.sa_mask);
   action.sa_flags = SA_RESTART | SA_SIGINFO;
-  struct sigaction& previous = state.previousActions[signal];
+  struct sigaction& previous = state.previousActions[slot(signal)];
   if (sigaction(signal, nullptr, &previous) != 0) return;
   if (isIgnored(previous)) return;  // an ignored signal can't end us: it stays ignored
-  state.handlerInstalled[signal] = sigaction(signal, &action, nullptr) == 0 ? 1 : 0;
+  state.handlerInstalled[slot(signal)] = sigaction(signal, &action, nullptr) == 0 ? 1 : 0;
 }
 
 void installSignalHandlers() {
@@ -124,9 +127,9 @@ void installSignalHandlers() {
 
 void removeSignalHandlers() {
   for (int signal = 1; signal < NSIG; ++signal) {
-    if (state.handlerInstalled[signal] != 0) {
-      sigaction(signal, &state.previousActions[signal], nullptr);
-      state.handlerInstalled[signal] = 0;
+    if (state.handlerInstalled[slot(signal)] != 0) {
+      sigaction(signal, &state.previousActions[slot(signal)], nullptr);
+      state.handlerInstalled[slot(signal)] = 0;
     }
   }
 }
