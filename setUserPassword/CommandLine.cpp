@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <iostream>
 
 #include "setUserPassword/PlatformConsole.h"
@@ -45,6 +44,12 @@ constexpr auto versionStorage = [] {
 }();
 constexpr std::string_view version(versionStorage.data(), versionStorage.size());
 
+// Ends a parse early: help or version asked for, or the first error.
+struct Stop {
+  ParsedCommandLine::Request request;
+  std::string error;
+};
+
 // Walks the arguments once, left to right; the first error ends the parse.
 class Parser {
  public:
@@ -52,10 +57,14 @@ class Parser {
     commandLine_.stdinIsConsole = standardInputIsConsole();
   }
 
-  CommandLine parse() {
-    for (index_ = 1; index_ < argc_; ++index_) parseArgument(argv_[index_]);
-    if (commandLine_.userName.empty()) fail("no user name specified");
-    return std::move(commandLine_);
+  ParsedCommandLine parse() {
+    try {
+      for (index_ = 1; index_ < argc_; ++index_) parseArgument(argv_[index_]);
+      if (commandLine_.userName.empty()) fail("no user name specified");
+    } catch (Stop& stop) {
+      return {stop.request, std::move(commandLine_), std::move(stop.error)};
+    }
+    return {ParsedCommandLine::Request::run, std::move(commandLine_), {}};
   }
 
  private:
@@ -95,9 +104,9 @@ class Parser {
     } else if (argument == "-DontRejectInsecurePasswords") {
       commandLine_.dontRejectInsecurePasswords = true;
     } else if (argument == "-Help" || argument == "/?") {
-      printUsageAndExit(commandLine_, {});
+      throw Stop{ParsedCommandLine::Request::help, {}};
     } else if (argument == "-Version") {
-      printVersionAndExit(commandLine_);
+      throw Stop{ParsedCommandLine::Request::version, {}};
     } else {
       return false;
     }
@@ -121,7 +130,9 @@ class Parser {
     return argv_[++index_];
   }
 
-  [[noreturn]] void fail(std::string_view message) { printUsageAndExit(commandLine_, message); }
+  [[noreturn]] static void fail(std::string_view message) {
+    throw Stop{ParsedCommandLine::Request::error, std::string(message)};
+  }
 
   int argc_;
   const char* const* argv_;
@@ -135,27 +146,29 @@ std::string_view usageText() noexcept { return usage; }
 
 std::string_view versionText() noexcept { return version; }
 
-CommandLine parseCommandLine(int argc, const char* const* argv) {
+ParsedCommandLine parseCommandLine(int argc, const char* const* argv) {
   return Parser(argc, argv).parse();
 }
 
-void printUsageAndExit(const CommandLine& commandLine, std::string_view message) {
-  if (message.empty()) {
-    std::cout << usage << std::flush;
-    utils::windows::retainConsole();
-    std::exit(0);
+int answerWithoutRun(const ParsedCommandLine& parsed) {
+  int status = 0;
+  switch (parsed.request) {
+    case ParsedCommandLine::Request::help:
+      std::cout << usage << std::flush;
+      break;
+    case ParsedCommandLine::Request::version:
+      std::cout << version << std::flush;
+      break;
+    case ParsedCommandLine::Request::error:
+    case ParsedCommandLine::Request::run:
+      std::cerr << "COMMAND LINE ERROR: " << parsed.error << "\n\n";
+      if (parsed.commandLine.stdinIsConsole) std::cerr << usage;
+      std::cerr << std::flush;
+      status = 1;
+      break;
   }
-  std::cerr << "COMMAND LINE ERROR: " << message << "\n\n";
-  if (commandLine.stdinIsConsole) std::cerr << usage;
-  std::cerr << std::flush;
   utils::windows::retainConsole();
-  std::exit(1);
-}
-
-void printVersionAndExit(const CommandLine&) {
-  std::cout << version << std::flush;
-  utils::windows::retainConsole();
-  std::exit(0);
+  return status;
 }
 
 }  // namespace korvane::setUserPassword

@@ -1,11 +1,12 @@
 // The command line of KorvanePassword: its parsed record, the parser, and
-// the two exits that answer help and version requests.
+// the answers to help and version requests and to command-line errors.
 //
-// parseCommandLine either returns a complete record or ends the process
-// itself (help, version, command-line error); it throws only when an option
-// value cannot be turned into a path.
+// parseCommandLine returns what the command line asks for: a run with a
+// complete record, or an answer that answerWithoutRun prints (help,
+// version, a command-line error) before main ends with its status. It
+// throws only when an option value cannot be turned into a path.
 //
-// Thread safety: call from the main thread; the exits end the process.
+// Thread safety: call from the main thread.
 #pragma once
 
 #include <filesystem>
@@ -31,15 +32,25 @@ struct CommandLine {
   bool dontRejectInsecurePasswords = false;
 };
 
-CommandLine parseCommandLine(int argc, const char* const* argv);
+// What a command line asks for.
+struct ParsedCommandLine {
+  enum class Request { run, help, version, error };
+  Request request = Request::run;
+  // Complete for a run; for an error, what was parsed up to it.
+  CommandLine commandLine;
+  // The error's text (Request::error only).
+  std::string error;
+};
 
-// An empty message asks for help: usage on standard output, status 0.
-// Otherwise "COMMAND LINE ERROR: " and the message on standard error,
-// followed by the usage when standard input is a console; status 1.
-[[noreturn]] void printUsageAndExit(const CommandLine& commandLine, std::string_view message);
+ParsedCommandLine parseCommandLine(int argc, const char* const* argv);
 
-// The version banner on standard output; status 0.
-[[noreturn]] void printVersionAndExit(const CommandLine& commandLine);
+// Answers a request other than a run and returns the exit status: help is
+// the usage on standard output, status 0; version the version banner on
+// standard output, status 0; an error "COMMAND LINE ERROR: " and its text
+// on standard error, followed by the usage when standard input is a
+// console, status 1.
+// REQUIRES: parsed.request != ParsedCommandLine::Request::run.
+int answerWithoutRun(const ParsedCommandLine& parsed);
 
 // The usage text, every line ending in "\n".
 std::string_view usageText() noexcept;

@@ -24,8 +24,11 @@ int main(int argc, char** argv) {
   korvane::setUserPassword::protectProcessMemory();
   // The specific handlers come first: both exceptions are runtime errors.
   try {
-    const auto commandLine = korvane::setUserPassword::parseCommandLine(argc, argv);
-    Application application(commandLine);
+    const auto parsed = korvane::setUserPassword::parseCommandLine(argc, argv);
+    if (parsed.request != korvane::setUserPassword::ParsedCommandLine::Request::run) {
+      return korvane::setUserPassword::answerWithoutRun(parsed);
+    }
+    Application application(parsed.commandLine);
     return application.run();
   } catch (const korvane::lineEdit::CancelledException&) {
     return 1;

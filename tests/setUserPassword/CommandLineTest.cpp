@@ -63,6 +63,27 @@ void expectCommandLineError(std::vector<std::string> arguments, std::string_view
   EXPECT_EQ(result.err, commandLineError(message));
 }
 
+// The parser returns what the command line asks for and leaves ending the
+// process to its caller.
+TEST(CommandLineTest, HelpVersionAndErrorsAreLeftToTheCaller) {
+  using Request = ParsedCommandLine::Request;
+  const auto parse = [](std::vector<const char*> arguments) {
+    arguments.insert(arguments.begin(), "KorvanePassword");
+    return parseCommandLine(static_cast<int>(arguments.size()), arguments.data());
+  };
+  EXPECT_EQ(parse({"-Help", "alice"}).request, Request::help);
+  EXPECT_EQ(parse({"/?"}).request, Request::help);
+  EXPECT_EQ(parse({"alice", "-Version"}).request, Request::version);
+  const ParsedCommandLine unknown = parse({"-Unknown", "alice"});
+  EXPECT_EQ(unknown.request, Request::error);
+  EXPECT_EQ(unknown.error, "unknown option '-Unknown'");
+  EXPECT_EQ(parse({}).error, "no user name specified");
+  const ParsedCommandLine run = parse({"-Remove", "alice"});
+  EXPECT_EQ(run.request, Request::run);
+  EXPECT_EQ(run.commandLine.userName, "alice");
+  EXPECT_TRUE(run.commandLine.remove);
+}
+
 TEST(CommandLineTest, UsageTextIsByteExact) {
   EXPECT_EQ(usageText(), expectedUsage);
   // Descriptions begin in column 32, the continuation line is indented by 31.
