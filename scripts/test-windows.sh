@@ -68,7 +68,8 @@ if [[ ! -f "${program}" ]]; then
 fi
 if [[ -f "${program}" ]]; then
   echo "== $(basename "${program}") end to end under Wine, redirected input"
-  if timeout 900 bash tests/setUserPassword/EndToEndTest_windows.sh "${program}" wine </dev/null; then
+  if KORVANE_FILE_HOLDER="${build}/tests/setUserPassword/FileHolder.exe" \
+    timeout 1800 bash tests/setUserPassword/EndToEndTest_windows.sh "${program}" wine </dev/null; then
     summary+=", redirected end-to-end passed"
   else
     summary+=", redirected end-to-end FAILED"
