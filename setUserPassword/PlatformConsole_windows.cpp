@@ -28,7 +28,8 @@ struct LocalMemory {
 
 std::vector<std::string> commandLineArguments(int, const char* const*) {
   int count = 0;
-  const std::unique_ptr<LPWSTR, LocalMemory> wide(::CommandLineToArgvW(::GetCommandLineW(), &count));
+  const std::unique_ptr<LPWSTR, LocalMemory> wide(
+      ::CommandLineToArgvW(::GetCommandLineW(), &count));
   if (!wide) {
     throw std::system_error(static_cast<int>(::GetLastError()), std::system_category(),
                             "CommandLineToArgvW");

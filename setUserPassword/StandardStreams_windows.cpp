@@ -62,7 +62,8 @@ class ConsoleBuffer final : public std::streambuf {
     std::string_view text = pending_;
     std::array<char16_t, 2> units{};
     while (!text.empty() && !isCutShort(text)) {
-      const Utf8Sequence sequence = utils::string::decodeUtf8(text, utils::string::Utf8Malformed::reject);
+      const Utf8Sequence sequence =
+          utils::string::decodeUtf8(text, utils::string::Utf8Malformed::reject);
       if (!sequence.wellFormed) {
         // A byte that is no text: shown as such, and the next byte read afresh.
         wide.push_back(static_cast<char16_t>(utils::string::replacementCharacter));

@@ -302,18 +302,20 @@ struct NamedUser {
   const char* name;
   const char* uuid;
 };
+// Source files are UTF-8 (MSVC: /utf-8), and so are these literals. The two
+// spellings of "Zoë" are written out, as they look alike.
 constexpr NamedUser namedUsers[] = {
-    {"\xC5\x81ukasz", "a1000000-0000-4000-8000-000000000001"},                // Łukasz
-    {"Lukasz", "a1000000-0000-4000-8000-000000000002"},                       //
-    {"J\xC3\xBCrgen", "a1000000-0000-4000-8000-000000000003"},                // Jürgen
-    {"Jurgen", "a1000000-0000-4000-8000-000000000004"},                       //
-    {"\xE5\xB1\xB1\xE7\x94\xB0", "a1000000-0000-4000-8000-000000000005"},     // 山田
-    {"\xD0\x90\xD0\xBB\xD1\x91\xD0\xBD\xD0\xB0", "a1000000-0000-4000-8000-000000000006"},  // Алёна
-    {"\xCE\x91\xCE\xB8\xCE\xB7\xCE\xBD\xE1\xBE\xB6", "a1000000-0000-4000-8000-000000000007"},  // Αθηνᾶ
-    {"\xD9\x85\xD8\xAD\xD9\x85\xD8\xAF", "a1000000-0000-4000-8000-000000000008"},  // محمد
-    {"Zo\xC3\xAB", "a1000000-0000-4000-8000-000000000009"},                   // Zoë, one code point
-    {"Zoe\xCC\x88", "a1000000-0000-4000-8000-00000000000a"},                  // Zoë, e + U+0308
-    {"\xF0\x9F\x94\x91-admin", "a1000000-0000-4000-8000-00000000000b"},       // U+1F511, 4 bytes
+    {"Łukasz", "a1000000-0000-4000-8000-000000000001"},
+    {"Lukasz", "a1000000-0000-4000-8000-000000000002"},
+    {"Jürgen", "a1000000-0000-4000-8000-000000000003"},
+    {"Jurgen", "a1000000-0000-4000-8000-000000000004"},
+    {"山田", "a1000000-0000-4000-8000-000000000005"},
+    {"Алёна", "a1000000-0000-4000-8000-000000000006"},
+    {"Αθηνᾶ", "a1000000-0000-4000-8000-000000000007"},
+    {"محمد", "a1000000-0000-4000-8000-000000000008"},
+    {"Zo\u00EB", "a1000000-0000-4000-8000-000000000009"},   // one code point
+    {"Zoe\u0308", "a1000000-0000-4000-8000-00000000000a"},  // "e" and a combining diaeresis
+    {"🔑-admin", "a1000000-0000-4000-8000-00000000000b"},    // above U+FFFF: 4 bytes
 };
 
 std::string namedUsersJson() {
@@ -335,27 +337,29 @@ TEST_F(EndToEndTest, NamesInSeveralScriptsEachSetTheirOwnEntry) {
     const NamedUser& user = namedUsers[i];
     const ChildResult result = run({user.name}, passwordFor(i) + "\n");
     ASSERT_EQ(result.exitStatus, 0) << user.name << ": " << result.err;
-    EXPECT_EQ(result.out, fileLines(i > 0) + "Password for user \"" + user.name + "\" was updated.\n");
+    EXPECT_EQ(result.out,
+              fileLines(i > 0) + "Password for user \"" + user.name + "\" was updated.\n");
     const std::string file = passwordFile();
     EXPECT_TRUE(verifies(passwordFor(i), storedHash(file, user.uuid))) << user.name;
     // Nothing set yet for the names that come later, the look-alikes
     // included (each follows the name it differs from by an accent or a
     // combining mark).
     for (std::size_t later = i + 1; later < std::size(namedUsers); ++later) {
-      EXPECT_EQ(storedHash(file, namedUsers[later].uuid), "") << user.name << " set "
-                                                              << namedUsers[later].name;
+      EXPECT_EQ(storedHash(file, namedUsers[later].uuid), "")
+          << user.name << " set " << namedUsers[later].name;
     }
   }
   const std::string file = passwordFile();
   for (std::size_t i = 0; i < std::size(namedUsers); ++i) {
-    EXPECT_TRUE(verifies(passwordFor(i), storedHash(file, namedUsers[i].uuid))) << namedUsers[i].name;
+    EXPECT_TRUE(verifies(passwordFor(i), storedHash(file, namedUsers[i].uuid)))
+        << namedUsers[i].name;
   }
 }
 
 TEST_F(EndToEndTest, ANameThatIsNotInTheFileIsReportedWithItsCharacters) {
   writeFile(directory_.path() / "users.json", namedUsersJson());
-  // "Łukas", "Zoë" with a combining mark but on "o", "山本".
-  for (const std::string name : {"\xC5\x81ukas", "Zo\xCC\x88" "e", "\xE5\xB1\xB1\xE6\x9C\xAC"}) {
+  // A name cut short, the combining mark on another letter, another name.
+  for (const std::string name : {"Łukas", "Zo\u0308e", "山本"}) {
     const ChildResult result = run({name}, std::string(strongPassword) + "\n");
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(result.err, "ERROR: the user \"" + name + "\" was not found in the file \"" +
@@ -365,10 +369,8 @@ TEST_F(EndToEndTest, ANameThatIsNotInTheFileIsReportedWithItsCharacters) {
 }
 
 TEST_F(EndToEndTest, FoldersAndFilesInSeveralScripts) {
-  // 配置-Łódź, użytkownicy.json, hasła-パスワード/hasła.json
-  const std::filesystem::path folder =
-      directory_.path() / "\xE9\x85\x8D\xE7\xBD\xAE-\xC5\x81\xC3\xB3" "d\xC5\xBA";
-  std::filesystem::create_directories(folder / "has\xC5\x82" "a-\xE3\x83\x91\xE3\x82\xB9");
+  const std::filesystem::path folder = directory_.path() / "配置-Łódź";
+  std::filesystem::create_directories(folder / "hasła-パスワード");
   writeFile(folder / "users.json", namedUsersJson());
   const ChildResult found =
       runProgram(program, {"-ConfigDir", folder.string(), namedUsers[4].name},
@@ -379,16 +381,16 @@ TEST_F(EndToEndTest, FoldersAndFilesInSeveralScripts) {
                            "\"\nWill create new password file at \"" +
                            (folder / "passwords.json").string() + "\"\nPassword for user \"" +
                            namedUsers[4].name + "\" was updated.\n");
-  EXPECT_TRUE(verifies(strongPassword, storedHash(readFile(folder / "passwords.json"),
-                                                  namedUsers[4].uuid)));
+  EXPECT_TRUE(verifies(strongPassword,
+                       storedHash(readFile(folder / "passwords.json"), namedUsers[4].uuid)));
 
-  const std::filesystem::path users = folder / "u\xC5\xBCytkownicy.json";
-  const std::filesystem::path passwords =
-      folder / "has\xC5\x82" "a-\xE3\x83\x91\xE3\x82\xB9" / "has\xC5\x82" "a.json";
+  const std::filesystem::path users = folder / "użytkownicy.json";
+  const std::filesystem::path passwords = folder / "hasła-パスワード" / "hasła.json";
   std::filesystem::copy_file(folder / "users.json", users);
   const ChildResult explicitPaths = runProgram(
       program, {"-Users", users.string(), "-Passwords", passwords.string(), namedUsers[0].name},
-      std::string(strongPassword) + "\n", {{"XDG_CONFIG_DIRS", (directory_.path() / "no-base").string()}});
+      std::string(strongPassword) + "\n",
+      {{"XDG_CONFIG_DIRS", (directory_.path() / "no-base").string()}});
   EXPECT_EQ(explicitPaths.exitStatus, 0) << explicitPaths.err;
   EXPECT_EQ(explicitPaths.out, "Using user configuration file \"" + users.string() +
                                    "\"\nUsing password file \"" + passwords.string() +

@@ -22,8 +22,9 @@ std::string toPrintable(const std::filesystem::path& path) {
   std::optional<std::string> narrow = string::utf16ToUtf8(
       std::u16string_view(reinterpret_cast<const char16_t*>(wide.data()), wide.size()));
   if (!narrow) {
-    throw std::system_error(ERROR_NO_UNICODE_TRANSLATION, std::system_category(),
-                            "korvane::utils::filesystem::toPrintable(): unpaired surrogate in a path");
+    throw std::system_error(
+        ERROR_NO_UNICODE_TRANSLATION, std::system_category(),
+        "korvane::utils::filesystem::toPrintable(): unpaired surrogate in a path");
   }
   std::replace(narrow->begin(), narrow->end(), '/', '\\');
   return std::move(*narrow);

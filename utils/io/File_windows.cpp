@@ -72,8 +72,9 @@ File::File(PseudoFile pseudoFile)
 
 File::File(const std::filesystem::path& path, Access access, std::filesystem::perms)
     : path_(path), handle_(invalidHandle), owned_(true) {
-  const HANDLE handle = ::CreateFileW(path.c_str(), desiredAccess(access), shareMode(access), nullptr,
-                                      creationDisposition(access), FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE handle =
+      ::CreateFileW(path.c_str(), desiredAccess(access), shareMode(access), nullptr,
+                    creationDisposition(access), FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     const std::error_code code = lastSystemError();
     if (access == Access::read && isMissing(code)) {

@@ -48,8 +48,10 @@ struct RenameInformation {
   DWORD fileNameLength;
   WCHAR fileName[1];
 };
-static_assert(offsetof(RenameInformation, rootDirectory) == offsetof(FILE_RENAME_INFO, RootDirectory));
-static_assert(offsetof(RenameInformation, fileNameLength) == offsetof(FILE_RENAME_INFO, FileNameLength));
+static_assert(offsetof(RenameInformation, rootDirectory) ==
+              offsetof(FILE_RENAME_INFO, RootDirectory));
+static_assert(offsetof(RenameInformation, fileNameLength) ==
+              offsetof(FILE_RENAME_INFO, FileNameLength));
 static_assert(offsetof(RenameInformation, fileName) == offsetof(FILE_RENAME_INFO, FileName));
 
 // The DACL of a new password file: full control for SYSTEM, the

@@ -52,9 +52,9 @@ TEST(FileTest, AFileOpenForReadingCanBeWrittenDeletedAndRenamedByOthers) {
   writeText(path, "{}");
   const File reading(path, File::Access::read);
   for (const DWORD access : {DWORD{GENERIC_WRITE}, DWORD{DELETE}}) {
-    const HANDLE other = ::CreateFileW(path.c_str(), access,
-                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                       nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE other =
+        ::CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, 0, nullptr);
     EXPECT_NE(other, INVALID_HANDLE_VALUE) << "access " << access << ": error " << ::GetLastError();
     if (other != INVALID_HANDLE_VALUE) ::CloseHandle(other);
   }

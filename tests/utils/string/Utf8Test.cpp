@@ -280,8 +280,9 @@ TEST(Utf8Test, LeadAndContinuationBytes) {
 TEST(Utf8TextTest, WholeTextsConvertBothWays) {
   // ASCII, Polish, German, Japanese, a combining mark, a code point above
   // U+FFFF (a surrogate pair in UTF-16).
-  const std::string utf8 = "Lukasz \xc5\x81ukasz J\xc3\xbcrgen \xe5\xb1\xb1\xe7\x94\xb0 "
-                           "Zoe\xcc\x88 \xf0\x9f\x94\x91";
+  const std::string utf8 =
+      "Lukasz \xc5\x81ukasz J\xc3\xbcrgen \xe5\xb1\xb1\xe7\x94\xb0 "
+      "Zoe\xcc\x88 \xf0\x9f\x94\x91";
   const std::u16string utf16 = u"Lukasz \u0141ukasz J\u00fcrgen \u5c71\u7530 Zoe\u0308 \U0001F511";
   EXPECT_EQ(utf8ToUtf16(utf8), utf16);
   EXPECT_EQ(utf16ToUtf8(utf16), utf8);
@@ -305,8 +306,8 @@ TEST(Utf8TextTest, EveryCodePointRoundTrips) {
 
 TEST(Utf8TextTest, MalformedUtf8IsRefusedNotReplaced) {
   for (const std::string& bad : {std::string("a\xff"), std::string("\xc3"), std::string("\xc0\xaf"),
-                                std::string("\xed\xa0\x80"), std::string("\xf4\x90\x80\x80"),
-                                std::string("x\x80y"), std::string("\xe5\xb1")}) {
+                                 std::string("\xed\xa0\x80"), std::string("\xf4\x90\x80\x80"),
+                                 std::string("x\x80y"), std::string("\xe5\xb1")}) {
     EXPECT_EQ(utf8ToUtf16(bad), std::nullopt) << ::testing::PrintToString(bad);
   }
 }
