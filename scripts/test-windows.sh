@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # Cross-compiles the Windows build with MinGW-w64 (warnings are errors) and
-# runs its tests under Wine: every library and test program, then the whole
-# Windows program end to end: with redirected input
-# (tests/setUserPassword/EndToEndTest_windows.sh) and at Wine's console on a
-# pseudo-terminal (tests/setUserPassword/ConsoleEndToEndTest_windows.py).
+# runs its tests under Wine: every library and test program, the program's
+# resources (version information, manifest), then the whole Windows program
+# end to end: with redirected input
+# (tests/setUserPassword/EndToEndTest_windows.sh, with the FileHolder test
+# program for the runs against a password file held open) and at Wine's
+# console on a pseudo-terminal
+# (tests/setUserPassword/ConsoleEndToEndTest_windows.py). Wine runs in its
+# default code page (1252): the tests must pass without a UTF-8 locale.
 #
 # The program is KorvanePassword.exe when a MinGW build of zxcvbn is given
 # (ZXCVBN_ROOT=<folder with include/zxcvbn.h and lib/libzxcvbn.a>), and
@@ -19,7 +23,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-for tool in x86_64-w64-mingw32-g++-posix wine wineserver winepath script cmake ctest python3; do
+for tool in x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver winepath script cmake ctest python3; do
   if ! command -v "${tool}" >/dev/null; then
     echo "test-windows: ${tool} is missing (bash scripts/install-deps.sh --windows)" >&2
     exit 1
@@ -67,8 +71,28 @@ if [[ ! -f "${program}" ]]; then
   program="${build}/tests/strengthEstimator/KorvanePasswordTestVariant.exe"
 fi
 if [[ -f "${program}" ]]; then
+  # The resources linked into the program: the version information carries
+  # the number that -Version prints, the manifest the UTF-8 code page and
+  # long-path awareness.
+  echo "== $(basename "${program}") resources"
+  resources=$(x86_64-w64-mingw32-windres -i "${program}" -O rc)
+  version=$(wine "${program}" -Version </dev/null 2>/dev/null | head -n1 | tr -d '\r')
+  version=${version##* }
+  if [[ -n "${version}" ]] &&
+    grep -q "^ FILEVERSION ${version//./, }, 0\$" <<<"${resources}" &&
+    grep -q "^ PRODUCTVERSION ${version//./, }, 0\$" <<<"${resources}" &&
+    grep -q "VALUE \"FileVersion\", \"${version}\"" <<<"${resources}" &&
+    grep -q '<activeCodePage [^>]*>UTF-8</activeCodePage>' <<<"${resources}" &&
+    grep -q '<longPathAware [^>]*>true</longPathAware>' <<<"${resources}"; then
+    summary+=", resources passed (version ${version})"
+  else
+    echo "the version resource or the manifest does not match version \"${version}\"" >&2
+    summary+=", resources FAILED"
+    status=1
+  fi
   echo "== $(basename "${program}") end to end under Wine, redirected input"
-  if timeout 900 bash tests/setUserPassword/EndToEndTest_windows.sh "${program}" wine </dev/null; then
+  if KORVANE_FILE_HOLDER="${build}/tests/setUserPassword/FileHolder.exe" \
+    timeout 1800 bash tests/setUserPassword/EndToEndTest_windows.sh "${program}" wine </dev/null; then
     summary+=", redirected end-to-end passed"
   else
     summary+=", redirected end-to-end FAILED"

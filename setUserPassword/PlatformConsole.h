@@ -1,11 +1,14 @@
-// What the command line needs to know of the platform: whether standard
-// input is a console, and how a narrow argument becomes a file-system path.
+// What the command line needs to know of the platform: the arguments as
+// UTF-8 text, whether standard input is a console, and how an argument
+// becomes a file-system path.
 //
 // Thread safety: reentrant.
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace korvane::setUserPassword {
 
@@ -13,10 +16,16 @@ namespace korvane::setUserPassword {
 // handle; POSIX: a terminal).
 bool standardInputIsConsole() noexcept;
 
+// The program's arguments, the program name first. POSIX: argv as it is.
+// Windows: the wide command line (argc and argv are not used: the narrow
+// ones went through the ANSI code page, which best-fit maps the characters
+// it lacks, "Ł" to "L"), each argument in UTF-8; an unpaired surrogate,
+// which has no UTF-8 form, throws std::system_error.
+std::vector<std::string> commandLineArguments(int argc, const char* const* argv);
+
 // Converts an option value to a path. POSIX: the bytes as they are.
-// Windows: through the code page the standard library would use (UTF-8,
-// ANSI or OEM); invalid byte sequences throw std::system_error, values of
-// 2^31 bytes or more std::invalid_argument.
+// Windows: from UTF-8, whatever the code pages; invalid UTF-8 throws
+// std::system_error, values of 2^31 bytes or more std::invalid_argument.
 std::filesystem::path pathFromArgument(std::string_view argument);
 
 }  // namespace korvane::setUserPassword

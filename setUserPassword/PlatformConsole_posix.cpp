@@ -4,6 +4,10 @@
 
 namespace korvane::setUserPassword {
 
+std::vector<std::string> commandLineArguments(int argc, const char* const* argv) {
+  return std::vector<std::string>(argv, argv + argc);
+}
+
 bool standardInputIsConsole() noexcept { return ::isatty(STDIN_FILENO) == 1; }
 
 std::filesystem::path pathFromArgument(std::string_view argument) {

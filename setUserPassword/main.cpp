@@ -2,11 +2,15 @@
 // installation. Everything but this entry point lives in the libraries.
 #include <exception>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "lineEdit/CancelledException.h"
 #include "setUserPassword/Application.h"
 #include "setUserPassword/CommandLine.h"
+#include "setUserPassword/PlatformConsole.h"
 #include "setUserPassword/ProcessProtection.h"
+#include "setUserPassword/StandardStreams.h"
 #include "utils/windows/RetainConsole.h"
 
 namespace {
@@ -22,9 +26,17 @@ int reportError(const std::exception& error, int status) {
 int main(int argc, char** argv) {
   using korvane::setUserPassword::Application;
   korvane::setUserPassword::protectProcessMemory();
+  korvane::setUserPassword::prepareStandardStreams();
   // The specific handlers come first: both exceptions are runtime errors.
   try {
-    const auto parsed = korvane::setUserPassword::parseCommandLine(argc, argv);
+    // Windows: UTF-8 from the wide command line. POSIX: the bytes as given.
+    const std::vector<std::string> arguments =
+        korvane::setUserPassword::commandLineArguments(argc, argv);
+    std::vector<const char*> argumentPointers;
+    argumentPointers.reserve(arguments.size());
+    for (const std::string& argument : arguments) argumentPointers.push_back(argument.c_str());
+    const auto parsed = korvane::setUserPassword::parseCommandLine(
+        static_cast<int>(argumentPointers.size()), argumentPointers.data());
     if (parsed.request != korvane::setUserPassword::ParsedCommandLine::Request::run) {
       return korvane::setUserPassword::answerWithoutRun(parsed);
     }

@@ -3,16 +3,17 @@
 
     tests/setUserPassword/ConsoleEndToEndTest_windows.py [--only <group>] <program> [runner ...]
 
-Groups: typing, cancelling, removal, redirected-output, no-endless-loop
-(all of them by default).
+Groups: typing, cancelling, removal, redirected-output, no-endless-loop,
+names (all of them by default).
 
 Every run gets a fresh installation (users.json, and passwords.json where
 the run needs one), is started on a pseudo-terminal, and is typed at: the
 password typed twice with editing keys, a mismatch, an empty entry, a weak
 password refused, a weak password kept or not with
 -DontRejectInsecurePasswords, cancelling with Escape and Ctrl+C, the removal
-question, and standard output redirected to a file while the prompts stay
-on the console.
+question, standard output redirected to a file while the prompts stay
+on the console, and user names and a folder in several scripts shown with
+their real characters.
 
 With a runner (e.g. `wine`) the program is a Windows one and runs in Wine's
 console. That console draws the screen late, so nothing is read from the
@@ -52,12 +53,20 @@ WINDOWS = bool(RUNNER)
 
 ALICE = "3f2b8c1e-6d4a-4e8b-9a7c-1b2d3e4f5a6b"
 BOB = "8c9d0e1f-2a3b-4c5d-8e6f-7a8b9c0d1e2f"
+LUKASZ = "a1000000-0000-4000-8000-000000000002"
+NAMED = {"Łukasz": "a1000000-0000-4000-8000-000000000003",
+         "山田": "a1000000-0000-4000-8000-000000000004",
+         "Jürgen": "a1000000-0000-4000-8000-000000000001"}
 STRONG = "Tangerine-Kettle-Orbit-47"
 OTHER_STRONG = "Lantern-Quill-Harbour-82"
 USERS_JSON = """{
   "users": [
     { "userName": "alice", "UUID": "3f2b8c1e-6d4a-4e8b-9a7c-1b2d3e4f5a6b" },
-    { "userName": "bob", "UUID": "8c9d0e1f-2a3b-4c5d-8e6f-7a8b9c0d1e2f" }
+    { "userName": "bob", "UUID": "8c9d0e1f-2a3b-4c5d-8e6f-7a8b9c0d1e2f" },
+    { "userName": "Jürgen", "UUID": "a1000000-0000-4000-8000-000000000001" },
+    { "userName": "Lukasz", "UUID": "a1000000-0000-4000-8000-000000000002" },
+    { "userName": "Łukasz", "UUID": "a1000000-0000-4000-8000-000000000003" },
+    { "userName": "山田", "UUID": "a1000000-0000-4000-8000-000000000004" }
   ]
 }
 """
@@ -283,7 +292,8 @@ def shown_times(screen, text, times):
 def main():
     root = tempfile.mkdtemp(prefix="korvane-console-e2e.")
     groups = {"typing": typing, "cancelling": cancelling, "removal": removal,
-              "redirected-output": redirected_output, "no-endless-loop": no_endless_loop}
+              "redirected-output": redirected_output, "no-endless-loop": no_endless_loop,
+              "names": names}
     if ONLY is not None and ONLY not in groups:
         print(f"unknown group {ONLY}; groups: {' '.join(groups)}", file=sys.stderr)
         return 2
@@ -486,6 +496,30 @@ def no_endless_loop(root):
           f"status {status}")
     check("redirected output, nothing typed: no empty-password text",
           EMPTY not in _read(out_file))
+
+
+def names(root):
+    """User names and a folder in several scripts at the console: the file
+    lines, the header and the success line show their real characters, and
+    each name sets its own entry ("Łukasz" never "Lukasz")."""
+    for index, (name, uuid) in enumerate(NAMED.items()):
+        inst = Installation(root, f"配置-Łódź-{index}")
+        run = Run(["-ConfigDir", program_path(inst.dir), name])
+        run.line(STRONG)
+        run.line(STRONG)
+        status, screen = map_screen(run.finish())
+        check(f"{name}: exit 0", status == 0, f"status {status}: {screen[-800:]}")
+        check(f"{name}: its own entry verifies", inst.verifies(uuid, STRONG))
+        check(f"{name}: no other entry set", inst.hash_of(LUKASZ) is None
+              and inst.hash_of(ALICE) is None)
+        check(f"{name}: the folder shown as it is",
+              contains(screen, f'Using user configuration file "{program_path(inst.users_path)}"'),
+              screen[-800:])
+        check(f"{name}: the header shows the name",
+              shown_times(screen, f'Please enter the new password for user " {name}".', 1),
+              screen[-800:])
+        check(f"{name}: the success line shows the name",
+              contains(screen, f'Password for user "{name}" was updated.'), screen[-800:])
 
 
 def _size(path):

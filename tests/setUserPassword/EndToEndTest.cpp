@@ -295,5 +295,109 @@ TEST_F(EndToEndTest, FailedWriteReportsNoSuccess) {
   EXPECT_FALSE(std::filesystem::exists(directory_.path() / "missing-dir"));
 }
 
+// User names in several scripts, with combining marks, and names that differ
+// from another only by an accent: each name selects its own entry, byte for
+// byte, with no normalisation, and prints with its real characters.
+struct NamedUser {
+  const char* name;
+  const char* uuid;
+};
+// Source files are UTF-8 (MSVC: /utf-8), and so are these literals. The two
+// spellings of "Zoë" are written out, as they look alike.
+constexpr NamedUser namedUsers[] = {
+    {"Łukasz", "a1000000-0000-4000-8000-000000000001"},
+    {"Lukasz", "a1000000-0000-4000-8000-000000000002"},
+    {"Jürgen", "a1000000-0000-4000-8000-000000000003"},
+    {"Jurgen", "a1000000-0000-4000-8000-000000000004"},
+    {"山田", "a1000000-0000-4000-8000-000000000005"},
+    {"Алёна", "a1000000-0000-4000-8000-000000000006"},
+    {"Αθηνᾶ", "a1000000-0000-4000-8000-000000000007"},
+    {"محمد", "a1000000-0000-4000-8000-000000000008"},
+    {"Zo\u00EB", "a1000000-0000-4000-8000-000000000009"},   // one code point
+    {"Zoe\u0308", "a1000000-0000-4000-8000-00000000000a"},  // "e" and a combining diaeresis
+    {"🔑-admin", "a1000000-0000-4000-8000-00000000000b"},    // above U+FFFF: 4 bytes
+};
+
+std::string namedUsersJson() {
+  std::string json = R"({"users": [)";
+  for (const NamedUser& user : namedUsers) {
+    if (json.back() == '}') json += ", ";
+    json += std::string(R"({"userName": ")") + user.name + R"(", "UUID": ")" + user.uuid + "\"}";
+  }
+  return json + "]}";
+}
+
+std::string passwordFor(std::size_t index) {
+  return std::string(strongPassword) + "-" + std::to_string(index);
+}
+
+TEST_F(EndToEndTest, NamesInSeveralScriptsEachSetTheirOwnEntry) {
+  writeFile(directory_.path() / "users.json", namedUsersJson());
+  for (std::size_t i = 0; i < std::size(namedUsers); ++i) {
+    const NamedUser& user = namedUsers[i];
+    const ChildResult result = run({user.name}, passwordFor(i) + "\n");
+    ASSERT_EQ(result.exitStatus, 0) << user.name << ": " << result.err;
+    EXPECT_EQ(result.out,
+              fileLines(i > 0) + "Password for user \"" + user.name + "\" was updated.\n");
+    const std::string file = passwordFile();
+    EXPECT_TRUE(verifies(passwordFor(i), storedHash(file, user.uuid))) << user.name;
+    // Nothing set yet for the names that come later, the look-alikes
+    // included (each follows the name it differs from by an accent or a
+    // combining mark).
+    for (std::size_t later = i + 1; later < std::size(namedUsers); ++later) {
+      EXPECT_EQ(storedHash(file, namedUsers[later].uuid), "")
+          << user.name << " set " << namedUsers[later].name;
+    }
+  }
+  const std::string file = passwordFile();
+  for (std::size_t i = 0; i < std::size(namedUsers); ++i) {
+    EXPECT_TRUE(verifies(passwordFor(i), storedHash(file, namedUsers[i].uuid)))
+        << namedUsers[i].name;
+  }
+}
+
+TEST_F(EndToEndTest, ANameThatIsNotInTheFileIsReportedWithItsCharacters) {
+  writeFile(directory_.path() / "users.json", namedUsersJson());
+  // A name cut short, the combining mark on another letter, another name.
+  for (const std::string name : {"Łukas", "Zo\u0308e", "山本"}) {
+    const ChildResult result = run({name}, std::string(strongPassword) + "\n");
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.err, "ERROR: the user \"" + name + "\" was not found in the file \"" +
+                              (directory_.path() / "users.json").string() + "\"\n");
+    EXPECT_FALSE(passwordFileExists());
+  }
+}
+
+TEST_F(EndToEndTest, FoldersAndFilesInSeveralScripts) {
+  const std::filesystem::path folder = directory_.path() / "配置-Łódź";
+  std::filesystem::create_directories(folder / "hasła-パスワード");
+  writeFile(folder / "users.json", namedUsersJson());
+  const ChildResult found =
+      runProgram(program, {"-ConfigDir", folder.string(), namedUsers[4].name},
+                 std::string(strongPassword) + "\n",
+                 {{"XDG_CONFIG_DIRS", (directory_.path() / "no-base").string()}});
+  EXPECT_EQ(found.exitStatus, 0) << found.err;
+  EXPECT_EQ(found.out, "Using user configuration file \"" + (folder / "users.json").string() +
+                           "\"\nWill create new password file at \"" +
+                           (folder / "passwords.json").string() + "\"\nPassword for user \"" +
+                           namedUsers[4].name + "\" was updated.\n");
+  EXPECT_TRUE(verifies(strongPassword,
+                       storedHash(readFile(folder / "passwords.json"), namedUsers[4].uuid)));
+
+  const std::filesystem::path users = folder / "użytkownicy.json";
+  const std::filesystem::path passwords = folder / "hasła-パスワード" / "hasła.json";
+  std::filesystem::copy_file(folder / "users.json", users);
+  const ChildResult explicitPaths = runProgram(
+      program, {"-Users", users.string(), "-Passwords", passwords.string(), namedUsers[0].name},
+      std::string(strongPassword) + "\n",
+      {{"XDG_CONFIG_DIRS", (directory_.path() / "no-base").string()}});
+  EXPECT_EQ(explicitPaths.exitStatus, 0) << explicitPaths.err;
+  EXPECT_EQ(explicitPaths.out, "Using user configuration file \"" + users.string() +
+                                   "\"\nUsing password file \"" + passwords.string() +
+                                   "\"\nPassword for user \"" + namedUsers[0].name +
+                                   "\" was updated.\n");
+  EXPECT_TRUE(verifies(strongPassword, storedHash(readFile(passwords), namedUsers[0].uuid)));
+}
+
 }  // namespace
 }  // namespace korvane::setUserPassword

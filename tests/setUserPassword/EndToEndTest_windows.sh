@@ -2,10 +2,16 @@
 # End-to-end runs of KorvanePassword with redirected input, on a temporary
 # installation: set, every refusal of a redirected password, remove,
 # command-line errors, exit statuses, the password file's content and the
-# stored hash (verified with the system's crypt), printed paths and the
-# search in the standard location.
+# stored hash (verified with the system's crypt), printed paths, the search
+# in the standard location, user names and folders in several scripts,
+# eight runs at once on one password file, and, on Windows, a password file
+# that another program holds open.
 #
 #   tests/setUserPassword/EndToEndTest_windows.sh <program> [runner ...]
+#
+# KORVANE_FILE_HOLDER names the FileHolder.exe test program (built beside
+# this script's tests); with a runner it is required, for the runs against
+# a password file held open.
 #
 # With a runner (e.g. `wine`) the program is a Windows one: paths handed to
 # it are converted with winepath, printed paths are expected in Windows form
@@ -290,6 +296,203 @@ if [[ -n "${standardDir}" && ! -e "${standardConfig}" ]]; then
   rm -rf "${standardDir}/Korvane"
 else
   check "standard location ${standardConfig} is free for the test" false
+fi
+
+# User names in several scripts, in a folder of ASCII letters. Each name
+# selects its own entry: "Łukasz" never sets "Lukasz" (a code page without
+# "Ł" would make one of the other), and the names print with their real
+# characters, as UTF-8 bytes here where the output is redirected.
+names="${work}/names"
+mkdir -p "${names}"
+cat >"${names}/users.json" <<'JSON'
+{
+  "users": [
+    { "userName": "Jürgen", "UUID": "a1000000-0000-4000-8000-000000000001" },
+    { "userName": "Lukasz", "UUID": "a1000000-0000-4000-8000-000000000002" },
+    { "userName": "Łukasz", "UUID": "a1000000-0000-4000-8000-000000000003" },
+    { "userName": "山田", "UUID": "a1000000-0000-4000-8000-000000000004" }
+  ]
+}
+JSON
+valueIn() {  # valueIn <password file> <uuid>: the member's value
+  python3 - "$1" "$2" <<'PY'
+import json, sys
+try:
+    with open(sys.argv[1], encoding="utf-8") as f:
+        print(json.load(f).get(sys.argv[2], "<absent>"))
+except OSError:
+    print("<no file>")
+PY
+}
+uuidOf() {
+  case $1 in
+    Jürgen) echo a1000000-0000-4000-8000-000000000001 ;;
+    Lukasz) echo a1000000-0000-4000-8000-000000000002 ;;
+    Łukasz) echo a1000000-0000-4000-8000-000000000003 ;;
+    山田) echo a1000000-0000-4000-8000-000000000004 ;;
+  esac
+}
+namesDir=$(programPath "${names}")
+namesUsersPrinted=$(printedPath "${names}/users.json")
+first=1
+for name in Łukasz Jürgen 山田 Lukasz; do
+  password="Tangerine-Kettle-Orbit-47-${name}"
+  run "${password}"$'\n' -ConfigDir "${namesDir}" "${name}"
+  check "${name}: exits 0" test "${status}" -eq 0
+  check "${name}: nothing on standard error (${err})" test -z "${err}"
+  check "${name}: the success line with the name's real characters" \
+    test "$(tail -n1 <<<"${out}")" = "Password for user \"${name}\" was updated."
+  check "${name}: its own entry verifies" \
+    hashMatches "${password}" "$(valueIn "${names}/passwords.json" "$(uuidOf "${name}")")"
+  if ((first)); then
+    check "Łukasz never sets Lukasz" test "$(valueIn "${names}/passwords.json" "$(uuidOf Lukasz)")" = "<absent>"
+  fi
+  first=0
+done
+for name in Łukasz Jürgen 山田; do
+  check "${name}: still verifies after the other names were set" \
+    hashMatches "Tangerine-Kettle-Orbit-47-${name}" "$(valueIn "${names}/passwords.json" "$(uuidOf "${name}")")"
+done
+for name in Müller 山本 Łukasz2 Łukas; do
+  run "${strong}"$'\n' -ConfigDir "${namesDir}" "${name}"
+  check "unknown ${name}: exits 1" test "${status}" -eq 1
+  check "unknown ${name}: reported with its real characters" \
+    test "${err}" = "ERROR: the user \"${name}\" was not found in the file \"${namesUsersPrinted}\""
+done
+
+# Folders and files in several scripts, through -ConfigDir, -Users and
+# -Passwords: found, printed with their real characters, and a new password
+# file created at exactly the path given.
+scripts="${work}/配置-Łódź"
+mkdir -p "${scripts}"
+cp "${names}/users.json" "${scripts}/users.json"
+run "${strong}"$'\n' -ConfigDir "$(programPath "${scripts}")" Łukasz
+check "-ConfigDir in several scripts: exits 0 (${err})" test "${status}" -eq 0
+check "-ConfigDir in several scripts: both file lines name the folder as it is" \
+  test "${out}" = "Using user configuration file \"$(printedPath "${scripts}/users.json")\""$'\n'"Will create new password file at \"$(printedPath "${scripts}/passwords.json")\""$'\n'"Password for user \"Łukasz\" was updated."
+check "-ConfigDir in several scripts: the password file is created there" \
+  hashMatches "${strong}" "$(valueIn "${scripts}/passwords.json" "$(uuidOf Łukasz)")"
+
+# -Users and -Passwords naming files in folders of several scripts; the new
+# password file is created at exactly that path.
+mkdir -p "${scripts}/użytkownicy-利用者" "${scripts}/hasła-パスワード"
+cp "${scripts}/users.json" "${scripts}/użytkownicy-利用者/użytkownicy.json"
+explicitUsers="${scripts}/użytkownicy-利用者/użytkownicy.json"
+explicitPasswords="${scripts}/hasła-パスワード/hasła.json"
+run "${strong}"$'\n' -Users "$(programPath "${explicitUsers}")" -Passwords "$(programPath "${explicitPasswords}")" 山田
+check "-Users and -Passwords in several scripts: exits 0 (${err})" test "${status}" -eq 0
+check "-Users and -Passwords in several scripts: both paths printed as given" \
+  test "${out}" = "Using user configuration file \"$(printedPath "${explicitUsers}")\""$'\n'"Using password file \"$(printedPath "${explicitPasswords}")\""$'\n'"Password for user \"山田\" was updated."
+check "-Passwords in several scripts: the file is created there" \
+  hashMatches "${strong}" "$(valueIn "${explicitPasswords}" "$(uuidOf 山田)")"
+run "${strong}"$'\n' -ConfigDir "$(programPath "${scripts}/użytkownicy-利用者")" 山田
+check "-ConfigDir without users.json: the candidate path in the error, with its real characters" \
+  test "$(sed -n 2p <<<"${err}")" = "- $(printedPath "${scripts}/użytkownicy-利用者/users.json")"
+
+# Eight runs at once, each setting another user's password in one password
+# file (two administrators, or a provisioning script), ten times over:
+# every run exits 0, every password verifies, no temporary file is left.
+concurrent="${work}/concurrent"
+mkdir -p "${concurrent}"
+python3 - "${concurrent}/users.json" <<'PY'
+import json, sys
+users = [{"userName": f"user{i}", "UUID": f"c0000000-0000-4000-8000-00000000000{i}"} for i in range(8)]
+with open(sys.argv[1], "w", encoding="utf-8") as f:
+    json.dump({"users": users}, f)
+PY
+concurrentDir=$(programPath "${concurrent}")
+concurrentFailures=0
+concurrentStart=$(date +%s.%N)
+for round in $(seq 1 10); do
+  pids=()
+  for i in $(seq 0 7); do
+    printf '%s\n' "Tangerine-Kettle-Orbit-${round}-${i}" |
+      "${runner[@]}" "${program}" -ConfigDir "${concurrentDir}" "user${i}" \
+        >"${work}/concurrent-out.${i}" 2>"${work}/concurrent-err.${i}" &
+    pids+=($!)
+  done
+  for i in $(seq 0 7); do
+    if ! wait "${pids[${i}]}"; then
+      concurrentFailures=$((concurrentFailures + 1))
+      echo "concurrent round ${round}, user${i}: $(tr -d '\r' <"${work}/concurrent-err.${i}")" >&2
+    fi
+  done
+  verified=$(python3 -W ignore::DeprecationWarning - "${concurrent}/passwords.json" "${round}" <<'PY'
+import crypt, json, sys, warnings
+with open(sys.argv[1], encoding="utf-8") as f:
+    stored = json.load(f)
+good = 0
+for i in range(8):
+    value = stored.get(f"c0000000-0000-4000-8000-00000000000{i}", "")
+    if value and crypt.crypt(f"Tangerine-Kettle-Orbit-{sys.argv[2]}-{i}", value) == value:
+        good += 1
+print(good)
+PY
+  )
+  check "concurrent round ${round}: every password verifies (${verified}/8)" test "${verified}" = 8
+  check "concurrent round ${round}: no temporary file is left" \
+    test "$(find "${concurrent}" -name 'passwords.json.*' | wc -l)" -eq 0
+done
+concurrentSeconds=$(python3 -c "import sys; print(f'{float(sys.argv[2]) - float(sys.argv[1]):.1f}')" "${concurrentStart}" "$(date +%s.%N)")
+check "concurrent: every one of 80 runs exits 0 (${concurrentFailures} failed)" test "${concurrentFailures}" -eq 0
+echo "concurrent runs: 80 (8 at once, 10 rounds), ${concurrentFailures} failed, ${concurrentSeconds} s"
+
+# Another program holds the password file open without delete sharing
+# (Windows only; POSIX renames do not care). For two seconds: the run waits
+# and succeeds. For longer than the run waits (about ten seconds): the
+# "rename" error, status 1, the old file intact.
+if ((${#runner[@]} > 0)); then
+  holder=${KORVANE_FILE_HOLDER:-}
+  check "the FileHolder test program is given (KORVANE_FILE_HOLDER)" test -f "${holder}"
+  held="${work}/held"
+  mkdir -p "${held}"
+  cp "${install}/users.json" "${held}/users.json"
+  heldDir=$(programPath "${held}")
+  heldFile=$(programPath "${held}/passwords.json")
+  run "${strong}"$'\n' -ConfigDir "${heldDir}" alice
+  check "held: the password file exists" test "${status}" -eq 0
+  # startHolder <milliseconds>: the holder in the background, once it holds.
+  startHolder() {
+    : >"${work}/holder-out"
+    "${runner[@]}" "${holder}" "${heldFile}" "$1" >"${work}/holder-out" 2>&1 </dev/null &
+    holderPid=$!
+    for _ in $(seq 1 600); do
+      grep -q held "${work}/holder-out" && return 0
+      sleep 0.1
+    done
+    return 1
+  }
+  if [[ -f "${holder}" ]]; then
+    before=$(cat "${held}/passwords.json")
+    check "held 2 s: the holder holds the file" startHolder 2000
+    started=$(date +%s.%N)
+    run "${strong}y"$'\n' -ConfigDir "${heldDir}" bob
+    finished=$(date +%s.%N)
+    releasedFirst=$(grep -c released "${work}/holder-out")
+    wait "${holderPid}"
+    check "held 2 s: the run waits and exits 0 (${err})" test "${status}" -eq 0
+    check "held 2 s: the run ended only after the holder let go" test "${releasedFirst}" -eq 1
+    check "held 2 s: bob's password verifies" hashMatches "${strong}y" "$(valueIn "${held}/passwords.json" "${bob}")"
+    check "held 2 s: no temporary file is left" \
+      test "$(find "${held}" -name 'passwords.json.*' | wc -l)" -eq 0
+    echo "held 2 s: the run took $(python3 -c "import sys; print(f'{float(sys.argv[2]) - float(sys.argv[1]):.1f}')" "${started}" "${finished}") s"
+
+    before=$(cat "${held}/passwords.json")
+    check "held 20 s: the holder holds the file" startHolder 20000
+    started=$(date +%s.%N)
+    run "${strong}z"$'\n' -ConfigDir "${heldDir}" bob
+    finished=$(date +%s.%N)
+    elapsed=$(python3 -c "import sys; print(int(float(sys.argv[2]) - float(sys.argv[1])))" "${started}" "${finished}")
+    stillHeld=$(grep -c released "${work}/holder-out")
+    wait "${holderPid}"
+    check "held 20 s: exits 1" test "${status}" -eq 1
+    check "held 20 s: the rename error names both files (${err})" \
+      test "${err:0:33}" = "ERROR: filesystem error: rename: " -a "${err%"[${heldFile}]"}" != "${err}"
+    check "held 20 s: the run waited about ten seconds before it failed (${elapsed} s)" \
+      test "${elapsed}" -ge 9 -a "${elapsed}" -le 18
+    check "held 20 s: the holder still held the file when the run ended" test "${stillHeld}" -eq 0
+    check "held 20 s: the password file is intact" test "$(cat "${held}/passwords.json")" = "${before}"
+  fi
 fi
 
 total=$((passed + failed))

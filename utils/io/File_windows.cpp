@@ -36,6 +36,16 @@ DWORD creationDisposition(File::Access access) {
   return OPEN_EXISTING;
 }
 
+// Others may read, and may delete or replace the file while it is open: a
+// run that reads users.json or a password file never makes another
+// program's replace of it fail. A file opened only to be read lets others
+// write it too, so that a program holding it open for writing does not make
+// the read fail; a file this program writes is shared for reading only.
+DWORD shareMode(File::Access access) {
+  const DWORD readAndDelete = FILE_SHARE_READ | FILE_SHARE_DELETE;
+  return access == File::Access::read ? readAndDelete | FILE_SHARE_WRITE : readAndDelete;
+}
+
 DWORD standardHandleId(File::PseudoFile pseudoFile) {
   switch (pseudoFile) {
     case File::PseudoFile::standardInput: return STD_INPUT_HANDLE;
@@ -62,9 +72,9 @@ File::File(PseudoFile pseudoFile)
 
 File::File(const std::filesystem::path& path, Access access, std::filesystem::perms)
     : path_(path), handle_(invalidHandle), owned_(true) {
-  const HANDLE handle = ::CreateFileW(path.c_str(), desiredAccess(access),
-                                      FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                      creationDisposition(access), FILE_ATTRIBUTE_NORMAL, nullptr);
+  const HANDLE handle =
+      ::CreateFileW(path.c_str(), desiredAccess(access), shareMode(access), nullptr,
+                    creationDisposition(access), FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) {
     const std::error_code code = lastSystemError();
     if (access == Access::read && isMissing(code)) {

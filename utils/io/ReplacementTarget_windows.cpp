@@ -4,10 +4,14 @@
 #include <sddl.h>
 
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "utils/core/Format.h"
 #include "utils/filesystem/PrintablePath.h"
@@ -28,6 +32,27 @@ constexpr auto firstMovePause = std::chrono::milliseconds(5);
 constexpr auto longestMovePause = std::chrono::milliseconds(250);
 
 constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// The rename with POSIX semantics (Windows 10 1709 and later, NTFS): the
+// name moves to the new file even while other programs hold the old one
+// open with delete sharing; they keep reading the old file. Older headers
+// lack the information class and FILE_RENAME_INFO's Flags member, which
+// shares its place with the BOOLEAN ReplaceIfExists.
+constexpr auto fileRenameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+constexpr DWORD renameReplaceIfExists = 0x1;
+constexpr DWORD renamePosixSemantics = 0x2;
+
+struct RenameInformation {
+  DWORD flags;
+  HANDLE rootDirectory;
+  DWORD fileNameLength;
+  WCHAR fileName[1];
+};
+static_assert(offsetof(RenameInformation, rootDirectory) ==
+              offsetof(FILE_RENAME_INFO, RootDirectory));
+static_assert(offsetof(RenameInformation, fileNameLength) ==
+              offsetof(FILE_RENAME_INFO, FileNameLength));
+static_assert(offsetof(RenameInformation, fileName) == offsetof(FILE_RENAME_INFO, FileName));
 
 // The DACL of a new password file: full control for SYSTEM, the
 // Administrators and the account running the tool (added at run time),
@@ -201,6 +226,46 @@ void requireUnchanged(const std::filesystem::path& path,
   if (!replaced || !identify(handle.get()).sameFileAs(*replaced)) throwChanged(path);
 }
 
+struct RenameResult {
+  bool supported = true;  // false: the system or file system has no such rename
+  DWORD error = ERROR_SUCCESS;
+};
+
+// Renames `from` to `to` (an absolute path) with POSIX semantics.
+RenameResult renameWithPosixSemantics(const std::filesystem::path& from, const std::wstring& to) {
+  // The temporary file itself, never a link planted at its name.
+  const Handle source(::CreateFileW(from.c_str(), DELETE | SYNCHRONIZE, shareAll, nullptr,
+                                    OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+  // Without delete access to the file itself, the move by name may still
+  // be allowed through the folder's rights.
+  if (!source.valid()) return {false, ::GetLastError()};
+  // The name with its terminating NUL, which the system's path conversion
+  // reads; the length excludes it.
+  const std::size_t bytes = offsetof(RenameInformation, fileName) + (to.size() + 1) * sizeof(WCHAR);
+  std::vector<std::uint64_t> storage((bytes + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t));
+  auto* information = reinterpret_cast<RenameInformation*>(storage.data());
+  information->flags = renameReplaceIfExists | renamePosixSemantics;
+  information->rootDirectory = nullptr;
+  information->fileNameLength = static_cast<DWORD>(to.size() * sizeof(WCHAR));
+  std::memcpy(information->fileName, to.c_str(), (to.size() + 1) * sizeof(WCHAR));
+  if (::SetFileInformationByHandle(source.get(), fileRenameInfoEx, information,
+                                   static_cast<DWORD>(bytes))) {
+    return {};
+  }
+  const DWORD error = ::GetLastError();
+  // Older systems and Wine reject the information class, other file systems
+  // the flags; a move to another volume must copy. MoveFileExW does both.
+  const bool unsupported = error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED ||
+                           error == ERROR_INVALID_FUNCTION || error == ERROR_NOT_SAME_DEVICE;
+  return {!unsupported, error};
+}
+
+// MoveFileExW: the classic move, which cannot replace a file that is open.
+DWORD moveReplacing(const std::filesystem::path& from, const std::filesystem::path& to) {
+  const DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED | MOVEFILE_WRITE_THROUGH;
+  return ::MoveFileExW(from.c_str(), to.c_str(), flags) ? ERROR_SUCCESS : ::GetLastError();
+}
+
 }  // namespace
 
 ReplacementTarget::ReplacementTarget(const std::filesystem::path& path)
@@ -293,15 +358,26 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
 
 void ReplacementTarget::replace(const std::filesystem::path& temporary,
                                 const std::optional<ReplacedFile>& replaced) const {
-  requireUnchanged(path_, replaced);
-  const DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED | MOVEFILE_WRITE_THROUGH;
+  std::error_code absoluteError;
+  std::filesystem::path absoluteTarget = std::filesystem::absolute(path_, absoluteError);
+  if (absoluteError) absoluteTarget = path_;
+  bool posixRename = true;
   const auto deadline = std::chrono::steady_clock::now() + longestMoveRetry;
   auto pause = firstMovePause;
   for (;;) {
-    if (::MoveFileExW(temporary.c_str(), path_.c_str(), flags)) return;
-    const DWORD error = ::GetLastError();
+    // Checked again before every attempt: a wait may be long.
+    requireUnchanged(path_, replaced);
+    DWORD error = ERROR_SUCCESS;
+    if (posixRename) {
+      const RenameResult result = renameWithPosixSemantics(temporary, absoluteTarget.native());
+      posixRename = result.supported;
+      error = result.error;
+    }
+    if (!posixRename) error = moveReplacing(temporary, path_);
+    if (error == ERROR_SUCCESS) return;
     // Another program (a service, a scanner, a backup agent) holds the
-    // file open for a moment: wait it out, for a bounded time.
+    // file open without delete sharing, or the classic move meets any open
+    // handle: wait it out, for a bounded time.
     const bool heldOpen = error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
     if (!heldOpen || std::chrono::steady_clock::now() >= deadline) {
       throw std::filesystem::filesystem_error(

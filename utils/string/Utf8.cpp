@@ -72,4 +72,33 @@ std::size_t encodeUtf16(char32_t codePoint, std::span<char16_t, 2> out) noexcept
   return 2;
 }
 
+std::optional<std::u16string> utf8ToUtf16(std::string_view text) {
+  std::u16string converted;
+  converted.reserve(text.size());
+  std::array<char16_t, 2> units{};
+  while (!text.empty()) {
+    const Utf8Sequence sequence = decodeUtf8(text, Utf8Malformed::reject);
+    if (!sequence.wellFormed) return std::nullopt;
+    converted.append(units.data(), encodeUtf16(sequence.codePoint, units));
+    text.remove_prefix(sequence.length);
+  }
+  return converted;
+}
+
+std::optional<std::string> utf16ToUtf8(std::u16string_view text) {
+  std::string converted;
+  converted.reserve(text.size());
+  std::array<char, 4> bytes{};
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    char32_t codePoint = text[i];
+    if (isHighSurrogate(codePoint) && i + 1 < text.size() && isLowSurrogate(text[i + 1])) {
+      codePoint = combineSurrogates(codePoint, text[++i]);
+    } else if (isSurrogate(codePoint)) {
+      return std::nullopt;
+    }
+    converted.append(bytes.data(), encodeUtf8(codePoint, bytes));
+  }
+  return converted;
+}
+
 }  // namespace korvane::utils::string

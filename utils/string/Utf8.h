@@ -1,6 +1,7 @@
 // Utf8: the project's one UTF-8 and UTF-16 codec. It decodes one UTF-8
-// sequence, encodes one code point as UTF-8 or UTF-16, and splits and joins
-// UTF-16 surrogate pairs.
+// sequence, encodes one code point as UTF-8 or UTF-16, splits and joins
+// UTF-16 surrogate pairs, and converts whole texts between UTF-8 and UTF-16
+// without loss (the Windows command line, paths and console text).
 //
 // Well-formed UTF-8 is RFC 3629's: a lead byte whose high bits give the
 // length (1 to 4 bytes), continuation bytes 10xxxxxx, no overlong form, no
@@ -24,7 +25,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace korvane::utils::string {
@@ -90,5 +93,13 @@ std::size_t encodeUtf8(char32_t codePoint, std::span<char, 4> out) noexcept;
 // (a surrogate pair) above U+FFFF.
 // REQUIRES: codePoint <= maxCodePoint
 std::size_t encodeUtf16(char32_t codePoint, std::span<char16_t, 2> out) noexcept;
+
+// The UTF-16 form of `text`; nullopt when `text` is not well-formed UTF-8,
+// so that nothing is ever converted with a character lost or replaced.
+std::optional<std::u16string> utf8ToUtf16(std::string_view text);
+
+// The UTF-8 form of `text`; nullopt when `text` holds a surrogate that is
+// not part of a pair (it has no UTF-8 form).
+std::optional<std::string> utf16ToUtf8(std::u16string_view text);
 
 }  // namespace korvane::utils::string

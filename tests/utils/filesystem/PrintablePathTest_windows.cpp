@@ -1,6 +1,6 @@
-// toPrintable on Windows: paths print with "\" and in the process's ANSI
-// code page (the UTF-8 code page is tested in
-// tests/setUserPassword/PlatformConsoleUtf8Test_windows.cpp).
+// toPrintable on Windows: paths print with "\" and in UTF-8, whatever the
+// process's code pages (this program runs in the one the system gives;
+// Wine: 1252).
 #include "utils/filesystem/PrintablePath.h"
 
 #include <windows.h>
@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace korvane {
 namespace {
@@ -23,9 +24,24 @@ TEST(PrintablePathTest, ForwardSlashesPrintAsBackslashes) {
   EXPECT_EQ(toPrintable(L""), "");
 }
 
-TEST(PrintablePathTest, AnsiCharactersOfTheCodePage) {
-  if (::GetACP() != 1252) GTEST_SKIP() << "ANSI code page " << ::GetACP();
-  EXPECT_EQ(toPrintable(L"C:/caf\u00e9"), "C:\\caf\xe9");
+TEST(PrintablePathTest, EveryCharacterInUtf8WhateverTheCodePage) {
+  // In the ANSI code page 1252 "Ł" would print as "L", and the CJK letters
+  // and U+1F511 as "?". (Narrow literals are UTF-8: the sources are.)
+  EXPECT_EQ(toPrintable(L"C:/caf\u00e9/\u914d\u7f6e-\u0141\u00f3d\u017a/\U0001F511.json"),
+            "C:\\café\\配置-Łódź\\🔑.json");
+  ::SetFileApisToOEM();
+  const std::string underOem = toPrintable(L"x/\u0141ukasz");
+  ::SetFileApisToANSI();
+  EXPECT_EQ(underOem, "x\\Łukasz");
+}
+
+TEST(PrintablePathTest, AnUnpairedSurrogateIsAnErrorNotAnotherName) {
+  try {
+    toPrintable(std::wstring(L"a") + wchar_t(0xD800) + L"b");
+    ADD_FAILURE() << "no error";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code().value(), ERROR_NO_UNICODE_TRANSLATION);
+  }
 }
 
 }  // namespace

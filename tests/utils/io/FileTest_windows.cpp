@@ -1,6 +1,7 @@
 // File on Windows: reading and writing in binary, truncation, "not found"
-// and the other open failures, standard input from a file or a pipe, and
-// reading a regular file again after a rewind.
+// and the other open failures, standard input from a file or a pipe,
+// reading a regular file again after a rewind, and what a file open for
+// reading lets other programs do.
 #include "utils/io/File.h"
 
 #include <windows.h>
@@ -41,6 +42,29 @@ TEST(FileTest, WritesAndReadsAFile) {
   const std::size_t got = file.read(buffer);
   EXPECT_EQ(std::string(buffer, got), "{\r\n\"a\": \"b\"}\n");  // binary: no line end translation
   EXPECT_EQ(file.read(buffer), 0u);
+}
+
+// Another program that opens the file to write it, to delete it, or to
+// rename it (a replace's first step) is not refused while a run reads it.
+TEST(FileTest, AFileOpenForReadingCanBeWrittenDeletedAndRenamedByOthers) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path path = directory.path() / L"users.json";
+  writeText(path, "{}");
+  const File reading(path, File::Access::read);
+  for (const DWORD access : {DWORD{GENERIC_WRITE}, DWORD{DELETE}}) {
+    const HANDLE other =
+        ::CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_NE(other, INVALID_HANDLE_VALUE) << "access " << access << ": error " << ::GetLastError();
+    if (other != INVALID_HANDLE_VALUE) ::CloseHandle(other);
+  }
+  // A file this program writes is shared for reading only.
+  const File writing(directory.path() / L"written", File::Access::createNew);
+  const HANDLE other = ::CreateFileW((directory.path() / L"written").c_str(), GENERIC_WRITE,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                     nullptr, OPEN_EXISTING, 0, nullptr);
+  EXPECT_EQ(other, INVALID_HANDLE_VALUE);
+  if (other != INVALID_HANDLE_VALUE) ::CloseHandle(other);
 }
 
 TEST(FileTest, CreateOrTruncateEmptiesAnExistingFile) {

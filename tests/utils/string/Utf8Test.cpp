@@ -2,6 +2,7 @@
 
 #include <array>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -274,6 +275,50 @@ TEST(Utf8Test, LeadAndContinuationBytes) {
     }
   }
   EXPECT_EQ(leads, 128 + (0xF4 - 0xC2 + 1));
+}
+
+TEST(Utf8TextTest, WholeTextsConvertBothWays) {
+  // ASCII, Polish, German, Japanese, a combining mark, a code point above
+  // U+FFFF (a surrogate pair in UTF-16).
+  const std::string utf8 =
+      "Lukasz \xc5\x81ukasz J\xc3\xbcrgen \xe5\xb1\xb1\xe7\x94\xb0 "
+      "Zoe\xcc\x88 \xf0\x9f\x94\x91";
+  const std::u16string utf16 = u"Lukasz \u0141ukasz J\u00fcrgen \u5c71\u7530 Zoe\u0308 \U0001F511";
+  EXPECT_EQ(utf8ToUtf16(utf8), utf16);
+  EXPECT_EQ(utf16ToUtf8(utf16), utf8);
+  EXPECT_EQ(utf8ToUtf16(""), std::u16string());
+  EXPECT_EQ(utf16ToUtf8(u""), std::string());
+}
+
+TEST(Utf8TextTest, EveryCodePointRoundTrips) {
+  std::string utf8;
+  std::u16string utf16;
+  for (char32_t codePoint = 1; codePoint <= maxCodePoint; ++codePoint) {
+    if (isSurrogate(codePoint)) continue;
+    std::array<char, 4> bytes{};
+    utf8.append(bytes.data(), encodeUtf8(codePoint, bytes));
+    std::array<char16_t, 2> units{};
+    utf16.append(units.data(), encodeUtf16(codePoint, units));
+  }
+  EXPECT_EQ(utf8ToUtf16(utf8), utf16);
+  EXPECT_EQ(utf16ToUtf8(utf16), utf8);
+}
+
+TEST(Utf8TextTest, MalformedUtf8IsRefusedNotReplaced) {
+  for (const std::string& bad : {std::string("a\xff"), std::string("\xc3"), std::string("\xc0\xaf"),
+                                 std::string("\xed\xa0\x80"), std::string("\xf4\x90\x80\x80"),
+                                 std::string("x\x80y"), std::string("\xe5\xb1")}) {
+    EXPECT_EQ(utf8ToUtf16(bad), std::nullopt) << ::testing::PrintToString(bad);
+  }
+}
+
+TEST(Utf8TextTest, UnpairedSurrogatesAreRefusedNotReplaced) {
+  for (const std::u16string& bad :
+       {std::u16string(u"a") + char16_t(0xD800), std::u16string(1, char16_t(0xDC00)) + u"b",
+        std::u16string(u"x") + char16_t(0xDBFF) + u"y",
+        std::u16string(1, char16_t(0xDC00)) + char16_t(0xD800)}) {
+    EXPECT_EQ(utf16ToUtf8(bad), std::nullopt);
+  }
 }
 
 }  // namespace
