@@ -1,7 +1,10 @@
 #include "tests/support/MemoryConsole.h"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
+
+#include "utils/string/Utf8.h"
 
 namespace korvane::lineEdit {
 
@@ -17,36 +20,20 @@ constexpr char16_t carriageReturn = 13;
 }  // namespace control
 constexpr int tabWidth = 8;
 
-void appendUtf8(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
-
+// The cells' text as UTF-8, a lone surrogate shown as U+FFFD (a cell can
+// hold half of a pair).
 std::string toUtf8(std::u16string_view text) {
   std::string out;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    const char16_t unit = text[i];
-    if (unit >= 0xD800 && unit < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] < 0xE000) {
-      appendUtf8(out, 0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) + (text[i + 1] - 0xDC00u));
-      ++i;
-    } else if (unit >= 0xD800 && unit < 0xE000) {
-      appendUtf8(out, 0xFFFD);
-    } else {
-      appendUtf8(out, unit);
+    char32_t codePoint = text[i];
+    if (utils::string::isHighSurrogate(codePoint) && i + 1 < text.size() &&
+        utils::string::isLowSurrogate(text[i + 1])) {
+      codePoint = utils::string::combineSurrogates(codePoint, text[++i]);
+    } else if (utils::string::isSurrogate(codePoint)) {
+      codePoint = utils::string::replacementCharacter;
     }
+    std::array<char, 4> bytes{};
+    out.append(bytes.data(), utils::string::encodeUtf8(codePoint, bytes));
   }
   return out;
 }
