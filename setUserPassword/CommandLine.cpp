@@ -7,7 +7,6 @@
 #include "setUserPassword/PlatformConsole.h"
 #include "setUserPassword/Version.h"
 #include "utils/core/Format.h"
-#include "utils/windows/RetainConsole.h"
 
 namespace korvane::setUserPassword {
 
@@ -167,7 +166,7 @@ int answerWithoutRun(const ParsedCommandLine& parsed) {
       status = 1;
       break;
   }
-  utils::windows::retainConsole();
+  retainConsole();
   return status;
 }
 

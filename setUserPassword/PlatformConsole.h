@@ -1,6 +1,6 @@
-// What the command line needs to know of the platform: the arguments as
-// UTF-8 text, whether standard input is a console, and how an argument
-// becomes a file-system path.
+// What the program needs to know of the platform's console: the arguments
+// as UTF-8 text, whether standard input is a console, how an argument
+// becomes a file-system path, and keeping a console window open to be read.
 //
 // Thread safety: reentrant.
 #pragma once
@@ -27,5 +27,13 @@ std::vector<std::string> commandLineArguments(int argc, const char* const* argv)
 // Windows: from UTF-8, whatever the code pages; invalid UTF-8 throws
 // std::system_error, values of 2^31 bytes or more std::invalid_argument.
 std::filesystem::path pathFromArgument(std::string_view argument);
+
+// Keeps a console window open long enough to be read: called right before
+// the process ends after printing something the user must see. On Windows,
+// when this process is the only one attached to its console (it was
+// started from Explorer, whose console closes with it), it waits for a key;
+// otherwise, and on every other system, it returns at once. It never throws
+// and never changes the exit status.
+void retainConsole() noexcept;
 
 }  // namespace korvane::setUserPassword

@@ -14,4 +14,7 @@ std::filesystem::path pathFromArgument(std::string_view argument) {
   return std::filesystem::path(argument);
 }
 
+// A terminal outlives the processes it runs: nothing to keep open.
+void retainConsole() noexcept {}
+
 }  // namespace korvane::setUserPassword

@@ -11,13 +11,12 @@
 #include "setUserPassword/PlatformConsole.h"
 #include "setUserPassword/ProcessProtection.h"
 #include "setUserPassword/StandardStreams.h"
-#include "utils/windows/RetainConsole.h"
 
 namespace {
 
 int reportError(const std::exception& error, int status) {
   std::cerr << "ERROR: " << error.what() << std::endl;
-  korvane::utils::windows::retainConsole();
+  korvane::setUserPassword::retainConsole();
   return status;
 }
 
