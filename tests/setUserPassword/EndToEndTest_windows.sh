@@ -23,6 +23,9 @@
 set -uo pipefail
 
 program=$1
+# The version number the build's CMake project declares.
+version=$(sed -n 's/^project(KorvanePassword VERSION \([0-9.]*\).*/\1/p' \
+  "$(dirname "$0")/../../CMakeLists.txt")
 shift
 runner=("$@")
 
@@ -119,7 +122,7 @@ strong='Tangerine-Kettle-Orbit-47'
 # Version and help.
 run '' -Version
 check "-Version exits 0" test "${status}" -eq 0
-check "-Version banner" test "$(head -n1 <<<"${out}")" = "Korvane Password Tool 2.0.3"
+check "-Version banner" test "$(head -n1 <<<"${out}")" = "Korvane Password Tool ${version}"
 run '' /?
 check "/? exits 0" test "${status}" -eq 0
 check "/? prints the usage" test "$(head -n1 <<<"${out}")" = "Usage: KorvanePassword.exe [options] <user name>"
