@@ -77,7 +77,7 @@ class Grammar {
 
   // Skips whitespace. Inline: most whitespace between tokens is none or
   // one space.
-  void skipWhitespace() {
+  [[gnu::always_inline]] void skipWhitespace() {
     in().markToken();
     const auto span = in().buffered();
     if (span.size() >= 2) {
@@ -291,7 +291,7 @@ class Grammar {
  private:
   Cursor& in() noexcept { return static_cast<Cursor&>(*this); }
 
-  void skipWhitespaceRuns() {
+  [[gnu::noinline]] void skipWhitespaceRuns() {
     for (;;) {
       const auto span = in().buffered();
       // Short runs (a line feed and an indentation) end before a wide scan pays.
@@ -425,6 +425,18 @@ class Grammar {
   }
 
   unsigned readHex4() {
+    // The common case: four digits buffered, read in one go.
+    const auto span = in().buffered();
+    if (span.size() >= 4) {
+      const int a = hexValue(span[0]);
+      const int b = hexValue(span[1]);
+      const int c = hexValue(span[2]);
+      const int d = hexValue(span[3]);
+      if ((a | b | c | d) >= 0) {
+        in().consume(4);
+        return static_cast<unsigned>(a << 12 | b << 8 | c << 4 | d);
+      }
+    }
     unsigned value = 0;
     for (int i = 0; i < 4; ++i) {
       const int digit = hexValue(in().peek());
@@ -444,6 +456,16 @@ class Grammar {
       in().failAt(start, core::format("invalid UTF-8 byte 0x{:02X} in a string", lead));
     }
     const std::size_t length = string::utf8SequenceLength(static_cast<unsigned char>(lead));
+    // The common case: the whole sequence buffered and well formed.
+    const auto span = in().buffered();
+    if (span.size() >= length &&
+        string::decodeUtf8({span.data(), length}, string::Utf8Malformed::reject).wellFormed) {
+      std::copy_n(span.data(), length, unit.bytes.data());
+      in().consume(length);
+      unit.length = static_cast<std::uint8_t>(length);
+      in().countContinuations(length - 1);
+      return;
+    }
     for (std::size_t i = 0; i < length; ++i) {
       const int c = in().peek();
       if (i > 0 && (c < 0 || !string::isUtf8Continuation(static_cast<unsigned char>(c)))) {

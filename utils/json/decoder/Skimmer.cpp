@@ -10,6 +10,7 @@ namespace korvane::utils::json::decoder {
 Skimmer::Skimmer(Reader reader, std::size_t window)
     : Grammar<Skimmer>(json::detail::scanKernels()),
       reader_(std::move(reader)),
+      wide_(kernels_.level != json::detail::ScanLevel::plain),
       window_(std::max<std::size_t>(window, 16)),
       buffer_(std::make_unique_for_overwrite<char[]>(window_ + padding)),
       p_(buffer_.get()),
@@ -22,18 +23,21 @@ Skimmer::Skimmer(Reader reader, std::size_t window)
 
 void Skimmer::giveUp() { throw GiveUp{}; }
 
-// Keeps [mark_, end_), moved to the window's front, and reads behind it.
-// False at the end of the input.
+// Keeps the string held (which starts before any later token) or else the
+// current token, moved to the window's front, and reads behind it. False
+// at the end of the input.
 bool Skimmer::more() {
   if (ended_) return false;
   char* const begin = buffer_.get();
-  const auto keep = static_cast<std::size_t>(end_ - mark_);
+  const char* const keepFrom = held_ != nullptr ? held_ : mark_;
+  const auto keep = static_cast<std::size_t>(end_ - keepFrom);
   if (keep == window_) giveUp();
-  const std::ptrdiff_t shift = mark_ - begin;
+  const std::ptrdiff_t shift = keepFrom - begin;
   if (shift != 0) {
-    std::memmove(begin, mark_, keep);
+    std::memmove(begin, keepFrom, keep);
     p_ -= shift;
-    mark_ = begin;
+    mark_ -= shift;
+    if (held_ != nullptr) held_ = begin;
   }
   const std::size_t got = reader_(std::span<char>(begin + keep, window_ - keep));
   if (got > window_ - keep)
@@ -49,7 +53,7 @@ SkimmedString Skimmer::holdString() {
   hold();
   consume(1);
   const bool escaped = scanStringBody([](const char*, std::size_t) {});
-  return {std::string_view(mark_ + 1, static_cast<std::size_t>(p_ - mark_) - 2), escaped};
+  return {std::string_view(held_ + 1, static_cast<std::size_t>(p_ - held_) - 2), escaped};
 }
 
 void Skimmer::startDocument() {
@@ -77,10 +81,10 @@ bool Skimmer::nextMember(bool& started, SkimmedString& name) {
   if (!nextItem(started, '}')) return false;
   hold();
   const bool escaped = scanName([](const char*, std::size_t) {});
-  const auto length = static_cast<std::size_t>(p_ - mark_) - 2;
+  const auto length = static_cast<std::size_t>(p_ - held_) - 2;
   // A refill for the whitespace and the ':' moves the name with it.
   expectColon();
-  name = {std::string_view(mark_ + 1, length), escaped};
+  name = {std::string_view(held_ + 1, length), escaped};
   return true;
 }
 

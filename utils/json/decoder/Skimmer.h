@@ -38,6 +38,7 @@
 // Thread safety: one Skimmer, one thread.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -128,11 +129,19 @@ class Skimmer : private detail::Grammar<Skimmer> {
   }
   void consume(std::size_t count) noexcept { p_ += count; }
   bool more();
-  int peek() {
+  [[gnu::always_inline]] int peek() {
     if (p_ != end_) return static_cast<unsigned char>(*p_);
     return more() ? static_cast<unsigned char>(*p_) : -1;
   }
-  std::size_t plainStringLength(const char* begin, const char* end) const noexcept {
+  // Inline for the common case: the string's end among the next 16 bytes.
+  [[gnu::always_inline]] std::size_t plainStringLength(const char* begin,
+                                                       const char* end) const noexcept {
+#if KORVANE_JSON_SSE2
+    if (wide_) {
+      const unsigned special = json::detail::specialStringBytes16(begin);
+      if (special != 0) return static_cast<std::size_t>(std::countr_zero(special));
+    }
+#endif
     return json::detail::measurePlainString<padding>(kernels_, begin, end);
   }
   static NoMark mark() noexcept { return {}; }
@@ -140,29 +149,24 @@ class Skimmer : private detail::Grammar<Skimmer> {
   [[noreturn]] static void failAt(NoMark, const std::string&) { giveUp(); }
   static void countLines(const json::detail::WhitespaceRun&) noexcept {}
   static void countContinuations(std::size_t) noexcept {}
-  // A string handed out stays marked until the next operation.
-  void markToken() noexcept {
-    if (!held_) mark_ = p_;
-  }
+  void markToken() noexcept { mark_ = p_; }
 
   // Keeps the token at the cursor, a string to be handed out, until release().
-  void hold() noexcept {
-    mark_ = p_;
-    held_ = true;
-  }
+  void hold() noexcept { held_ = mark_ = p_; }
   // Ends the life of the string last handed out.
-  void release() noexcept { held_ = false; }
+  void release() noexcept { held_ = nullptr; }
   // From the opening quote of a string to be handed out: scans it, holding
   // it in the window, and returns it (valid while it is held).
   SkimmedString holdString();
 
   Reader reader_;
+  bool wide_;  // the kernels are SSE2 or wider
   std::size_t window_;
   std::unique_ptr<char[]> buffer_;
   const char* p_;     // the next byte
   const char* end_;   // just past the buffered bytes (a NUL byte is there)
-  const char* mark_;   // the first byte a refill keeps: the current token's
-  bool held_ = false;  // mark_ is on the opening quote of a string handed out
+  const char* mark_;   // the start of the current token
+  const char* held_ = nullptr;  // the opening quote of a string handed out
   bool ended_ = false;
 };
 
