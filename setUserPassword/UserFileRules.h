@@ -58,7 +58,8 @@ template <typename Reader>
 void readUserFile(Reader& reader, UserTally& tally) {
   reader.readDocument([&](std::string_view name, typename Reader::Value& value) {
     if (name == "users") {
-      reader.forEachElement(value, [&](typename Reader::Value& user) { readUser(reader, user, tally); });
+      reader.forEachElement(value,
+                            [&](typename Reader::Value& user) { readUser(reader, user, tally); });
     } else {
       reader.skip(value);
     }

@@ -168,7 +168,7 @@ class Grammar {
   // closing quote, which is consumed: `sink` is given their decoded bytes
   // in pieces. Returns whether the string held an escape.
   template <typename Sink>
-  bool scanStringBody(Sink&& sink) {
+  [[gnu::always_inline]] bool scanStringBody(Sink&& sink) {
     bool escaped = false;
     for (;;) {
       const auto span = in().buffered();
@@ -196,7 +196,7 @@ class Grammar {
   // not its closing quote: an escape or a UTF-8 sequence, decoded into
   // `unit`; anything else is an error. Returns whether it was an escape.
   // REQUIRES: a byte is buffered.
-  bool decodeSpecial(Utf8Unit& unit) {
+  [[gnu::noinline]] bool decodeSpecial(Utf8Unit& unit) {
     const int c = in().peek();
     if (c == '\\') {
       const auto start = in().mark();
@@ -401,8 +401,9 @@ class Grammar {
       }
       const unsigned low = readHex4();
       if (!string::isLowSurrogate(low)) {
-        in().failAt(second, core::format("expected a low surrogate after \\u{:04X}, found \\u{:04X}",
-                                         codePoint, low));
+        in().failAt(second,
+                    core::format("expected a low surrogate after \\u{:04X}, found \\u{:04X}",
+                                 codePoint, low));
       }
       codePoint = string::combineSurrogates(codePoint, low);
     }
@@ -412,15 +413,24 @@ class Grammar {
   // What the one-character escape `\c` stands for; 0 for none.
   static char simpleEscape(int c) noexcept {
     switch (c) {
-      case '"': return '"';
-      case '\\': return '\\';
-      case '/': return '/';
-      case 'b': return '\b';
-      case 'f': return '\f';
-      case 'n': return '\n';
-      case 'r': return '\r';
-      case 't': return '\t';
-      default: return 0;
+      case '"':
+        return '"';
+      case '\\':
+        return '\\';
+      case '/':
+        return '/';
+      case 'b':
+        return '\b';
+      case 'f':
+        return '\f';
+      case 'n':
+        return '\n';
+      case 'r':
+        return '\r';
+      case 't':
+        return '\t';
+      default:
+        return 0;
     }
   }
 

@@ -163,9 +163,9 @@ class Skimmer : private detail::Grammar<Skimmer> {
   bool wide_;  // the kernels are SSE2 or wider
   std::size_t window_;
   std::unique_ptr<char[]> buffer_;
-  const char* p_;     // the next byte
-  const char* end_;   // just past the buffered bytes (a NUL byte is there)
-  const char* mark_;   // the start of the current token
+  const char* p_;               // the next byte
+  const char* end_;             // just past the buffered bytes (a NUL byte is there)
+  const char* mark_;            // the start of the current token
   const char* held_ = nullptr;  // the opening quote of a string handed out
   bool ended_ = false;
 };
