@@ -137,6 +137,14 @@ class Grammar {
   template <typename Sink>
   bool scanName(Sink&& sink) {
     expectNameQuote();
+    // The common case: the whole name buffered, with no special byte.
+    const auto span = in().buffered();
+    const std::size_t plain = in().plainStringLength(span.data() + 1, span.data() + span.size());
+    if (plain + 1 < span.size() && span[plain + 1] == '"' && plain <= maxNameLength) {
+      sink(span.data() + 1, plain);
+      in().consume(plain + 2);
+      return false;
+    }
     const auto start = in().mark();
     in().consume(1);
     std::size_t length = 0;

@@ -228,17 +228,6 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t&
 // The name of a member and the ':' after it.
 void Parser::readName(std::string& name) {
   name.clear();
-  // The common case: the whole name is buffered and holds no escapes.
-  const auto span = stream_.buffered();
-  if (!span.empty() && span[0] == '"') {
-    const std::size_t length = plainStringLength(span.data() + 1, span.data() + span.size());
-    if (length + 1 < span.size() && span[length + 1] == '"' && length <= maxNameLength) {
-      name.assign(span.data() + 1, length);
-      stream_.consume(length + 2);
-      expectColon();
-      return;
-    }
-  }
   scanName([&](const char* bytes, std::size_t count) { name.append(bytes, count); });
   expectColon();
 }
