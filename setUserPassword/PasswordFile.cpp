@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <functional>
 
+#include "setUserPassword/ExactReader.h"
+#include "setUserPassword/SkimReader.h"
+#include "setUserPassword/TwoPassRead.h"
 #include "utils/core/Format.h"
 #include "utils/io/File.h"
-#include "utils/io/FileInputStream.h"
 #include "utils/io/FileOutputStream.h"
-#include "utils/json/decoder/Document.h"
 #include "utils/json/encoder/Document.h"
 
 #ifndef KORVANE_SCHEMA_HOST
@@ -111,53 +112,41 @@ void PasswordFile::read(SearchPass* settledBy) {
     return;
   }
   replaced_ = std::move(replaced);
-  SearchPass pass = SearchPass::skim;
-  if (!skim([&file](std::span<char> into) { return file->read(into); })) {
-    file->rewind();
-    utils::io::FileInputStream<char> stream(std::move(*file));
-    readFrom(stream);
-    pass = SearchPass::exact;
-  }
+  const SearchPass pass = readSkimmingFirst(
+      std::move(*file), [&](const decoder::Skimmer::Reader& reader) { return skim(reader); },
+      [&](utils::io::InputStream<char>& stream) { readFrom(stream); });
   if (settledBy != nullptr) *settledBy = pass;
 }
 
 bool PasswordFile::skim(const decoder::Skimmer::Reader& reader, std::size_t window) {
   clear();
   decoder::Skimmer skimmer(reader, window);
-  // The name is copied before the value is read, which may move the
-  // Skimmer's window; its room is kept from one name to the next.
-  std::string name;
-  const bool whole = skimmer.attempt([&] {
-    skimmer.startDocument();
-    skimmer.openObject();
-    bool started = false;
-    decoder::SkimmedString member;
-    while (skimmer.nextMember(started, member)) {
-      if (member.escaped) decoder::Skimmer::giveUp();
-      name.assign(member.raw);
-      const decoder::SkimmedString value = skimmer.readString();
-      if (value.escaped) decoder::Skimmer::giveUp();
-      entries_.push_back(makeEntry(name, uuidOfName(name), value.raw));
-    }
-    skimmer.finish();
-  });
+  SkimReader skim(skimmer);
+  const bool whole = skimmer.attempt([&] { readEntries(skim); });
   if (!whole) clear();
   return whole;
 }
 
 void PasswordFile::readFrom(utils::io::InputStream<char>& stream) {
+  ExactReader reader(stream, path_);
+  readEntries(reader);
+}
+
+// The file's rules, for both passes: one object whose members all have
+// string values, each kept with its name.
+template <typename Reader>
+void PasswordFile::readEntries(Reader& reader) {
   clear();
-  decoder::Document document(stream, path_);
-  // The value is collected here, whose room is kept from one value to
-  // the next, then copied into the storage beside its name.
-  std::string value;
-  for (decoder::Member& member : document.readAsObject()) {
-    value.clear();
-    member.value().asString().appendTo(value);
-    const std::string_view name = member.name().view();
-    entries_.push_back(makeEntry(name, uuidOfName(name), value));
-  }
-  document.finish();
+  // The name is copied before the value is read, which may move what it
+  // points into (the fast pass's window); the value is kept in `room` by
+  // the exact pass. The room of both is kept from one member to the next.
+  std::string name;
+  std::string room;
+  reader.readDocument([&](std::string_view member, typename Reader::Value& value) {
+    name.assign(member);
+    const std::string_view text = reader.readString(value, room);
+    entries_.push_back(makeEntry(name, uuidOfName(name), text));
+  });
 }
 
 const PasswordFile::Entry* PasswordFile::find(const Uuid& uuid) const noexcept {

@@ -118,6 +118,10 @@ class PasswordFile {
  private:
   // Drops every entry and the storage.
   void clear();
+  // The file's rules, run by both passes on their reader (ExactReader.h,
+  // SkimReader.h): replaces the entries with the file's members.
+  template <typename Reader>
+  void readEntries(Reader& reader);
   // Makes an entry whose name and value are copied into the storage.
   Entry makeEntry(std::string_view name, const utils::core::Uuid& uuid, std::string_view value);
   // Room for `size` bytes in the storage.

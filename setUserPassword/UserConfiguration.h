@@ -3,14 +3,14 @@
 //
 //   { "users": [ { "userName": "alice", "UUID": "…", … }, … ], … }
 //
-// The search makes up to two passes over the file. The first, UserSkim
-// (UserSkim.h), runs over the raw bytes without keeping lines and columns
-// and settles the common case: a well-formed file. Where it gives up (an
-// error, or something outside what it handles), the exact pass, readUsers,
-// walks the file again from the start with the streaming decoder, which
-// locates every error. A file that cannot be read twice (a FIFO, a
-// device) gets the exact pass alone. Both end in the same tally, and so in
-// the same outcome.
+// The search makes up to two passes over the file (see TwoPassRead.h). The
+// first, UserSkim (UserSkim.h), runs over the raw bytes without keeping
+// lines and columns and settles the common case: a well-formed file. Where
+// it gives up (an error, or something outside what it handles), the exact
+// pass, readUsers, walks the file again from the start with the streaming
+// decoder, which locates every error. A file that cannot be read twice (a
+// FIFO, a device) gets the exact pass alone. Both run the same rules
+// (UserFileRules.h) into the same tally, and so end in the same outcome.
 //
 // Thread safety: reentrant.
 #pragma once

@@ -1,15 +1,15 @@
-// UserSkim: the fast first pass of the user search. It walks the user
-// configuration file with the Skimmer (utils/json/decoder/Skimmer.h), which
-// keeps no line or column, and either settles the search (the tally of the
-// whole file) or gives up.
+// UserSkim: the fast first pass of the user search. It runs the file's
+// rules (UserFileRules.h, the same as the exact pass's) on a SkimReader
+// over the Skimmer (utils/json/decoder/Skimmer.h), which keeps no line or
+// column, and either settles the search (the tally of the whole file) or
+// gives up.
 //
 // It gives up on anything the exact pass (readUsers in UserConfiguration.h)
 // would report as an error, and on anything outside its subset: a member
 // name of the top-level object or of a user object, a user name or a UUID
-// that holds an escape; a matched user with several names, several UUIDs
-// or none (errors that the exact pass locates). So when it settles the
-// search, the exact pass would have read the whole file without an error
-// and ended with the same tally.
+// that holds an escape. So when it settles the search, the exact pass
+// would have read the whole file without an error and ended with the same
+// tally.
 //
 // Thread safety: reentrant.
 #pragma once

@@ -92,8 +92,9 @@ inline unsigned specialStringBytes16(const char* p) noexcept {
 // REQUIRES: `inlineBytes` bytes can be read from `begin`, and where fewer
 // than that lie before `end`, a byte that ends a run (a NUL) stands at `end`.
 template <std::size_t inlineBytes>
-std::size_t measurePlainString(const ScanKernels& kernels, const char* begin,
-                               const char* end) noexcept {
+[[gnu::always_inline]] inline std::size_t measurePlainString(const ScanKernels& kernels,
+                                                             const char* begin,
+                                                             const char* end) noexcept {
   static_assert(inlineBytes % 16 == 0);
 #if KORVANE_JSON_SSE2
   if (kernels.level != ScanLevel::plain) {

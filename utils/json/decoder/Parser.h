@@ -2,12 +2,13 @@
 // buffer in place, keeps the position (line, column, offset), the stack of
 // views that are open, and the first error met.
 //
-// Rules it enforces (RFC 8259, strictly): escapes including surrogate pairs
-// are decoded to UTF-8; raw control characters, invalid UTF-8, unpaired
-// surrogates and NUL bytes are errors; numbers are checked against the
-// grammar but never converted; only whitespace may follow the top-level
-// value. A UTF-8 byte order mark at the very start is ignored (columns of
-// line 1 count from after it).
+// The grammar it enforces is Grammar's (Grammar.h, shared with the Skimmer),
+// with the policy that locates each error and throws it: escapes including
+// surrogate pairs are decoded to UTF-8; raw control characters, invalid
+// UTF-8, unpaired surrogates and NUL bytes are errors; numbers are checked
+// against the grammar but never converted; only whitespace may follow the
+// top-level value. A UTF-8 byte order mark at the very start is ignored
+// (columns of line 1 count from after it).
 //
 // Runs of plain string characters, whitespace and digits are measured by
 // the scan kernels (see ScanKernels.h) of the level current when the Parser
@@ -35,6 +36,7 @@
 
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
+#include "utils/json/decoder/Grammar.h"
 #include "utils/json/decoder/Location.h"
 #include "utils/json/ScanKernels.h"
 
@@ -49,16 +51,10 @@ struct Position {
 
 enum class FrameKind : std::uint8_t { object, array, string };
 
-// One decoded character of a string: 1 to 4 UTF-8 bytes.
-struct Utf8Unit {
-  std::array<char, 4> bytes{};
-  std::uint8_t length = 0;
-};
-
-class Parser {
+class Parser : private Grammar<Parser> {
  public:
   static constexpr std::size_t maxDepth = 1000;
-  static constexpr std::size_t maxNameLength = 64 * 1024;
+  static constexpr std::size_t maxNameLength = detail::maxNameLength;
 
   Parser(io::InputStream<char>& stream, std::string sourceName);
 
@@ -115,36 +111,45 @@ class Parser {
   void finish();
 
  private:
+  friend class Grammar<Parser>;
+
   struct Frame {
     std::uint64_t id;
     FrameKind kind;
     bool started;
   };
 
-  [[noreturn]] void fail(const Position& at, const std::string& message);
-  [[noreturn]] void failFound(const std::string& expected);
-  [[noreturn]] void failType(const char* expected);
-  std::string describeNext();
-
+  // The policy Grammar<Parser> runs with: errors located and thrown.
+  static constexpr std::size_t maxNesting = maxDepth;
+  std::span<const char> buffered() const noexcept { return stream_.buffered(); }
+  void consume(std::size_t count) noexcept { stream_.consume(count); }
   bool more();
   int peek() {
     const auto span = stream_.buffered();
     if (!span.empty()) return static_cast<unsigned char>(span[0]);
     return more() ? static_cast<unsigned char>(stream_.buffered()[0]) : -1;
   }
-  void skipWhitespace() {
-    const auto span = stream_.buffered();
-    if (span.size() >= 2) {
-      if (static_cast<unsigned char>(span[0]) > ' ') return;
-      // One space between tokens, the most common whitespace of all.
-      if (span[0] == ' ' && static_cast<unsigned char>(span[1]) > ' ') {
-        stream_.consume(1);
-        return;
-      }
-    }
-    skipWhitespaceSlow();
+  // The plain string bytes that [begin, end) starts with; the first 16 are
+  // tested inline where that many are buffered.
+  std::size_t plainStringLength(const char* begin, const char* end) const noexcept {
+    if (end - begin >= 16) return json::detail::measurePlainString<16>(kernels_, begin, end);
+    return kernels_.plainStringLength(begin, end);
   }
-  void skipWhitespaceSlow();
+  Position mark() const noexcept { return position(); }
+  [[noreturn]] void failAt(const Position& at, const std::string& message);
+  [[noreturn]] void failFound(const std::string& expected);
+  void countLines(const json::detail::WhitespaceRun& run) noexcept {
+    if (run.lineFeeds == 0) return;
+    line_ += run.lineFeeds;
+    lineStart_ = stream_.offset() + run.afterLastLineFeed;
+    continuations_ = 0;
+  }
+  void countContinuations(std::size_t count) noexcept { continuations_ += count; }
+  // The stream's buffer is refilled whole: no token needs to be kept.
+  static void markToken() noexcept {}
+
+  [[noreturn]] void failType(const char* expected);
+  std::string describeNext();
 
   // Positions the parse at `frameId`, closing the views opened inside it.
   Frame& reachFrame(std::uint64_t frameId) {
@@ -158,21 +163,10 @@ class Parser {
   void valueDone();
   void pendingDone(std::uint64_t id);
   void skipPending();
-  void skipStructured(int initialState, std::size_t depth, FrameKind outer);
-  void checkDepth(std::size_t depth);
-  void skipDigits();
-  void skipNumber();
-  void skipLiteral(const char* literal);
-  template <typename Sink>
-  void scanStringBody(Sink&& sink);
-  void decodeSpecial(Utf8Unit& unit);
-  void decodeEscape(Utf8Unit& unit, const Position& start);
-  unsigned readHex4();
-  void decodeUtf8(Utf8Unit& unit);
+  void readName(std::string& name);
   void expectEnd();
 
   io::InputStream<char>& stream_;
-  const json::detail::ScanKernels& kernels_;
   std::shared_ptr<const std::string> source_;
   std::exception_ptr error_;
   std::vector<Frame> frames_;

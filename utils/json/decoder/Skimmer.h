@@ -1,6 +1,8 @@
 // Skimmer: a fast, validating cursor over the raw bytes of one JSON text,
 // for a first pass that settles the common case quickly and leaves every
-// other case to the exact decoder (Document).
+// other case to the exact decoder (Document). Both walk the text with the
+// same grammar (Grammar.h); the Skimmer runs it with the policy that gives
+// up where the decoder would locate an error and throw it.
 //
 // Purpose. The Skimmer keeps no line or column and builds nothing; it
 // hands out the raw bytes of strings and skips everything else. In return
@@ -16,16 +18,17 @@
 // very start; nothing but whitespace after the top-level value).
 //
 // Limits (beyond them it gives up, it never fails): a token (a string, a
-// number, a member name with the whitespace after it) must fit in the
-// window; skipped values may nest at most maxSkipDepth levels deep; a
-// member name that nextMember() hands out is at most the decoder's
-// Parser::maxNameLength bytes, raw. A string
-// holding an escape is validated but handed out raw, marked as escaped;
-// callers that would need its decoded text give up instead.
+// number, a run of whitespace, a member name with the whitespace after it)
+// must fit in the window; skipped values may nest at most maxSkipDepth
+// levels deep.
+// Member names are held to the decoder's limit (detail::maxNameLength
+// bytes, decoded). A string holding an escape is validated but handed out
+// raw, marked as escaped; callers that would need its decoded text give up
+// instead.
 //
 // Input comes from a Reader in blocks into the Skimmer's own window. A
-// token that the end of the buffered bytes cuts is finished after the
-// unread tail has been moved to the window's front and the window refilled.
+// token that the end of the buffered bytes cuts is finished after it has
+// been moved to the window's front and the window refilled.
 // A Reader's exception is no giving up: it leaves attempt() as it is, so
 // that a read failure is reported as such, and a failure that would not
 // strike again cannot be hidden by a second reading. (The exact pass reads
@@ -35,6 +38,7 @@
 // Thread safety: one Skimmer, one thread.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -43,6 +47,7 @@
 #include <string_view>
 
 #include "utils/json/ScanKernels.h"
+#include "utils/json/decoder/Grammar.h"
 
 namespace korvane::utils::json::decoder {
 
@@ -53,7 +58,7 @@ struct SkimmedString {
   bool escaped = false;  // raw holds at least one escape sequence
 };
 
-class Skimmer {
+class Skimmer : private detail::Grammar<Skimmer> {
  public:
   // Reads at most into.size() bytes; returns 0 only at the end of the input.
   using Reader = std::function<std::size_t(std::span<char>)>;
@@ -106,60 +111,62 @@ class Skimmer {
   void finish();
 
  private:
+  friend class detail::Grammar<Skimmer>;
+
   struct GiveUp {};
+  // Where an error would be located: nowhere, the Skimmer keeps no position.
+  struct NoMark {};
 
   // Zeroed bytes after the buffered ones: a NUL byte ends every run of
-  // string characters, whitespace and digits, so the scans need no bound
-  // of their own, and the 16-byte loads stay inside the buffer.
+  // string characters, and the 16-byte loads of the inline string scan
+  // stay inside the buffer.
   static constexpr std::size_t padding = 64;
 
-  bool refill();
-  bool more(const char*& p);
-  void ensure(const char*& p, std::size_t count);
-  // Sets mark_ to the next byte. Inline: most whitespace between tokens is
-  // none or one space.
-  void skipWhitespace() {
-    mark_ = p_;
-    const auto first = static_cast<unsigned char>(p_[0]);
-    if (first > ' ') return;
-    if (first == ' ' && static_cast<unsigned char>(p_[1]) > ' ') {
-      ++p_;
-      return;
-    }
-    skipWhitespaceFrom(p_);
+  // The policy Grammar<Skimmer> runs with: no location, every error gives up.
+  static constexpr std::size_t maxNesting = maxSkipDepth;
+  std::span<const char> buffered() const noexcept {
+    return {p_, static_cast<std::size_t>(end_ - p_)};
   }
-  void skipWhitespaceFrom(const char* p);
-  void require(char c);
-  void skipString();
-  // From just after an opening quote (mark_ on it) to the closing quote,
-  // which it returns. Inline for the common case: the closing quote among
-  // the next 16 bytes with no other special byte before it.
-  const char* findClosingQuote(const char* p, bool& escaped) {
+  void consume(std::size_t count) noexcept { p_ += count; }
+  bool more();
+  [[gnu::always_inline]] int peek() {
+    if (p_ != end_) return static_cast<unsigned char>(*p_);
+    return more() ? static_cast<unsigned char>(*p_) : -1;
+  }
+  // Inline for the common case: the string's end among the next 16 bytes.
+  [[gnu::always_inline]] std::size_t plainStringLength(const char* begin,
+                                                       const char* end) const noexcept {
 #if KORVANE_JSON_SSE2
     if (wide_) {
-      const unsigned special = json::detail::specialStringBytes16(p);
-      if (special != 0) {
-        const char* const first = p + std::countr_zero(special);
-        if (*first == '"') return first;
-      }
+      const unsigned special = json::detail::specialStringBytes16(begin);
+      if (special != 0) return static_cast<std::size_t>(std::countr_zero(special));
     }
 #endif
-    return scanStringBody(p, escaped);
+    return json::detail::measurePlainString<padding>(kernels_, begin, end);
   }
-  const char* scanStringBody(const char* p, bool& escaped);
-  const char* skipEscape(const char* p);
-  const char* skipUtf8(const char* p);
-  void skipNumber();
-  void skipLiteral(std::string_view literal);
+  static NoMark mark() noexcept { return {}; }
+  [[noreturn]] static void failFound(const std::string&) { giveUp(); }
+  [[noreturn]] static void failAt(NoMark, const std::string&) { giveUp(); }
+  static void countLines(const json::detail::WhitespaceRun&) noexcept {}
+  static void countContinuations(std::size_t) noexcept {}
+  void markToken() noexcept { mark_ = p_; }
+
+  // Keeps the token at the cursor, a string to be handed out, until release().
+  void hold() noexcept { held_ = mark_ = p_; }
+  // Ends the life of the string last handed out.
+  void release() noexcept { held_ = nullptr; }
+  // From the opening quote of a string to be handed out: scans it, holding
+  // it in the window, and returns it (valid while it is held).
+  SkimmedString holdString();
 
   Reader reader_;
-  const json::detail::ScanKernels& kernels_;
   bool wide_;  // the kernels are SSE2 or wider
   std::size_t window_;
   std::unique_ptr<char[]> buffer_;
-  const char* p_;     // the next byte
-  const char* end_;   // just past the buffered bytes (a NUL byte is there)
-  const char* mark_;  // the first byte a refill keeps: the current token's
+  const char* p_;               // the next byte
+  const char* end_;             // just past the buffered bytes (a NUL byte is there)
+  const char* mark_;            // the start of the current token
+  const char* held_ = nullptr;  // the opening quote of a string handed out
   bool ended_ = false;
 };
 

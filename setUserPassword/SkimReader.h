@@ -1,0 +1,88 @@
+// SkimReader: the fast pass's view of a configuration file, over the
+// Skimmer (utils/json/decoder/Skimmer.h), with the operations of
+// ExactReader (ExactReader.h), so that each file's rules are written once
+// for both passes.
+//
+// It gives up (Skimmer::giveUp) wherever the exact pass would fail, and on
+// what it does not handle: a member name or a string read that holds an
+// escape (its raw text is not what the exact pass compares or keeps).
+//
+// REQUIRES: every operation is called inside the Skimmer's attempt().
+//
+// Thread safety: one object, one thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "utils/core/Uuid.h"
+#include "utils/json/decoder/Skimmer.h"
+
+namespace korvane::setUserPassword {
+
+class SkimReader {
+ public:
+  // The Skimmer stands at the value: there is nothing to hold.
+  struct Value {};
+
+  // REQUIRES: `skimmer` outlives the reader.
+  explicit SkimReader(utils::json::decoder::Skimmer& skimmer) noexcept : skimmer_(skimmer) {}
+
+  // As ExactReader's. A name is valid until the value's first operation.
+  template <typename OnMember>
+  void readDocument(OnMember&& onMember) {
+    skimmer_.startDocument();
+    Value document;
+    forEachMember(document, onMember);
+    skimmer_.finish();
+  }
+
+  template <typename OnMember>
+  void forEachMember(Value& /*object*/, OnMember&& onMember) {
+    skimmer_.openObject();
+    bool started = false;
+    utils::json::decoder::SkimmedString name;
+    Value value;
+    while (skimmer_.nextMember(started, name)) onMember(plain(name), value);
+  }
+
+  template <typename OnElement>
+  void forEachElement(Value& /*array*/, OnElement&& onElement) {
+    skimmer_.openArray();
+    bool started = false;
+    Value element;
+    while (skimmer_.nextElement(started)) onElement(element);
+  }
+
+  utils::core::Uuid readUuid(Value& /*value*/) {
+    const auto uuid = utils::core::Uuid::fromString(plain(skimmer_.readString()));
+    if (!uuid) utils::json::decoder::Skimmer::giveUp();
+    return *uuid;
+  }
+
+  bool stringEquals(Value& /*value*/, std::string_view text) {
+    return plain(skimmer_.readString()) == text;
+  }
+
+  // The raw text: valid until the Skimmer's next operation; `room` is unused.
+  std::string_view readString(Value& /*value*/, std::string& /*room*/) {
+    return plain(skimmer_.readString());
+  }
+
+  void skip(Value& /*value*/) { skimmer_.skipValue(); }
+
+  [[noreturn]] void fail(const Value& /*at*/, const std::string& /*message*/) {
+    utils::json::decoder::Skimmer::giveUp();
+  }
+
+ private:
+  // The text of a string that holds no escape.
+  static std::string_view plain(const utils::json::decoder::SkimmedString& text) {
+    if (text.escaped) utils::json::decoder::Skimmer::giveUp();
+    return text.raw;
+  }
+
+  utils::json::decoder::Skimmer& skimmer_;
+};
+
+}  // namespace korvane::setUserPassword
