@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "utils/core/Processor.h"
+#include "utils/string/HexDigit.h"
 
 #if KORVANE_X86_64
 #include <emmintrin.h>
@@ -47,24 +48,9 @@ std::uint64_t processHashSeed() {
 
 #if !KORVANE_UUID_SSE2
 
-// Value of each byte as a hexadecimal digit, -1 for any other byte.
-constexpr std::array<std::int8_t, 256> hexValues = [] {
-  std::array<std::int8_t, 256> values{};
-  values.fill(-1);
-  for (int i = 0; i < 10; ++i)
-    values[static_cast<std::size_t>('0' + i)] = static_cast<std::int8_t>(i);
-  for (int i = 0; i < 6; ++i) {
-    values[static_cast<std::size_t>('a' + i)] = static_cast<std::int8_t>(10 + i);
-    values[static_cast<std::size_t>('A' + i)] = static_cast<std::int8_t>(10 + i);
-  }
-  return values;
-}();
-
 // Where the two digits of each of the 16 bytes stand in the text form.
 constexpr std::array<std::size_t, 16> digitPositions = {0,  2,  4,  6,  9,  11, 14, 16,
                                                         19, 21, 24, 26, 28, 30, 32, 34};
-
-int hexValue(char c) noexcept { return hexValues[static_cast<unsigned char>(c)]; }
 
 // The 32 digits of a text with its hyphens in place, a byte at a time.
 bool readDigits(const char* text, Uuid::Bytes& bytes) noexcept {
@@ -72,8 +58,10 @@ bool readDigits(const char* text, Uuid::Bytes& bytes) noexcept {
   // value is negative), which keeps the loop free of branches.
   int bad = 0;
   for (std::size_t i = 0; i < bytes.size(); ++i) {
-    const int high = hexValue(text[digitPositions[i]]);
-    const int low = hexValue(text[digitPositions[i] + 1]);
+    const int high =
+        utils::string::hexDigitValue(static_cast<unsigned char>(text[digitPositions[i]]));
+    const int low =
+        utils::string::hexDigitValue(static_cast<unsigned char>(text[digitPositions[i] + 1]));
     bad |= high | low;
     bytes[i] = static_cast<std::uint8_t>(high << 4 | low);
   }

@@ -47,6 +47,7 @@
 
 #include "utils/core/Format.h"
 #include "utils/json/ScanKernels.h"
+#include "utils/string/HexDigit.h"
 #include "utils/string/Utf8.h"
 
 namespace korvane::utils::json::decoder::detail {
@@ -61,14 +62,6 @@ struct Utf8Unit {
 };
 
 inline bool isDigit(int c) noexcept { return c >= '0' && c <= '9'; }
-
-// The value of a hexadecimal digit, -1 for any other byte.
-inline int hexValue(int c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 template <typename Cursor>
 class Grammar {
@@ -446,10 +439,10 @@ class Grammar {
     // The common case: four digits buffered, read in one go.
     const auto span = in().buffered();
     if (span.size() >= 4) {
-      const int a = hexValue(span[0]);
-      const int b = hexValue(span[1]);
-      const int c = hexValue(span[2]);
-      const int d = hexValue(span[3]);
+      const int a = utils::string::hexDigitValue(static_cast<unsigned char>(span[0]));
+      const int b = utils::string::hexDigitValue(static_cast<unsigned char>(span[1]));
+      const int c = utils::string::hexDigitValue(static_cast<unsigned char>(span[2]));
+      const int d = utils::string::hexDigitValue(static_cast<unsigned char>(span[3]));
       if ((a | b | c | d) >= 0) {
         in().consume(4);
         return static_cast<unsigned>(a << 12 | b << 8 | c << 4 | d);
@@ -457,7 +450,9 @@ class Grammar {
     }
     unsigned value = 0;
     for (int i = 0; i < 4; ++i) {
-      const int digit = hexValue(in().peek());
+      const int next = in().peek();  // -1 at the end
+      const int digit =
+          next < 0 ? -1 : utils::string::hexDigitValue(static_cast<unsigned char>(next));
       if (digit < 0) in().failFound("expected a hexadecimal digit in a \\u escape");
       in().consume(1);
       value = value * 16 + static_cast<unsigned>(digit);
