@@ -13,14 +13,11 @@ namespace korvane::lineEdit {
 
 class CancelledException : public std::runtime_error {
  public:
-  static constexpr const char* defaultMessage =
-      "user cancelled input by pressing pressed Ctrl+C";
+  static constexpr const char* defaultMessage = "user cancelled input by pressing pressed Ctrl+C";
 
   CancelledException() : std::runtime_error(defaultMessage) {}
-  explicit CancelledException(const std::string& message)
-      : std::runtime_error(message) {}
-  explicit CancelledException(const char* message)
-      : std::runtime_error(message) {}
+  explicit CancelledException(const std::string& message) : std::runtime_error(message) {}
+  explicit CancelledException(const char* message) : std::runtime_error(message) {}
 };
 
 }  // namespace korvane::lineEdit

@@ -21,17 +21,14 @@ struct CodePointRange {
 
 // East Asian wide and full-width ranges, inclusive, ascending.
 constexpr std::array<CodePointRange, 32> wideRanges{{
-    {0x1100, 0x115F},   {0x2329, 0x232A},   {0x2E80, 0x2E99},
-    {0x2E9B, 0x2EF3},   {0x2F00, 0x2FD5},   {0x2FF0, 0x2FFB},
-    {0x3000, 0x303E},   {0x3041, 0x3096},   {0x3099, 0x30FF},
-    {0x3105, 0x312D},   {0x3131, 0x318E},   {0x3190, 0x31BA},
-    {0x31C0, 0x31E3},   {0x31F0, 0x321E},   {0x3220, 0x3247},
-    {0x3250, 0x4DBF},   {0x4E00, 0xA48C},   {0xA490, 0xA4C6},
-    {0xA960, 0xA97C},   {0xAC00, 0xD7A3},   {0xF900, 0xFAFF},
-    {0xFE10, 0xFE19},   {0xFE30, 0xFE52},   {0xFE54, 0xFE66},
-    {0xFE68, 0xFE6B},   {0xFF01, 0xFFE6},   {0x1B000, 0x1B001},
-    {0x1F200, 0x1F202}, {0x1F210, 0x1F23A}, {0x1F240, 0x1F248},
-    {0x1F250, 0x1F251}, {0x20000, 0x3FFFD},
+    {0x1100, 0x115F},   {0x2329, 0x232A},   {0x2E80, 0x2E99},   {0x2E9B, 0x2EF3},
+    {0x2F00, 0x2FD5},   {0x2FF0, 0x2FFB},   {0x3000, 0x303E},   {0x3041, 0x3096},
+    {0x3099, 0x30FF},   {0x3105, 0x312D},   {0x3131, 0x318E},   {0x3190, 0x31BA},
+    {0x31C0, 0x31E3},   {0x31F0, 0x321E},   {0x3220, 0x3247},   {0x3250, 0x4DBF},
+    {0x4E00, 0xA48C},   {0xA490, 0xA4C6},   {0xA960, 0xA97C},   {0xAC00, 0xD7A3},
+    {0xF900, 0xFAFF},   {0xFE10, 0xFE19},   {0xFE30, 0xFE52},   {0xFE54, 0xFE66},
+    {0xFE68, 0xFE6B},   {0xFF01, 0xFFE6},   {0x1B000, 0x1B001}, {0x1F200, 0x1F202},
+    {0x1F210, 0x1F23A}, {0x1F240, 0x1F248}, {0x1F250, 0x1F251}, {0x20000, 0x3FFFD},
 }};
 
 unsigned char byteAt(std::string_view text, std::size_t offset) {
@@ -47,8 +44,7 @@ utils::string::Utf8Sequence decodeAt(std::string_view text, std::size_t offset) 
 // Length of the escape sequence "\x1b[...<final letter>" at text[offset], or
 // 0 when none begins there.
 std::size_t escapeSequenceLength(std::string_view text, std::size_t offset) {
-  if (text.size() - offset <= 2 || text[offset] != '\x1b' ||
-      text[offset + 1] != '[') {
+  if (text.size() - offset <= 2 || text[offset] != '\x1b' || text[offset + 1] != '[') {
     return 0;
   }
   constexpr std::string_view finalLetters = "ABCDEFGHJKSTfm";
@@ -66,15 +62,15 @@ std::size_t escapeSequenceLength(std::string_view text, std::size_t offset) {
 // at a fraction of the cost; refreshes measure the whole line on every key.
 bool isCombiningMark(char32_t codePoint) {
   return codePoint >= combiningMarkTable[0] &&
-         std::binary_search(std::begin(combiningMarkTable),
-                            std::end(combiningMarkTable), codePoint);
+         std::binary_search(std::begin(combiningMarkTable), std::end(combiningMarkTable),
+                            codePoint);
 }
 
 bool isWideCharacter(char32_t codePoint) {
   if (codePoint < wideRanges.front().first) return false;
-  const auto range = std::lower_bound(
-      wideRanges.begin(), wideRanges.end(), codePoint,
-      [](const CodePointRange& r, char32_t value) { return r.last < value; });
+  const auto range =
+      std::lower_bound(wideRanges.begin(), wideRanges.end(), codePoint,
+                       [](const CodePointRange& r, char32_t value) { return r.last < value; });
   return range != wideRanges.end() && range->first <= codePoint;
 }
 
@@ -146,8 +142,7 @@ std::size_t previousCharacterStart(std::string_view text, std::size_t offset) {
            utils::string::isUtf8Continuation(byteAt(text, start))) {
       --start;
     }
-    const char32_t codePoint =
-        decodeAt(text.substr(0, offset), start).codePoint;
+    const char32_t codePoint = decodeAt(text.substr(0, offset), start).codePoint;
     offset = start;
     if (!isCombiningMark(codePoint)) break;
   }

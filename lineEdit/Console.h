@@ -40,10 +40,10 @@ struct Rect {
 };
 
 struct ScreenBufferInfo {
-  Coord size;                 // columns and rows of the whole buffer
-  Coord cursorPosition;       // in buffer coordinates
+  Coord size;                    // columns and rows of the whole buffer
+  Coord cursorPosition;          // in buffer coordinates
   std::uint16_t attributes = 0;  // attribute that new text is written with
-  Rect window;                // visible part of the buffer
+  Rect window;                   // visible part of the buffer
   Coord maximumWindowSize;
 };
 
@@ -88,14 +88,17 @@ class Console {
   // FillConsoleOutputCharacter / FillConsoleOutputAttribute: write `length`
   // cells from `start` on, row after row, stopping at the end of the buffer.
   // Return the number of cells written.
-  virtual std::uint32_t fillOutputCharacter(char16_t character, std::uint32_t length, Coord start) = 0;
-  virtual std::uint32_t fillOutputAttribute(std::uint16_t attributes, std::uint32_t length, Coord start) = 0;
+  virtual std::uint32_t fillOutputCharacter(char16_t character, std::uint32_t length,
+                                            Coord start) = 0;
+  virtual std::uint32_t fillOutputAttribute(std::uint16_t attributes, std::uint32_t length,
+                                            Coord start) = 0;
 
   // ScrollConsoleScreenBuffer: moves the cells of `scroll` so that its
   // top-left corner lands on `destination`. Only cells inside `clip` (the
   // whole buffer when null) change; the cells of `scroll` that the moved
   // block does not cover take `fill`.
-  virtual bool scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination, CharInfo fill) = 0;
+  virtual bool scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination,
+                                  CharInfo fill) = 0;
 
   // SetConsoleTextAttribute: the attribute of text written from now on.
   virtual bool setTextAttribute(std::uint16_t attributes) = 0;

@@ -16,8 +16,18 @@ constexpr std::uint32_t leftCtrlPressed = 0x0008;
 // control codes, every other key is dropped.
 std::optional<KeyCode> controlCodeForLetter(char16_t character) {
   switch (character) {
-    case u'A': case u'B': case u'C': case u'D': case u'E': case u'F':
-    case u'H': case u'K': case u'N': case u'P': case u'T': case u'U':
+    case u'A':
+    case u'B':
+    case u'C':
+    case u'D':
+    case u'E':
+    case u'F':
+    case u'H':
+    case u'K':
+    case u'N':
+    case u'P':
+    case u'T':
+    case u'U':
       return static_cast<KeyCode>(character - u'A' + 1);
     default:
       return std::nullopt;
@@ -26,17 +36,28 @@ std::optional<KeyCode> controlCodeForLetter(char16_t character) {
 
 KeyCode codeForVirtualKey(std::uint16_t virtualKey) {
   switch (virtualKey) {
-    case 0x08: return keys::backspace;
-    case 0x0D: return keys::enter;
-    case 0x1B: return keys::cancel;  // Escape cancels like Ctrl+C
-    case 0x23: return keys::end;
-    case 0x24: return keys::home;
-    case 0x25: return keys::left;
-    case 0x26: return keys::up;
-    case 0x27: return keys::right;
-    case 0x28: return keys::down;
-    case 0x2E: return keys::deleteOrEnd;
-    default: return 0;
+    case 0x08:
+      return keys::backspace;
+    case 0x0D:
+      return keys::enter;
+    case 0x1B:
+      return keys::cancel;  // Escape cancels like Ctrl+C
+    case 0x23:
+      return keys::end;
+    case 0x24:
+      return keys::home;
+    case 0x25:
+      return keys::left;
+    case 0x26:
+      return keys::up;
+    case 0x27:
+      return keys::right;
+    case 0x28:
+      return keys::down;
+    case 0x2E:
+      return keys::deleteOrEnd;
+    default:
+      return 0;
   }
 }
 

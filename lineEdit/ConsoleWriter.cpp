@@ -31,7 +31,8 @@ constexpr std::array<char16_t, 32> lineDrawing = {
 // yellow, blue, magenta, cyan, white). The table is its own inverse, so it
 // also maps attribute bits back to indexes.
 constexpr std::array<std::uint16_t, 8> foreground = {0, 4, 2, 6, 1, 5, 3, 7};
-constexpr std::array<std::uint16_t, 8> background = {0x00, 0x40, 0x20, 0x60, 0x10, 0x50, 0x30, 0x70};
+constexpr std::array<std::uint16_t, 8> background = {0x00, 0x40, 0x20, 0x60,
+                                                     0x10, 0x50, 0x30, 0x70};
 constexpr std::uint16_t bold = 0x08;
 constexpr std::uint16_t underline = 0x80;
 
@@ -43,12 +44,13 @@ constexpr bool isDigit(unsigned char byte) noexcept { return byte >= '0' && byte
 // The console's 16-bit coordinates; arithmetic is done in 64 bits and
 // brought back here, so that huge parameters cannot wrap around.
 std::int16_t toShort(std::int64_t value) noexcept {
-  return static_cast<std::int16_t>(std::clamp<std::int64_t>(value, std::numeric_limits<std::int16_t>::min(),
-                                                            std::numeric_limits<std::int16_t>::max()));
+  return static_cast<std::int16_t>(std::clamp<std::int64_t>(
+      value, std::numeric_limits<std::int16_t>::min(), std::numeric_limits<std::int16_t>::max()));
 }
 
 std::uint32_t toCount(std::int64_t value) noexcept {
-  return static_cast<std::uint32_t>(std::clamp<std::int64_t>(value, 0, std::numeric_limits<std::uint32_t>::max()));
+  return static_cast<std::uint32_t>(
+      std::clamp<std::int64_t>(value, 0, std::numeric_limits<std::uint32_t>::max()));
 }
 
 // Clamps into 0..limit - 1 (0 when the limit is not positive).
@@ -64,7 +66,9 @@ std::int64_t clampIndex(std::int64_t value, std::int64_t limit) noexcept {
 // value changes colours but never stops the program's output.
 std::int32_t parseHex(std::span<const char16_t> text) noexcept {
   std::size_t i = 0;
-  const auto at = [&](std::size_t index) -> char16_t { return index < text.size() ? text[index] : char16_t{0}; };
+  const auto at = [&](std::size_t index) -> char16_t {
+    return index < text.size() ? text[index] : char16_t{0};
+  };
   while (at(i) == u' ' || (at(i) >= u'\t' && at(i) <= u'\r')) {
     ++i;
   }
@@ -94,7 +98,9 @@ std::int32_t parseHex(std::span<const char16_t> text) noexcept {
   return static_cast<std::int32_t>(negative ? -value : value);
 }
 
-std::u16string asciiToUtf16(std::string_view text) { return std::u16string(text.begin(), text.end()); }
+std::u16string asciiToUtf16(std::string_view text) {
+  return std::u16string(text.begin(), text.end());
+}
 
 // The screen as a control sequence finds it, and the three operations the
 // sequences are made of.
@@ -126,8 +132,8 @@ struct Screen {
 Screen screenOf(Console& console) {
   ScreenBufferInfo info{};
   console.getScreenBufferInfo(info);
-  return Screen{console,         info, info.size.x, info.size.y, info.cursorPosition.x,
-                info.cursorPosition.y};
+  return Screen{
+      console, info, info.size.x, info.size.y, info.cursorPosition.x, info.cursorPosition.y};
 }
 
 // The sequences that move the cursor by or to `n`; false for any other.
@@ -136,19 +142,36 @@ bool moveCursor(const Screen& screen, unsigned char final, std::int64_t n) {
   const std::int64_t y = screen.y;
   switch (final) {
     case 'A':
-    case 'k': screen.moveTo(x, y - n); return true;
+    case 'k':
+      screen.moveTo(x, y - n);
+      return true;
     case 'B':
-    case 'e': screen.moveTo(x, y + n); return true;
+    case 'e':
+      screen.moveTo(x, y + n);
+      return true;
     case 'C':
-    case 'a': screen.moveTo(x + n, y); return true;
+    case 'a':
+      screen.moveTo(x + n, y);
+      return true;
     case 'D':
-    case 'j': screen.moveTo(x - n, y); return true;
-    case 'E': screen.moveTo(0, y + n); return true;
-    case 'F': screen.moveTo(0, y - n); return true;
+    case 'j':
+      screen.moveTo(x - n, y);
+      return true;
+    case 'E':
+      screen.moveTo(0, y + n);
+      return true;
+    case 'F':
+      screen.moveTo(0, y - n);
+      return true;
     case 'G':
-    case '`': screen.moveTo(n - 1, y); return true;
-    case 'd': screen.moveTo(x, n - 1); return true;
-    default: return false;
+    case '`':
+      screen.moveTo(n - 1, y);
+      return true;
+    case 'd':
+      screen.moveTo(x, n - 1);
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -181,8 +204,11 @@ bool eraseCells(const Screen& screen, unsigned char final, std::int64_t n) {
         screen.fill(width, 0, y);
       }
       return true;
-    case 'X': screen.fill(n, x, y); return true;
-    default: return false;
+    case 'X':
+      screen.fill(n, x, y);
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -195,15 +221,22 @@ bool shiftCells(const Screen& screen, unsigned char final, std::int64_t n) {
   const std::int64_t height = screen.height;
   const std::int64_t cellsInRow = x + n > width - 1 ? width - x : n;
   switch (final) {
-    case '@': screen.scroll(x, y, width - cellsInRow - 1, y, x + cellsInRow, y); return true;
-    case 'P': screen.scroll(x + cellsInRow, y, width - 1, y, x, y); return true;
-    case 'L': screen.scroll(0, y, width - 1, height - 1, 0, y + n); return true;
+    case '@':
+      screen.scroll(x, y, width - cellsInRow - 1, y, x + cellsInRow, y);
+      return true;
+    case 'P':
+      screen.scroll(x + cellsInRow, y, width - 1, y, x, y);
+      return true;
+    case 'L':
+      screen.scroll(0, y, width - 1, height - 1, 0, y + n);
+      return true;
     case 'M': {
       const std::int64_t rows = std::min(n, height - y);
       screen.scroll(0, y + rows, width - 1, height - 1, 0, y);
       return true;
     }
-    default: return false;
+    default:
+      return false;
   }
 }
 
@@ -338,8 +371,8 @@ void ConsoleWriter::feedParameters(Console& console, unsigned char byte) {
   if (isDigit(byte)) {
     // Saturates instead of wrapping, so a huge value stays huge.
     std::uint32_t& value = parameters_[parameterIndex_];
-    value = static_cast<std::uint32_t>(
-        std::min<std::uint64_t>(std::uint64_t{value} * 10 + (byte - '0'), std::numeric_limits<std::uint32_t>::max()));
+    value = static_cast<std::uint32_t>(std::min<std::uint64_t>(
+        std::uint64_t{value} * 10 + (byte - '0'), std::numeric_limits<std::uint32_t>::max()));
   } else if (byte == ';') {
     if (parameterIndex_ + 1 < maxParameters) {
       ++parameterIndex_;
@@ -382,7 +415,8 @@ void ConsoleWriter::append(Console& console, std::u16string_view units) {
   if (outputLength_ + units.size() > output_.size()) {
     flush(console);
   }
-  std::copy(units.begin(), units.end(), output_.begin() + static_cast<std::ptrdiff_t>(outputLength_));
+  std::copy(units.begin(), units.end(),
+            output_.begin() + static_cast<std::ptrdiff_t>(outputLength_));
   outputLength_ += units.size();
 }
 

@@ -29,8 +29,7 @@ class WipeOnExit {
 
 }  // namespace
 
-EditLoop::EditLoop(EditTerminal& terminal, const EditSettings& settings,
-                   History& history)
+EditLoop::EditLoop(EditTerminal& terminal, const EditSettings& settings, History& history)
     : terminal_(terminal), settings_(settings), history_(history) {}
 
 LineResult EditLoop::run(std::span<char> buffer, std::string_view prompt) {
@@ -136,31 +135,55 @@ EditLoop::Step EditLoop::handleKey(KeyCode key) {
 
 bool EditLoop::moveCursor(KeyCode key) {
   switch (key) {
-    case keys::home: moveTo(0); return true;
-    case keys::end: moveTo(len_); return true;
+    case keys::home:
+      moveTo(0);
+      return true;
+    case keys::end:
+      moveTo(len_);
+      return true;
     case keys::left:
       if (pos_ > 0) moveTo(previousCharacterStart(text(), pos_));
       return true;
     case keys::right:
       if (pos_ < len_) moveTo(nextCharacterEnd(text(), pos_));
       return true;
-    case keys::up: historyStep(true); return true;
-    case keys::down: historyStep(false); return true;
-    default: return false;
+    case keys::up:
+      historyStep(true);
+      return true;
+    case keys::down:
+      historyStep(false);
+      return true;
+    default:
+      return false;
   }
 }
 
 bool EditLoop::editText(KeyCode key) {
   switch (key) {
-    case keys::deleteCharacter: deleteUnderCursor(); return true;
+    case keys::deleteCharacter:
+      deleteUnderCursor();
+      return true;
     case keys::backspace:
-    case keys::backspace127: backspace(); return true;
-    case keys::killToEnd: killToEnd(); return true;
-    case keys::killLine: killLine(); return true;
-    case keys::killWord: killPreviousWord(); return true;
-    case keys::transpose: transpose(); return true;
-    case keys::clearScreen: clearScreen(); return true;
-    default: return false;
+    case keys::backspace127:
+      backspace();
+      return true;
+    case keys::killToEnd:
+      killToEnd();
+      return true;
+    case keys::killLine:
+      killLine();
+      return true;
+    case keys::killWord:
+      killPreviousWord();
+      return true;
+    case keys::transpose:
+      transpose();
+      return true;
+    case keys::clearScreen:
+      clearScreen();
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -178,13 +201,11 @@ EditLoop::Step EditLoop::insert(char32_t codePoint) {
   len_ += count;
   buffer_[len_] = '\0';
 
-  if (atEnd && !settings_.multiLine &&
-      promptColumns_ + columnWidth(text()) < cols_) {
+  if (atEnd && !settings_.multiLine && promptColumns_ + columnWidth(text()) < cols_) {
     // The line still fits: echo just the new character.
-    std::string echo =
-        settings_.masked
-            ? std::string(codePointColumns(codePoint), settings_.maskCharacter)
-            : std::string(bytes.data(), count);
+    std::string echo = settings_.masked
+                           ? std::string(codePointColumns(codePoint), settings_.maskCharacter)
+                           : std::string(bytes.data(), count);
     const WipeOnExit wipe(echo);
     utils::core::secureZero(std::span<char>(bytes));
     write(echo);
@@ -314,16 +335,14 @@ void EditLoop::refreshSingleLine() {
   std::size_t visiblePos = pos_ - start;
   // Invalid UTF-8 (Ctrl+T swaps bytes) may measure differently in pieces
   // than as a whole: check the window as it will be drawn.
-  while (visiblePos > 0 &&
-         promptColumns_ + columnWidth(visible.substr(0, visiblePos)) >= cols_) {
+  while (visiblePos > 0 && promptColumns_ + columnWidth(visible.substr(0, visiblePos)) >= cols_) {
     const std::size_t step = std::min(nextCharacterEnd(visible, 0), visiblePos);
     visible.remove_prefix(step);
     visiblePos -= step;
   }
-  while (visible.size() > visiblePos &&
-         promptColumns_ + columnWidth(visible) > cols_) {
-    visible = visible.substr(
-        0, std::max(previousCharacterStart(visible, visible.size()), visiblePos));
+  while (visible.size() > visiblePos && promptColumns_ + columnWidth(visible) > cols_) {
+    visible =
+        visible.substr(0, std::max(previousCharacterStart(visible, visible.size()), visiblePos));
   }
 
   std::string out = "\r";
@@ -331,9 +350,8 @@ void EditLoop::refreshSingleLine() {
   out += prompt_;
   appendEcho(out, visible);
   out += "\x1b[0K";
-  out += utils::core::format(
-      "\r\x1b[{}C",
-      columnWidth(visible.substr(0, visiblePos)) + promptColumns_);
+  out += utils::core::format("\r\x1b[{}C",
+                             columnWidth(visible.substr(0, visiblePos)) + promptColumns_);
   write(out);
 }
 
@@ -345,8 +363,7 @@ void EditLoop::refreshMultiLine() {
   const Rows promptColumns = static_cast<Rows>(promptColumns_);
   const Rows textColumns = static_cast<Rows>(wrappedColumns(text()));
   Rows rows = (promptColumns + textColumns + cols - 1) / cols;
-  const Rows cursorRow =
-      (promptColumns + static_cast<Rows>(previousCursorColumn_) + cols) / cols;
+  const Rows cursorRow = (promptColumns + static_cast<Rows>(previousCursorColumn_) + cols) / cols;
   const Rows oldRows = static_cast<Rows>(maxRows_);
   if (rows > oldRows) maxRows_ = static_cast<std::size_t>(rows);
 
@@ -374,8 +391,7 @@ void EditLoop::refreshMultiLine() {
   const Rows rowsBelow = rows - (promptColumns + cursor + cols) / cols;
   if (rowsBelow > 0) out += utils::core::format("\x1b[{}A", rowsBelow);
   const Rows column = (promptColumns + cursor) % cols;
-  out += column != 0 ? utils::core::format("\r\x1b[{}C", column)
-                     : std::string("\r");
+  out += column != 0 ? utils::core::format("\r\x1b[{}C", column) : std::string("\r");
   previousCursorColumn_ = cursorColumn;
   write(out);
 }
@@ -390,8 +406,7 @@ void EditLoop::appendEcho(std::string& out, std::string_view visible) const {
 
 // Masked text shows one mask character per column, so nothing wraps early.
 std::size_t EditLoop::wrappedColumns(std::string_view part) const {
-  return settings_.masked ? columnWidth(part)
-                          : wrappedColumnWidth(part, promptColumns_, cols_);
+  return settings_.masked ? columnWidth(part) : wrappedColumnWidth(part, promptColumns_, cols_);
 }
 
 }  // namespace korvane::lineEdit

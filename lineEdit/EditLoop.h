@@ -34,8 +34,7 @@ class EditLoop {
   // The buffer size the raw line reader uses: at most 4095 bytes of text.
   static constexpr std::size_t bufferSize = 4096;
 
-  EditLoop(EditTerminal& terminal, const EditSettings& settings,
-           History& history);
+  EditLoop(EditTerminal& terminal, const EditSettings& settings, History& history);
   EditLoop(const EditLoop&) = delete;
   EditLoop& operator=(const EditLoop&) = delete;
 

@@ -8,9 +8,7 @@ namespace korvane::lineEdit {
 
 namespace {
 
-void wipe(std::string& text) {
-  utils::core::secureZero(text.data(), text.size());
-}
+void wipe(std::string& text) { utils::core::secureZero(text.data(), text.size()); }
 
 }  // namespace
 

@@ -50,13 +50,20 @@ inline constexpr KeyCode notUtf8 = 0x110001;
 // platforms (the cursor keys, Home and End), 0 for none.
 constexpr KeyCode forControlSequenceFinal(char final) noexcept {
   switch (final) {
-    case 'A': return up;
-    case 'B': return down;
-    case 'C': return right;
-    case 'D': return left;
-    case 'H': return home;
-    case 'F': return end;
-    default: return 0;
+    case 'A':
+      return up;
+    case 'B':
+      return down;
+    case 'C':
+      return right;
+    case 'D':
+      return left;
+    case 'H':
+      return home;
+    case 'F':
+      return end;
+    default:
+      return 0;
   }
 }
 

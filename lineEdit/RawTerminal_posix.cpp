@@ -1,5 +1,3 @@
-#include "lineEdit/RawTerminal.h"
-
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -16,6 +14,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "lineEdit/RawTerminal.h"
 #include "lineEdit/TerminalKeyDecoder.h"
 
 namespace korvane::lineEdit {
@@ -28,9 +27,8 @@ namespace {
 // terminal first. The real-time signals, which end it too, are added where
 // the system has them.
 constexpr int terminatingSignals[] = {
-    SIGHUP,  SIGINT,  SIGQUIT, SIGILL,    SIGTRAP, SIGABRT, SIGBUS,  SIGFPE,
-    SIGUSR1, SIGSEGV, SIGUSR2, SIGPIPE,   SIGALRM, SIGTERM, SIGXCPU, SIGXFSZ,
-    SIGSYS,  SIGPROF, SIGVTALRM,
+    SIGHUP,    SIGINT,  SIGQUIT, SIGILL,  SIGTRAP, SIGABRT, SIGBUS, SIGFPE,  SIGUSR1,   SIGSEGV,
+    SIGUSR2,   SIGPIPE, SIGALRM, SIGTERM, SIGXCPU, SIGXFSZ, SIGSYS, SIGPROF, SIGVTALRM,
 #ifdef SIGPOLL
     SIGPOLL,
 #endif

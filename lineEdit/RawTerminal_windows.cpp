@@ -1,7 +1,5 @@
-#include "lineEdit/RawTerminal.h"
-
-#include <windows.h>
 #include <io.h>
+#include <windows.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -13,6 +11,7 @@
 
 #include "lineEdit/ConsoleKeyCode.h"
 #include "lineEdit/ConsoleWriter.h"
+#include "lineEdit/RawTerminal.h"
 #include "lineEdit/Win32Console.h"
 
 namespace korvane::lineEdit {

@@ -73,8 +73,7 @@ ReadResult TerminalKeyDecoder::readKey(KeyCode& key) {
   }
 }
 
-TerminalKeyDecoder::Result TerminalKeyDecoder::next(unsigned char& byte,
-                                                    int timeoutMilliseconds) {
+TerminalKeyDecoder::Result TerminalKeyDecoder::next(unsigned char& byte, int timeoutMilliseconds) {
   if (hasPushedBack_) {
     hasPushedBack_ = false;
     byte = pushedBack_;
@@ -96,7 +95,7 @@ char32_t TerminalKeyDecoder::decodeEscape() {
   unsigned char byte = 0;
   const Result result = next(byte, sequenceTimeoutMilliseconds);
   if (result == Result::timeout) return keys::cancel;  // a lone ESC: the Escape key
-  if (result != Result::byte) return 0;  // the input ends; readKey reports it
+  if (result != Result::byte) return 0;                // the input ends; readKey reports it
   if (byte == '[') return decodeControlSequence();
   if (byte == 'O') {
     if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;

@@ -23,8 +23,10 @@ class Win32Console final : public Console {
   bool getCursorInfo(CursorInfo& info) override;
   bool setCursorInfo(const CursorInfo& info) override;
   std::uint32_t fillOutputCharacter(char16_t character, std::uint32_t length, Coord start) override;
-  std::uint32_t fillOutputAttribute(std::uint16_t attributes, std::uint32_t length, Coord start) override;
-  bool scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination, CharInfo fill) override;
+  std::uint32_t fillOutputAttribute(std::uint16_t attributes, std::uint32_t length,
+                                    Coord start) override;
+  bool scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination,
+                          CharInfo fill) override;
   bool setTextAttribute(std::uint16_t attributes) override;
   bool writeText(std::u16string_view text) override;
   bool writeInput(std::span<const KeyEvent> events) override;

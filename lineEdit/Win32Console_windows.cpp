@@ -10,14 +10,17 @@ namespace korvane::lineEdit {
 
 namespace {
 
-static_assert(sizeof(wchar_t) == sizeof(char16_t), "UTF-16 text is handed to the console as wchar_t");
+static_assert(sizeof(wchar_t) == sizeof(char16_t),
+              "UTF-16 text is handed to the console as wchar_t");
 
 COORD toCoord(Coord c) noexcept { return COORD{c.x, c.y}; }
 Coord fromCoord(COORD c) noexcept { return Coord{c.X, c.Y}; }
 SMALL_RECT toRect(const Rect& r) noexcept { return SMALL_RECT{r.left, r.top, r.right, r.bottom}; }
 Rect fromRect(const SMALL_RECT& r) noexcept { return Rect{r.Left, r.Top, r.Right, r.Bottom}; }
 
-DWORD toDword(std::size_t size) noexcept { return static_cast<DWORD>(std::min<std::size_t>(size, MAXDWORD)); }
+DWORD toDword(std::size_t size) noexcept {
+  return static_cast<DWORD>(std::min<std::size_t>(size, MAXDWORD));
+}
 
 }  // namespace
 
@@ -53,15 +56,18 @@ bool Win32Console::setCursorInfo(const CursorInfo& info) {
   return ::SetConsoleCursorInfo(output_, &native) != FALSE;
 }
 
-std::uint32_t Win32Console::fillOutputCharacter(char16_t character, std::uint32_t length, Coord start) {
+std::uint32_t Win32Console::fillOutputCharacter(char16_t character, std::uint32_t length,
+                                                Coord start) {
   DWORD written = 0;
-  if (!::FillConsoleOutputCharacterW(output_, static_cast<WCHAR>(character), length, toCoord(start), &written)) {
+  if (!::FillConsoleOutputCharacterW(output_, static_cast<WCHAR>(character), length, toCoord(start),
+                                     &written)) {
     return 0;
   }
   return written;
 }
 
-std::uint32_t Win32Console::fillOutputAttribute(std::uint16_t attributes, std::uint32_t length, Coord start) {
+std::uint32_t Win32Console::fillOutputAttribute(std::uint16_t attributes, std::uint32_t length,
+                                                Coord start) {
   DWORD written = 0;
   if (!::FillConsoleOutputAttribute(output_, attributes, length, toCoord(start), &written)) {
     return 0;
@@ -69,7 +75,8 @@ std::uint32_t Win32Console::fillOutputAttribute(std::uint16_t attributes, std::u
   return written;
 }
 
-bool Win32Console::scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination, CharInfo fill) {
+bool Win32Console::scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination,
+                                      CharInfo fill) {
   const SMALL_RECT nativeScroll = toRect(scroll);
   SMALL_RECT nativeClip{};
   if (clip != nullptr) {
@@ -78,8 +85,9 @@ bool Win32Console::scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coor
   CHAR_INFO nativeFill{};
   nativeFill.Char.UnicodeChar = static_cast<WCHAR>(fill.character);
   nativeFill.Attributes = fill.attributes;
-  return ::ScrollConsoleScreenBufferW(output_, &nativeScroll, clip != nullptr ? &nativeClip : nullptr,
-                                      toCoord(destination), &nativeFill) != FALSE;
+  return ::ScrollConsoleScreenBufferW(output_, &nativeScroll,
+                                      clip != nullptr ? &nativeClip : nullptr, toCoord(destination),
+                                      &nativeFill) != FALSE;
 }
 
 bool Win32Console::setTextAttribute(std::uint16_t attributes) {
@@ -89,8 +97,8 @@ bool Win32Console::setTextAttribute(std::uint16_t attributes) {
 bool Win32Console::writeText(std::u16string_view text) {
   while (!text.empty()) {
     DWORD written = 0;
-    if (!::WriteConsoleW(output_, reinterpret_cast<const wchar_t*>(text.data()), toDword(text.size()), &written,
-                         nullptr) ||
+    if (!::WriteConsoleW(output_, reinterpret_cast<const wchar_t*>(text.data()),
+                         toDword(text.size()), &written, nullptr) ||
         written == 0) {
       return false;
     }
@@ -116,8 +124,8 @@ bool Win32Console::writeInput(std::span<const KeyEvent> events) {
     record.Event.KeyEvent.dwControlKeyState = event.controlKeyState;
   }
   DWORD written = 0;
-  return ::WriteConsoleInputW(::GetStdHandle(STD_INPUT_HANDLE), records.data(), toDword(records.size()), &written) !=
-         FALSE;
+  return ::WriteConsoleInputW(::GetStdHandle(STD_INPUT_HANDLE), records.data(),
+                              toDword(records.size()), &written) != FALSE;
 }
 
 std::size_t Win32Console::getTitle(std::span<char16_t> buffer) {
@@ -141,8 +149,8 @@ std::size_t Win32Console::getEnvironmentVariable(const char16_t* name, std::span
   // Read into scratch space, so that the caller's buffer is untouched when
   // the value does not fit (Windows leaves its content undefined then).
   std::vector<wchar_t> scratch(std::max<std::size_t>(buffer.size(), 1));
-  const DWORD length =
-      ::GetEnvironmentVariableW(reinterpret_cast<const wchar_t*>(name), scratch.data(), toDword(scratch.size()));
+  const DWORD length = ::GetEnvironmentVariableW(reinterpret_cast<const wchar_t*>(name),
+                                                 scratch.data(), toDword(scratch.size()));
   if (length == 0) {
     // Not set, or set to the empty string.
     if (::GetLastError() != ERROR_ENVVAR_NOT_FOUND && !buffer.empty()) {

@@ -25,6 +25,7 @@ packages=(
   valgrind
   util-linux           # script(1)
   acl                  # setfacl in the tests: the password file keeps its access control list
+  clang-format git     # the layout check of every source (FormatTest)
 )
 
 if [[ "${1:-}" == "--windows" ]]; then

@@ -27,8 +27,8 @@ struct Sha256Traits {
   static constexpr std::size_t scratchWords = 16;
 
   static constexpr std::array<Word, 8> initialState = {0x6a09e667, 0xbb67ae85, 0x3c6ef372,
-                                                        0xa54ff53a, 0x510e527f, 0x9b05688c,
-                                                        0x1f83d9ab, 0x5be0cd19};
+                                                       0xa54ff53a, 0x510e527f, 0x9b05688c,
+                                                       0x1f83d9ab, 0x5be0cd19};
 
   // The first 32 bits of the fractional parts of the cube roots of the
   // first 64 primes.

@@ -17,7 +17,6 @@
 #include <span>
 
 #include "security/Sha2.h"
-
 #include "utils/core/Processor.h"
 
 #if KORVANE_X86_64_GNU

@@ -168,9 +168,9 @@ KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t,
   const __m256i byteSwap = _mm256_set_epi64x(0x08090a0b0c0d0e0fLL, 0x0001020304050607LL,
                                              0x08090a0b0c0d0e0fLL, 0x0001020304050607LL);
   for (std::size_t k = 0; k < 8; ++k) {
-    const __m256i pair = _mm256_loadu2_m128i(
-        reinterpret_cast<const __m128i*>(blocks + Sha512::blockLength + 16 * k),
-        reinterpret_cast<const __m128i*>(blocks + 16 * k));
+    const __m256i pair =
+        _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(blocks + Sha512::blockLength + 16 * k),
+                            reinterpret_cast<const __m128i*>(blocks + 16 * k));
     storePair(scratch, 2 * k, k, _mm256_shuffle_epi8(pair, byteSwap));
   }
   const Word* const first = scratch;

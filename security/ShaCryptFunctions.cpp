@@ -208,7 +208,8 @@ void prepare(std::size_t shape, const RoundInputs<Hash>& in, MessageWriter<Hash>
     const std::size_t tail = writer.tailLength();
     std::memcpy(message.blocks.data(), writer.tail(), tail);
     message.digestOffset = tail;
-    message.blockCount = Hash::pad(message.blocks.data(), tail + digestSize, byteCount<Hash>(total));
+    message.blockCount =
+        Hash::pad(message.blocks.data(), tail + digestSize, byteCount<Hash>(total));
     return;
   }
   constexpr std::size_t lengthField = 2 * sizeof(typename Hash::State::value_type);

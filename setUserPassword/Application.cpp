@@ -107,9 +107,12 @@ void Application::confirmRemoval() const {
       "Are you sure you mant to remove the password for user \"{}\" (y|N)? ", userName_);
   for (;;) {
     switch (askYesNo(prompt)) {
-      case Answer::yes: return;
-      case Answer::no: throw lineEdit::CancelledException("delete cancelled by user");
-      case Answer::invalid: break;
+      case Answer::yes:
+        return;
+      case Answer::no:
+        throw lineEdit::CancelledException("delete cancelled by user");
+      case Answer::invalid:
+        break;
     }
   }
 }
@@ -183,11 +186,15 @@ utils::core::SecureString Application::enterPassword() {
 
 bool Application::confirmWeakPassword() const {
   for (;;) {
-    switch (askYesNo("The password you entered is too weak. Are you sure you want to use it "
-                     "(y|N)? ")) {
-      case Answer::yes: return true;
-      case Answer::no: return false;
-      case Answer::invalid: break;
+    switch (
+        askYesNo("The password you entered is too weak. Are you sure you want to use it "
+                 "(y|N)? ")) {
+      case Answer::yes:
+        return true;
+      case Answer::no:
+        return false;
+      case Answer::invalid:
+        break;
     }
   }
 }

@@ -69,12 +69,11 @@ Subject cryptSubject(int tag, std::size_t keyLength) {
   *setting += salt;
   *setting += '$';
   auto data = std::make_shared<crypt_data>();
-  CryptFunction* crypt =
-      tag == 6 ? korvane::security::sha512Crypt : korvane::security::sha256Crypt;
+  CryptFunction* crypt = tag == 6 ? korvane::security::sha512Crypt : korvane::security::sha256Crypt;
   return {[key, crypt] {
             std::array<char, 124> buffer;
-            benchmark::DoNotOptimize(crypt(key->data(), key->size(), salt, sizeof salt - 1,
-                                           rounds, false, buffer.data(), buffer.size()));
+            benchmark::DoNotOptimize(crypt(key->data(), key->size(), salt, sizeof salt - 1, rounds,
+                                           false, buffer.data(), buffer.size()));
             benchmark::ClobberMemory();
           },
           [key, setting, data] {
@@ -90,9 +89,8 @@ Subject floorSubject(std::size_t keyLength) {
   auto key = std::make_shared<std::string>(makeKey(keyLength));
   auto floor = std::make_shared<korvane::bench::OpensslSha512Crypt>(*key, salt, rounds);
   std::array<char, 124> buffer;
-  const char* own = korvane::security::sha512Crypt(key->data(), key->size(), salt,
-                                                   sizeof salt - 1, rounds, false,
-                                                   buffer.data(), buffer.size());
+  const char* own = korvane::security::sha512Crypt(key->data(), key->size(), salt, sizeof salt - 1,
+                                                   rounds, false, buffer.data(), buffer.size());
   if (own == nullptr || floor->hash() != own) {
     std::fprintf(stderr, "the floor's hash differs from sha512Crypt's for a %zu-byte key\n",
                  keyLength);
@@ -100,9 +98,9 @@ Subject floorSubject(std::size_t keyLength) {
   }
   return {[key] {
             std::array<char, 124> result;
-            benchmark::DoNotOptimize(korvane::security::sha512Crypt(
-                key->data(), key->size(), salt, sizeof salt - 1, rounds, false,
-                result.data(), result.size()));
+            benchmark::DoNotOptimize(korvane::security::sha512Crypt(key->data(), key->size(), salt,
+                                                                    sizeof salt - 1, rounds, false,
+                                                                    result.data(), result.size()));
             benchmark::ClobberMemory();
           },
           [floor] {
@@ -125,8 +123,7 @@ Subject digestSubject(const EVP_MD* md, std::size_t length, double goal) {
           [message, md] {
             std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
             unsigned int digestLength = 0;
-            EVP_Digest(message->data(), message->size(), digest.data(), &digestLength, md,
-                       nullptr);
+            EVP_Digest(message->data(), message->size(), digest.data(), &digestLength, md, nullptr);
             benchmark::DoNotOptimize(digest);
           },
           // About two milliseconds a batch.
@@ -177,11 +174,10 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
   void printTable() const {
     std::printf("\nleast time per call, own and reference alternating:\n");
-    std::printf("%-40s %14s %14s %8s %8s\n", "comparison", "own (us)", "reference (us)",
-                "ratio", "goal");
+    std::printf("%-40s %14s %14s %8s %8s\n", "comparison", "own (us)", "reference (us)", "ratio",
+                "goal");
     for (const Row& row : rows_) {
-      std::printf("%-40s %14.1f %14.1f %8.3f", row.name.c_str(), row.own, row.reference,
-                  row.ratio);
+      std::printf("%-40s %14.1f %14.1f %8.3f", row.name.c_str(), row.own, row.reference, row.ratio);
       if (row.goal > 0) {
         std::printf(" %s %5.2f %s", row.goal < 1 ? "< " : "<=", row.goal,
                     row.ratio <= row.goal ? "met" : "not met");
@@ -207,11 +203,9 @@ void registerSubject(const std::string& name, const std::string& referenceName,
   if (timeOwn) {
     benchmark::RegisterBenchmark(("own/" + name).c_str(), runOwn, subject, bytes)->Unit(unit);
   }
-  benchmark::RegisterBenchmark((referenceName + "/" + name).c_str(), runReference, subject,
-                               bytes)
+  benchmark::RegisterBenchmark((referenceName + "/" + name).c_str(), runReference, subject, bytes)
       ->Unit(unit);
-  benchmark::RegisterBenchmark(("ratio/" + name + "/" + referenceName).c_str(),
-                               runPaired, subject)
+  benchmark::RegisterBenchmark(("ratio/" + name + "/" + referenceName).c_str(), runPaired, subject)
       ->Unit(unit)
       ->MinTime(3.0);
 }
@@ -221,26 +215,22 @@ void registerAll() {
     for (const int tag : {6, 5}) {
       std::string name = tag == 6 ? "sha512Crypt/key" : "sha256Crypt/key";
       name += std::to_string(keyLength);
-      registerSubject(name, "libcrypt", cryptSubject(tag, keyLength), 0,
-                      benchmark::kMillisecond);
+      registerSubject(name, "libcrypt", cryptSubject(tag, keyLength), 0, benchmark::kMillisecond);
       if (tag == 6) {
-        registerSubject(name, "floor", floorSubject(keyLength), 0, benchmark::kMillisecond,
-                        false);
+        registerSubject(name, "floor", floorSubject(keyLength), 0, benchmark::kMillisecond, false);
       }
     }
   }
   for (const std::size_t length : {128, 16384}) {
     const std::string size = std::to_string(length);
-    registerSubject("sha512/" + size, "openssl",
-                    digestSubject<korvane::security::Sha512>(EVP_sha512(), length,
-                                                             length > 128 ? 1.10 : 0),
-                    length,
-                    benchmark::kMicrosecond);
-    registerSubject("sha256/" + size, "openssl",
-                    digestSubject<korvane::security::Sha256>(EVP_sha256(), length,
-                                                             length > 128 ? 1.25 : 0),
-                    length,
-                    benchmark::kMicrosecond);
+    registerSubject(
+        "sha512/" + size, "openssl",
+        digestSubject<korvane::security::Sha512>(EVP_sha512(), length, length > 128 ? 1.10 : 0),
+        length, benchmark::kMicrosecond);
+    registerSubject(
+        "sha256/" + size, "openssl",
+        digestSubject<korvane::security::Sha256>(EVP_sha256(), length, length > 128 ? 1.25 : 0),
+        length, benchmark::kMicrosecond);
   }
 }
 

@@ -45,11 +45,13 @@ void reportWithTime(const char* what, std::uintmax_t bytes, const Result& ours,
 // Prints `value` beside its goal: at least `goal` (`atLeast`) or below it.
 void reportGoal(const char* what, double value, bool atLeast, double goal, const char* unit) {
   const bool met = atLeast ? value >= goal : value < goal;
-  std::printf("%-34s   goal: %-28s %8.2f%s  %s %.2f%s  %s\n", "", what, value, unit, atLeast ? ">=" : "< ", goal,
-              unit, met ? "met" : "NOT MET");
+  std::printf("%-34s   goal: %-28s %8.2f%s  %s %.2f%s  %s\n", "", what, value, unit,
+              atLeast ? ">=" : "< ", goal, unit, met ? "met" : "NOT MET");
 }
 
-double ratioOf(const Result& ours, const Result& reference) { return reference.seconds / ours.seconds; }
+double ratioOf(const Result& ours, const Result& reference) {
+  return reference.seconds / ours.seconds;
+}
 
 int run(int argc, char** argv) {
   const std::uint64_t users = benchmarkUsers(argc, argv);
@@ -72,8 +74,8 @@ int run(int argc, char** argv) {
 
   const std::string sought = userName(users);
   const auto nothing = [] {};
-  const Result find =
-      measure(nothing, [&] { return setUserPassword::findUser(usersPath, sought).toString().str(); });
+  const Result find = measure(
+      nothing, [&] { return setUserPassword::findUser(usersPath, sought).toString().str(); });
   const Result findReference = measure(nothing, [&] { return findUserRapid(usersPath, sought); });
   reportWithTime("find the last user", usersBytes, find, findReference);
   reportGoal("throughput, times RapidJSON", ratioOf(find, findReference), true, 1.5, "x");
@@ -97,8 +99,8 @@ int run(int argc, char** argv) {
   });
   reportWithTime("password file read + set + write", passwordsBytes, rewrite, rewriteReference);
   reportGoal("throughput, times RapidJSON", ratioOf(rewrite, rewriteReference), true, 1.5, "x");
-  reportGoal("peak memory, times the file size", rewrite.peakMiB * 1048576.0 / static_cast<double>(passwordsBytes),
-             false, 1.25, "x");
+  reportGoal("peak memory, times the file size",
+             rewrite.peakMiB * 1048576.0 / static_cast<double>(passwordsBytes), false, 1.25, "x");
   return 0;
 }
 

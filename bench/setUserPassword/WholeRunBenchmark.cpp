@@ -304,16 +304,15 @@ void measurePeakMemory(const std::string& program, const fs::path& base) {
     std::ofstream usersFile(directory / "users.json");
     std::ofstream passwords(directory / "passwords.json");
     usersFile << "{\n  \"users\": [\n";
-    passwords << "{\n  \"$schema\": \""
-              << korvane::setUserPassword::PasswordFile::schemaUrl() << '"';
+    passwords << "{\n  \"$schema\": \"" << korvane::setUserPassword::PasswordFile::schemaUrl()
+              << '"';
     char text[40];
     for (int i = 0; i < users; ++i) {
       std::snprintf(text, sizeof text, "%08x-1111-4222-8333-%012x", static_cast<unsigned>(i),
                     static_cast<unsigned>(i) * 7919U);
       usersFile << "    {\"userName\": \"user" << i << "\", \"UUID\": \"" << text << "\"}"
                 << (i + 1 < users ? ",\n" : "\n");
-      passwords << ",\n  \"" << text << "\": \"$6$0123456789abcdef$" << std::string(86, 'x')
-                << '"';
+      passwords << ",\n  \"" << text << "\": \"$6$0123456789abcdef$" << std::string(86, 'x') << '"';
     }
     usersFile << "  ]\n}\n";
     passwords << "\n}\n";
@@ -329,10 +328,11 @@ void measurePeakMemory(const std::string& program, const fs::path& base) {
     std::fprintf(stderr, "the run on 1,000,000 users failed\n");
     std::exit(1);
   }
-  std::printf("1,000,000 users in %s: whole process peak %.1f MiB, password file %.1f MiB, "
-              "ratio %.3f (goal: at most %.2f)\n",
-              base.c_str(), static_cast<double>(peak) / 1048576.0, fileSize / 1048576.0,
-              static_cast<double>(peak) / fileSize, peakGoal);
+  std::printf(
+      "1,000,000 users in %s: whole process peak %.1f MiB, password file %.1f MiB, "
+      "ratio %.3f (goal: at most %.2f)\n",
+      base.c_str(), static_cast<double>(peak) / 1048576.0, fileSize / 1048576.0,
+      static_cast<double>(peak) / fileSize, peakGoal);
 }
 
 }  // namespace

@@ -14,8 +14,8 @@ namespace fs = std::filesystem;
 
 std::string userName(std::uint64_t i) { return utils::core::format("user{:07}", i); }
 std::string uuidText(std::uint64_t i) {
-  return utils::core::format("{:08x}-{:04x}-4{:03x}-8{:03x}-{:012x}", i * 2654435761u % 0xFFFFFFFFu, i % 0xFFFF,
-                             i % 0xFFF, (i / 7) % 0xFFF, i);
+  return utils::core::format("{:08x}-{:04x}-4{:03x}-8{:03x}-{:012x}", i * 2654435761u % 0xFFFFFFFFu,
+                             i % 0xFFFF, i % 0xFFF, (i / 7) % 0xFFF, i);
 }
 
 void generateUsers(const fs::path& path, std::uint64_t count) {
@@ -27,10 +27,21 @@ void generateUsers(const fs::path& path, std::uint64_t count) {
     line.clear();
     line += "    {\"userName\": \"" + userName(i) + "\", ";
     switch (i % 4) {
-      case 0: line += "\"groups\": [\"admins\", \"ops\", 42, null], "; break;
-      case 1: line += "\"profile\": {\"age\": 37, \"ratio\": -0.125e-3, \"active\": true, \"tags\": []}, "; break;
-      case 2: line += "\"notes\": \"line one\\nline \\\"two\\\"\\t\\u00e9\\ud83d\\ude00 \xC3\xA9t\xC3\xA9\", "; break;
-      default: line += "\"quota\": 1234567.891, \"locked\": false, \"manager\": null, "; break;
+      case 0:
+        line += "\"groups\": [\"admins\", \"ops\", 42, null], ";
+        break;
+      case 1:
+        line +=
+            "\"profile\": {\"age\": 37, \"ratio\": -0.125e-3, \"active\": true, \"tags\": []}, ";
+        break;
+      case 2:
+        line +=
+            "\"notes\": \"line one\\nline \\\"two\\\"\\t\\u00e9\\ud83d\\ude00 "
+            "\xC3\xA9t\xC3\xA9\", ";
+        break;
+      default:
+        line += "\"quota\": 1234567.891, \"locked\": false, \"manager\": null, ";
+        break;
     }
     line += "\"UUID\": \"" + uuidText(i) + "\"}";
     line += i == count ? "\n" : ",\n";
@@ -45,8 +56,8 @@ void generatePasswords(const fs::path& path, std::uint64_t count) {
   out << "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
   const std::string digest(86, 'x');
   for (std::uint64_t i = 1; i <= count; ++i) {
-    out << ",\n  \"" << uuidText(i) << "\": \"$6$" << utils::core::format("{:016x}", i) << '$' << digest
-        << '"';
+    out << ",\n  \"" << uuidText(i) << "\": \"$6$" << utils::core::format("{:016x}", i) << '$'
+        << digest << '"';
   }
   out << "\n}\n";
   if (!out) throw std::runtime_error("cannot write the password file");

@@ -19,7 +19,8 @@ std::uint64_t statusKiB(const char* field) {
   std::ifstream status("/proc/self/status");
   std::string line;
   while (std::getline(status, line)) {
-    if (line.rfind(field, 0) == 0) return std::strtoull(line.c_str() + std::strlen(field), nullptr, 10);
+    if (line.rfind(field, 0) == 0)
+      return std::strtoull(line.c_str() + std::strlen(field), nullptr, 10);
   }
   return 0;
 }
@@ -53,7 +54,8 @@ Result measure(const std::function<void()>& prepare, const std::function<std::st
         const double took = cpuSeconds() - start;
         const std::uint64_t peak = statusKiB("VmHWM:");
         result.seconds = std::min(result.seconds, took);
-        result.peakMiB = std::max(result.peakMiB, static_cast<double>(peak - std::min(peak, baseline)) / 1024.0);
+        result.peakMiB =
+            std::max(result.peakMiB, static_cast<double>(peak - std::min(peak, baseline)) / 1024.0);
         std::snprintf(result.check, sizeof result.check, "%s", check.c_str());
       }
     } catch (const std::exception& error) {
@@ -68,7 +70,8 @@ Result measure(const std::function<void()>& prepare, const std::function<std::st
   close(pipeFds[0]);
   int status = 0;
   waitpid(child, &status, 0);
-  if (got != static_cast<ssize_t>(sizeof result)) throw std::runtime_error("a benchmark child failed");
+  if (got != static_cast<ssize_t>(sizeof result))
+    throw std::runtime_error("a benchmark child failed");
   return result;
 }
 
@@ -76,10 +79,12 @@ void report(const char* what, std::uintmax_t bytes, const Result& ours, const Re
   const double mib = static_cast<double>(bytes) / (1024.0 * 1024.0);
   const double oursRate = mib / ours.seconds;
   const double referenceRate = mib / reference.seconds;
-  std::printf("%-34s korvane %8.1f MiB/s (peak +%6.1f MiB)   RapidJSON %8.1f MiB/s (peak +%6.1f MiB)   ratio %.2f\n",
-              what, oursRate, ours.peakMiB, referenceRate, reference.peakMiB, oursRate / referenceRate);
-  std::printf("%-34s   results: korvane \"%s\", RapidJSON \"%s\"%s\n", "", ours.check, reference.check,
-              std::strcmp(ours.check, reference.check) == 0 ? "" : "   MISMATCH");
+  std::printf(
+      "%-34s korvane %8.1f MiB/s (peak +%6.1f MiB)   RapidJSON %8.1f MiB/s (peak +%6.1f MiB)   "
+      "ratio %.2f\n",
+      what, oursRate, ours.peakMiB, referenceRate, reference.peakMiB, oursRate / referenceRate);
+  std::printf("%-34s   results: korvane \"%s\", RapidJSON \"%s\"%s\n", "", ours.check,
+              reference.check, std::strcmp(ours.check, reference.check) == 0 ? "" : "   MISMATCH");
 }
 
 }  // namespace korvane::bench

@@ -71,7 +71,8 @@ struct UsersHandler : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, UsersHandl
   }
   bool String(const char* text, rapidjson::SizeType length, bool) {
     if (!userLevel()) return true;
-    if (key == "userName") match = sought.size() == length && std::memcmp(sought.data(), text, length) == 0;
+    if (key == "userName")
+      match = sought.size() == length && std::memcmp(sought.data(), text, length) == 0;
     if (key == "UUID") uuid.assign(text, length);
     return true;
   }

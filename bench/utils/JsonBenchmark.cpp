@@ -18,11 +18,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <ctime>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -117,22 +117,26 @@ int run(int argc, char** argv) {
   generatePasswords(passwordsPath, users);
   const std::uintmax_t usersBytes = fs::file_size(usersPath);
   const std::uintmax_t passwordsBytes = fs::file_size(passwordsPath);
-  std::printf("%llu users: users file %.1f MiB, password file %.1f MiB\n", static_cast<unsigned long long>(users),
-              static_cast<double>(usersBytes) / 1048576.0, static_cast<double>(passwordsBytes) / 1048576.0);
+  std::printf("%llu users: users file %.1f MiB, password file %.1f MiB\n",
+              static_cast<unsigned long long>(users), static_cast<double>(usersBytes) / 1048576.0,
+              static_cast<double>(passwordsBytes) / 1048576.0);
 
   const std::string phases = argc > 2 ? argv[2] : "users,read,write";
   const std::string sought = userName(users);
   auto nothing = [] {};
-  if (phases.find("users") != std::string::npos) report("find the last user (users file)", usersBytes,
-         measure(nothing, [&] { return findUserKorvane(usersPath, sought); }),
-         measure(nothing, [&] { return findUserRapid(usersPath, sought); }));
+  if (phases.find("users") != std::string::npos)
+    report("find the last user (users file)", usersBytes,
+           measure(nothing, [&] { return findUserKorvane(usersPath, sought); }),
+           measure(nothing, [&] { return findUserRapid(usersPath, sought); }));
 
   auto count = [](const Entries& entries) {
-    return utils::core::format("{} entries, last {}", entries.size(), entries.empty() ? "" : entries.back().first);
+    return utils::core::format("{} entries, last {}", entries.size(),
+                               entries.empty() ? "" : entries.back().first);
   };
-  if (phases.find("read") != std::string::npos) report("read the password file", passwordsBytes,
-         measure(nothing, [&] { return count(readPasswordsKorvane(passwordsPath)); }),
-         measure(nothing, [&] { return count(readPasswordsRapid(passwordsPath)); }));
+  if (phases.find("read") != std::string::npos)
+    report("read the password file", passwordsBytes,
+           measure(nothing, [&] { return count(readPasswordsKorvane(passwordsPath)); }),
+           measure(nothing, [&] { return count(readPasswordsRapid(passwordsPath)); }));
 
   if (phases.find("write") == std::string::npos) return 0;
   // The writers get the entries read beforehand, outside the measurement.

@@ -25,7 +25,8 @@ void check(bool condition) {
 
 void checkCursor(const MemoryConsole& console) {
   const auto cursor = console.cursorPosition();
-  check(cursor.x >= 0 && cursor.x < console.width() && cursor.y >= 0 && cursor.y < console.height());
+  check(cursor.x >= 0 && cursor.x < console.width() && cursor.y >= 0 &&
+        cursor.y < console.height());
 }
 
 }  // namespace
@@ -40,7 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   MemoryConsole first(1 + static_cast<int>(shape % 40), 1 + static_cast<int>((shape / 40) % 7));
   MemoryConsole second(7, 3, 0x1E);
-  constexpr std::optional<std::u16string_view> defaults[] = {std::nullopt, u"1F", u"-7", u"zz", u"-8F", u"", u"123"};
+  constexpr std::optional<std::u16string_view> defaults[] = {std::nullopt, u"1F", u"-7", u"zz",
+                                                             u"-8F",       u"",   u"123"};
   first.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", defaults[(cuts >> 5) % 7]);
   first.setTitle(u"fuzz");
 

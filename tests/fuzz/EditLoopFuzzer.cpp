@@ -27,10 +27,9 @@ using korvane::lineEdit::columnWidth;
 
 class FuzzTerminal : public korvane::lineEdit::EditTerminal {
  public:
-  FuzzTerminal(const std::uint8_t* data, std::size_t size, int columns,
-               std::string_view prompt, bool checkWidth)
-      : data_(data), size_(size), columns_(columns), prompt_(prompt),
-        checkWidth_(checkWidth) {}
+  FuzzTerminal(const std::uint8_t* data, std::size_t size, int columns, std::string_view prompt,
+               bool checkWidth)
+      : data_(data), size_(size), columns_(columns), prompt_(prompt), checkWidth_(checkWidth) {}
 
   korvane::lineEdit::ReadResult readKey(korvane::lineEdit::KeyCode& key) override {
     using korvane::lineEdit::ReadResult;
@@ -69,14 +68,13 @@ class FuzzTerminal : public korvane::lineEdit::EditTerminal {
     if (bytes.substr(1, prompt_.size()) != prompt_) std::abort();
     const std::size_t clear = bytes.find("\x1b[0K", 1 + prompt_.size());
     if (clear == std::string_view::npos) std::abort();
-    const std::string_view visible =
-        bytes.substr(1 + prompt_.size(), clear - 1 - prompt_.size());
+    const std::string_view visible = bytes.substr(1 + prompt_.size(), clear - 1 - prompt_.size());
     const std::size_t promptColumns = columnWidth(prompt_);
     const auto width = static_cast<std::size_t>(columns_);
     if (promptColumns >= width) return;
     if (promptColumns + columnWidth(visible) > width) std::abort();
-    const std::size_t cursor = std::strtoul(
-        std::string(bytes.substr(clear + 7)).c_str(), nullptr, 10);
+    const std::size_t cursor =
+        std::strtoul(std::string(bytes.substr(clear + 7)).c_str(), nullptr, 10);
     if (cursor >= width) std::abort();
   }
 
@@ -106,8 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     history.add("\xe4\xb8\xad\xcc\x81x");
     history.add(std::string(5000, 'h'));  // longer than the buffer
   }
-  FuzzTerminal terminal(data + 2, size - 2, columns, prompt,
-                        !settings.multiLine);
+  FuzzTerminal terminal(data + 2, size - 2, columns, prompt, !settings.multiLine);
   std::vector<char> buffer(korvane::lineEdit::EditLoop::bufferSize);
   korvane::lineEdit::EditLoop loop(terminal, settings, history);
   const korvane::lineEdit::LineResult result = loop.run(buffer, prompt);

@@ -14,8 +14,8 @@
 
 #include "tests/utils/json/MemoryStreams.h"
 #include "tests/utils/json/Walk.h"
-#include "utils/json/decoder/Document.h"
 #include "utils/json/ScanKernels.h"
+#include "utils/json/decoder/Document.h"
 
 namespace {
 
@@ -24,8 +24,8 @@ using korvane::utils::json::decoder::Exception;
 using korvane::utils::json::decoder::Kind;
 using korvane::utils::json::decoder::Member;
 using korvane::utils::json::decoder::Value;
-using korvane::utils::json::detail::ScanLevel;
 using korvane::utils::json::detail::bestScanLevel;
+using korvane::utils::json::detail::ScanLevel;
 using korvane::utils::json::detail::setScanLevel;
 using korvane::utils::json::test::MemoryInputStream;
 using korvane::utils::json::test::SplitInputStream;
@@ -69,13 +69,16 @@ std::string levelOutcome(const std::string& text, ScanLevel level, std::size_t s
 
 void compareLevels(const std::string& text) {
   const std::string plain = levelOutcome(text, ScanLevel::plain, text.size());
-  const std::size_t split = text.empty() ? 0 : (static_cast<unsigned char>(text.back()) * 131u + text.size()) % (text.size() + 1);
+  const std::size_t split =
+      text.empty()
+          ? 0
+          : (static_cast<unsigned char>(text.back()) * 131u + text.size()) % (text.size() + 1);
   for (const ScanLevel level : {ScanLevel::sse2, ScanLevel::avx2}) {
     if (level > bestScanLevel()) continue;
     const std::string fast = levelOutcome(text, level, split);
     if (fast != plain) {
-      std::fprintf(stderr, "levels disagree (level %d, split %zu):\n  %s\n  %s\n", static_cast<int>(level), split,
-                   plain.c_str(), fast.c_str());
+      std::fprintf(stderr, "levels disagree (level %d, split %zu):\n  %s\n  %s\n",
+                   static_cast<int>(level), split, plain.c_str(), fast.c_str());
       std::abort();
     }
   }
@@ -142,8 +145,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool comparable = size < 60000;
   if (skipped != skippedSmall || typed != typedSmall || typed != typedRuns ||
       (comparable && skipped != typed)) {
-    std::fprintf(stderr, "walks disagree:\n  %s\n  %s\n  %s\n  %s\n", skipped.c_str(), skippedSmall.c_str(),
-                 typed.c_str(), typedSmall.c_str());
+    std::fprintf(stderr, "walks disagree:\n  %s\n  %s\n  %s\n  %s\n", skipped.c_str(),
+                 skippedSmall.c_str(), typed.c_str(), typedSmall.c_str());
     std::abort();
   }
 

@@ -39,8 +39,9 @@ void check(bool condition) {
 
 const std::filesystem::path& directory() {
   static const std::filesystem::path path = [] {
-    const std::filesystem::path base =
-        std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path();
+    const std::filesystem::path base = std::filesystem::is_directory("/dev/shm")
+                                           ? "/dev/shm"
+                                           : std::filesystem::temp_directory_path();
     std::string pattern = (base / "korvane-fuzz-XXXXXX").string();
     check(::mkdtemp(pattern.data()) != nullptr);
     std::atexit([] { std::filesystem::remove_all(directory()); });
@@ -138,7 +139,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (std::size_t i = 0; i < file.entries().size(); ++i) {
     const auto& written = file.entries()[i];
     const auto& read = again.entries()[i];
-    check(read.name() == written.name() && read.value() == written.value() && read.uuid() == written.uuid());
+    check(read.name() == written.name() && read.value() == written.value() &&
+          read.uuid() == written.uuid());
   }
   return 0;
 }

@@ -3,7 +3,6 @@
 // user must not hold anything up, and a killed run must not leave the
 // others waiting.
 #include <gtest/gtest.h>
-
 #include <signal.h>
 
 #include <chrono>

@@ -4,7 +4,6 @@
 // bytes that are not UTF-8. None of them may change the password file, loop,
 // or leave the terminal without echo.
 #include <gtest/gtest.h>
-
 #include <signal.h>
 
 #include <chrono>
@@ -132,17 +131,24 @@ std::vector<HangUpCase> hangUpCases() {
     const std::string output = outputOnPipe ? " (output on a pipe)" : " (output on the terminal)";
     const Start how{.hangUpIgnored = true, .outputOnPipe = outputOnPipe};
     cases.push_back({"password" + output, how, {}, "Password: ", strong.substr(0, 6), "******"});
-    cases.push_back({"repeat" + output, how, {{"Password: ", strong}}, "Repeat password: ",
-                     strong.substr(0, 6), "******"});
+    cases.push_back({"repeat" + output,
+                     how,
+                     {{"Password: ", strong}},
+                     "Repeat password: ",
+                     strong.substr(0, 6),
+                     "******"});
     Start weak = how;
     weak.options = {"-DontRejectInsecurePasswords"};
-    cases.push_back({"weak question" + output, weak, {{"Password: ", "abc"}},
-                     std::string(weakQuestion), "y", "y"});
+    cases.push_back({"weak question" + output,
+                     weak,
+                     {{"Password: ", "abc"}},
+                     std::string(weakQuestion),
+                     "y",
+                     "y"});
     Start removal = how;
     removal.remove = true;
     // "y" typed but not entered must not remove the password.
-    cases.push_back(
-        {"removal" + output, removal, {}, "Are you sure you mant to remove", "y", "y"});
+    cases.push_back({"removal" + output, removal, {}, "Are you sure you mant to remove", "y", "y"});
   }
   return cases;
 }
@@ -155,12 +161,11 @@ TEST_F(ConsoleAttackTest, HangUpWithSighupIgnoredEndsTheRun) {
     SCOPED_TRACE(c.name);
     auto child = start(c.how);
     for (const auto& [prompt, line] : c.steps) answer(*child, c.how, prompt, line);
-    ASSERT_TRUE(expectPrompt(*child, c.how, c.prompt)) << child->output()
-                                                       << child->terminalOutput();
+    ASSERT_TRUE(expectPrompt(*child, c.how, c.prompt))
+        << child->output() << child->terminalOutput();
     child->send(c.typed);
     // Echoed: the program has taken the keys before the terminal goes.
-    ASSERT_TRUE(expectPrompt(*child, c.how, c.echo)) << child->output()
-                                                     << child->terminalOutput();
+    ASSERT_TRUE(expectPrompt(*child, c.how, c.echo)) << child->output() << child->terminalOutput();
     const auto hungUp = Clock::now();
     child->hangUp();
     const ChildResult result = child->wait();

@@ -5,7 +5,6 @@
 // (unshare --mount, mount --bind; the superuser's privilege); where the
 // system refuses that, the tests report themselves skipped with the reason.
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -40,8 +39,8 @@ shift 2
 if [ -n "$KORVANE_TEST_PRELOAD" ]; then export LD_PRELOAD="$KORVANE_TEST_PRELOAD"; fi
 exec "$@")";
   ChildProcess::Options options;
-  options.arguments = {"--mount", "--propagation", "private", "/bin/sh", "-c", script, "sh",
-                       source.string(), mountPoint.string()};
+  options.arguments = {"--mount", "--propagation", "private",          "/bin/sh", "-c", script,
+                       "sh",      source.string(), mountPoint.string()};
   options.arguments.insert(options.arguments.end(), command.begin(), command.end());
   options.environment = std::move(environment);
   options.environment["PATH"] = "/usr/sbin:/usr/bin:/sbin:/bin";
@@ -89,8 +88,7 @@ class ContainerMountTest : public ::testing::Test {
     const std::filesystem::path probeTarget = host_.path() / "probe-target";
     testing::writeFile(probeSource, "");
     testing::writeFile(probeTarget, "");
-    const ChildResult probe =
-        runWithBindMount(probeSource, probeTarget, {"/bin/true"}, {}, "");
+    const ChildResult probe = runWithBindMount(probeSource, probeTarget, {"/bin/true"}, {}, "");
     std::filesystem::remove(probeSource);
     std::filesystem::remove(probeTarget);
     if (probe.exitStatus != 0) {
@@ -115,8 +113,8 @@ class ContainerMountTest : public ::testing::Test {
     const std::vector<std::string> arguments = installation_.arguments(changedUser, false);
     command.insert(command.end(), arguments.begin(), arguments.end());
     const ChildResult result =
-        runWithBindMount(hostFile(), installation_.passwordsPath(), command,
-                         std::move(environment), std::string(strongPassword) + "\n", preload);
+        runWithBindMount(hostFile(), installation_.passwordsPath(), command, std::move(environment),
+                         std::string(strongPassword) + "\n", preload);
     std::cout << "[ program  ] status " << result.exitStatus << "\n"
               << result.out << result.err << std::flush;
     return result;
@@ -163,11 +161,11 @@ TEST_F(ContainerMountTest, FailedCopyIntoTheMountKeepsTheCompleteNewFile) {
   ASSERT_TRUE(left[1].starts_with("passwords.json.")) << left[1];
   EXPECT_EQ(checkNewContent(temporary), "");
   const std::string target = "\"" + installation_.passwordsPath().string() + "\"";
-  EXPECT_EQ(result.err,
-            "ERROR: could not copy \"" + temporary.string() + "\" over " + target +
-                " in place (rename: Device or resource busy): " + target +
-                " may be incomplete, the complete new file remains at \"" + temporary.string() +
-                "\"; could not sync " + target + ": Input/output error\n");
+  EXPECT_EQ(result.err, "ERROR: could not copy \"" + temporary.string() + "\" over " + target +
+                            " in place (rename: Device or resource busy): " + target +
+                            " may be incomplete, the complete new file remains at \"" +
+                            temporary.string() + "\"; could not sync " + target +
+                            ": Input/output error\n");
   EXPECT_EQ(identity(hostFile()), before_);
 }
 

@@ -4,7 +4,6 @@
 // or the one after it, never a mixture or a truncated file. Temporary files
 // of the interrupted replacement may remain beside it.
 #include <gtest/gtest.h>
-
 #include <signal.h>
 
 #include <charconv>

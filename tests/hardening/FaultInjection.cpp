@@ -13,9 +13,9 @@
 //       STALL, which blocks the call forever (to catch the program in the
 //       middle of its work), or PAUSE, which holds the call until a byte
 //       can be read from the FIFO KORVANE_FAULT_RESUME and then lets it
-//       succeed (so that a test can act at that moment). Up to four faults separated by commas strike
-//       one after the other: the calls of a later one are counted from the
-//       moment the one before it struck.
+//       succeed (so that a test can act at that moment). Up to four faults separated by commas
+//       strike one after the other: the calls of a later one are counted from the moment the one
+//       before it struck.
 //   KORVANE_FAULT_DIR=<dir>   only calls on <dir> itself, on paths below it
 //       and on descriptors opened there count; the loader's and the C
 //       library's own calls are left alone.
@@ -42,11 +42,23 @@
 
 namespace {
 
-enum Call { callOpen, callRead, callWrite, callFsync, callRename, callClose, callFlock,
-            callFchmod, callFchown, callFtruncate, callUnlink, callCount };
+enum Call {
+  callOpen,
+  callRead,
+  callWrite,
+  callFsync,
+  callRename,
+  callClose,
+  callFlock,
+  callFchmod,
+  callFchown,
+  callFtruncate,
+  callUnlink,
+  callCount
+};
 
-constexpr const char* callNames[callCount] = {"open",  "read",   "write",  "fsync",
-                                              "rename", "close", "flock",  "fchmod",
+constexpr const char* callNames[callCount] = {"open",   "read",      "write", "fsync",
+                                              "rename", "close",     "flock", "fchmod",
                                               "fchown", "ftruncate", "unlink"};
 
 constexpr int stallAction = -1;
@@ -92,8 +104,8 @@ int errnoByName(const char* name) {
   static constexpr struct {
     const char* name;
     int value;
-  } names[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},       {"EACCES", EACCES}, {"EINTR", EINTR},
-               {"EROFS", EROFS},   {"EDQUOT", EDQUOT}, {"EPERM", EPERM},   {"EXDEV", EXDEV},
+  } names[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},           {"EACCES", EACCES},    {"EINTR", EINTR},
+               {"EROFS", EROFS},   {"EDQUOT", EDQUOT},     {"EPERM", EPERM},      {"EXDEV", EXDEV},
                {"EBUSY", EBUSY},   {"STALL", stallAction}, {"PAUSE", pauseAction}};
   for (const auto& entry : names) {
     if (std::strcmp(entry.name, name) == 0) return entry.value;
@@ -149,9 +161,7 @@ bool isInDirectory(const char* path) {
   return path[length] == '\0' || path[length] == '/';
 }
 
-bool isTrackedDescriptor(int fd) {
-  return fd >= 0 && fd < maxTracked && tracked[fd].inDirectory;
-}
+bool isTrackedDescriptor(int fd) { return fd >= 0 && fd < maxTracked && tracked[fd].inDirectory; }
 
 void writeReport(int call, const char* path, bool written) {
   if (configuration.report[0] == '\0') return;
@@ -161,9 +171,8 @@ void writeReport(int call, const char* path, bool written) {
   const int fd = realOpen(configuration.report, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   if (fd < 0) return;
   char line[maxPath + 64];
-  const int length = std::snprintf(line, sizeof line, "%s %s %d %d\n",
-                                   callNames[call], path ? path : "-",
-                                   written ? 1 : 0, afterRename ? 1 : 0);
+  const int length = std::snprintf(line, sizeof line, "%s %s %d %d\n", callNames[call],
+                                   path ? path : "-", written ? 1 : 0, afterRename ? 1 : 0);
   if (length > 0) realWrite(fd, line, static_cast<size_t>(length));
   realClose(fd);
 }
@@ -248,7 +257,8 @@ int openPlain(const char* name, const char* path, int flags, mode_t mode) {
   return fd;
 }
 
-int renameChecked(bool interesting, const char* path, int (*perform)(const void*), const void* data) {
+int renameChecked(bool interesting, const char* path, int (*perform)(const void*),
+                  const void* data) {
   if (interesting && strikes(callRename, path, true)) return -1;
   const int result = perform(data);
   if (result == 0 && interesting) afterRename = true;
@@ -367,10 +377,13 @@ int rename(const char* from, const char* to) {
     const char* from;
     const char* to;
   } arguments{from, to};
-  return renameChecked(isInDirectory(to), to, [](const void* data) {
-    const auto* a = static_cast<const Arguments*>(data);
-    return next<int (*)(const char*, const char*)>("rename")(a->from, a->to);
-  }, &arguments);
+  return renameChecked(
+      isInDirectory(to), to,
+      [](const void* data) {
+        const auto* a = static_cast<const Arguments*>(data);
+        return next<int (*)(const char*, const char*)>("rename")(a->from, a->to);
+      },
+      &arguments);
 }
 
 int renameat(int fromDir, const char* from, int toDir, const char* to) {
@@ -382,11 +395,14 @@ int renameat(int fromDir, const char* from, int toDir, const char* to) {
   } arguments{fromDir, from, toDir, to};
   char buffer[maxPath];
   const char* path = pathAt(toDir, to, buffer);
-  return renameChecked(isInDirectory(path), path, [](const void* data) {
-    const auto* a = static_cast<const Arguments*>(data);
-    return next<int (*)(int, const char*, int, const char*)>("renameat")(a->fromDir, a->from,
-                                                                         a->toDir, a->to);
-  }, &arguments);
+  return renameChecked(
+      isInDirectory(path), path,
+      [](const void* data) {
+        const auto* a = static_cast<const Arguments*>(data);
+        return next<int (*)(int, const char*, int, const char*)>("renameat")(a->fromDir, a->from,
+                                                                             a->toDir, a->to);
+      },
+      &arguments);
 }
 
 int renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned flags) {
@@ -399,11 +415,14 @@ int renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned
   } arguments{fromDir, from, toDir, to, flags};
   char buffer[maxPath];
   const char* path = pathAt(toDir, to, buffer);
-  return renameChecked(isInDirectory(path), path, [](const void* data) {
-    const auto* a = static_cast<const Arguments*>(data);
-    return next<int (*)(int, const char*, int, const char*, unsigned)>("renameat2")(
-        a->fromDir, a->from, a->toDir, a->to, a->flags);
-  }, &arguments);
+  return renameChecked(
+      isInDirectory(path), path,
+      [](const void* data) {
+        const auto* a = static_cast<const Arguments*>(data);
+        return next<int (*)(int, const char*, int, const char*, unsigned)>("renameat2")(
+            a->fromDir, a->from, a->toDir, a->to, a->flags);
+      },
+      &arguments);
 }
 
 }  // extern "C"

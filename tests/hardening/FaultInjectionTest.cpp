@@ -6,7 +6,6 @@
 // and the file, without the success line, and with the password file as it
 // was (or, once the new file is in place, complete and new).
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -75,9 +74,8 @@ Environment faultEnvironment(const Installation& installation, std::string_view 
   environment["KORVANE_FAULT_REPORT"] = report.string();
   // A sanitizer runtime would insist on being loaded first.
   const char* asanOptions = std::getenv("ASAN_OPTIONS");
-  environment["ASAN_OPTIONS"] =
-      std::string(asanOptions ? asanOptions : "") + (asanOptions ? ":" : "") +
-      "verify_asan_link_order=0";
+  environment["ASAN_OPTIONS"] = std::string(asanOptions ? asanOptions : "") +
+                                (asanOptions ? ":" : "") + "verify_asan_link_order=0";
   return environment;
 }
 
@@ -105,8 +103,8 @@ class FaultMatrix {
   bool runOnce(bool remove, std::string_view call, std::string_view errnoName, int index,
                Tally& tally) {
     restore();
-    const std::string fault = std::string(call) + ":" + std::to_string(index) + ":" +
-                              std::string(errnoName);
+    const std::string fault =
+        std::string(call) + ":" + std::to_string(index) + ":" + std::string(errnoName);
     ChildProcess::Options options;
     options.arguments = installation_.arguments(changedUser, remove);
     options.environment = faultEnvironment(installation_, fault, reportPath());
@@ -116,8 +114,8 @@ class FaultMatrix {
     child.closeInput();
     const ChildResult result = child.wait();
     const FaultReport report = readReport(reportPath());
-    const std::string context = "fault " + fault + (remove ? " (remove)" : " (set)") +
-                                " on " + report.path + "\nstderr: " + result.err;
+    const std::string context = "fault " + fault + (remove ? " (remove)" : " (set)") + " on " +
+                                report.path + "\nstderr: " + result.err;
     if (!report.fired) {
       // Nothing failed: the run must simply have worked.
       EXPECT_EQ(result.exitStatus, 0) << context;
@@ -132,8 +130,8 @@ class FaultMatrix {
   }
 
  private:
-  std::vector<std::string> check(bool remove, std::string_view errnoName,
-                                 const FaultReport& report, const ChildResult& result) {
+  std::vector<std::string> check(bool remove, std::string_view errnoName, const FaultReport& report,
+                                 const ChildResult& result) {
     std::vector<std::string> problems;
     const auto require = [&](bool condition, std::string_view what) {
       if (!condition) problems.emplace_back(what);
@@ -152,9 +150,9 @@ class FaultMatrix {
     }
     require(result.exitStatus == 1, "exit status is not 1");
     require(result.err.starts_with("ERROR: "), "standard error does not start with ERROR: ");
-    require(std::count(result.err.begin(), result.err.end(), '\n') == 1 &&
-                result.err.ends_with("\n"),
-            "standard error is not exactly one line");
+    require(
+        std::count(result.err.begin(), result.err.end(), '\n') == 1 && result.err.ends_with("\n"),
+        "standard error is not exactly one line");
     require(result.err.find(operationWord(report.call)) != std::string::npos,
             "the error does not name the operation");
     require(result.err.find(report.path) != std::string::npos, "the error does not name the file");
@@ -242,7 +240,8 @@ TEST(FaultInjectionTest, EveryFailingCallLeavesThePasswordFileWhole) {
   ::testing::Test::RecordProperty("faultsSurvived", tally.survived);
   // Each kind of call must actually have been reached (the owner is only
   // copied by the superuser).
-  for (const char* call : {"open", "read", "write", "fsync", "rename", "close", "flock", "fchmod"}) {
+  for (const char* call :
+       {"open", "read", "write", "fsync", "rename", "close", "flock", "fchmod"}) {
     EXPECT_GT(tally.triedByCall[call], 0) << call;
   }
   if (::geteuid() == 0) {
@@ -364,11 +363,11 @@ TEST_F(InPlaceCopyTest, EveryFailingStepOfTheCopyNamesBothFilesAndKeepsTheComple
   for (const char* call : {"open", "read", "write", "ftruncate", "fsync", "close", "unlink"}) {
     for (const char* errnoName : {"EIO", "ENOSPC", "EINTR"}) {
       for (int index = 1; index <= maxCallIndex; ++index) {
-        const std::string fault = std::string("rename:1:EBUSY,") + call + ":" +
-                                  std::to_string(index) + ":" + errnoName;
+        const std::string fault =
+            std::string("rename:1:EBUSY,") + call + ":" + std::to_string(index) + ":" + errnoName;
         const Run result = run(fault);
-        const std::string context = fault + " on " + result.last.path + "\nstderr: " +
-                                    result.result.err;
+        const std::string context =
+            fault + " on " + result.last.path + "\nstderr: " + result.result.err;
         ASSERT_GE(result.struck, 1) << context;
         // Nothing more failed, or only an interrupted call (made again), or
         // closing the read-only temporary file: the copy worked.

@@ -3,7 +3,6 @@
 // line (or succeed where the file is valid after all), and never crash,
 // hang or change the password file.
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -135,12 +134,14 @@ class HostileFileTest : public ::testing::Test {
     testing::writeFile(installation_.passwordsPath(), content);
     expectCleanError(runLimited(arguments()), text);
     EXPECT_TRUE(testing::readFile(installation_.passwordsPath()) == content);
-    EXPECT_EQ(installation_.fileNames(), (std::vector<std::string>{"passwords.json", "users.json"}));
+    EXPECT_EQ(installation_.fileNames(),
+              (std::vector<std::string>{"passwords.json", "users.json"}));
   }
 
   void expectPasswordsUnchanged() {
     EXPECT_TRUE(testing::readFile(installation_.passwordsPath()) == passwordsBefore_);
-    EXPECT_EQ(installation_.fileNames(), (std::vector<std::string>{"passwords.json", "users.json"}));
+    EXPECT_EQ(installation_.fileNames(),
+              (std::vector<std::string>{"passwords.json", "users.json"}));
   }
 
   // Puts something other than a regular file where `path` is expected.
@@ -247,7 +248,8 @@ TEST_F(HostileFileTest, PasswordFileIsNoRegularFile) {
   const auto passwords = installation_.passwordsPath();
   const auto expectKept = [&](std::filesystem::file_type type) {
     EXPECT_EQ(std::filesystem::symlink_status(passwords).type(), type);
-    EXPECT_EQ(installation_.fileNames(), (std::vector<std::string>{"passwords.json", "users.json"}));
+    EXPECT_EQ(installation_.fileNames(),
+              (std::vector<std::string>{"passwords.json", "users.json"}));
   };
   replaceWith(passwords, [](const auto& path) { std::filesystem::create_directory(path); });
   expectCleanError(runLimited(arguments()), passwords.string());
@@ -256,7 +258,8 @@ TEST_F(HostileFileTest, PasswordFileIsNoRegularFile) {
   expectCleanError(runLimited(arguments()), passwords.string());
   expectKept(std::filesystem::file_type::fifo);
   for (const char* device : {"/dev/zero", "/dev/urandom"}) {
-    replaceWith(passwords, [&](const auto& path) { std::filesystem::create_symlink(device, path); });
+    replaceWith(passwords,
+                [&](const auto& path) { std::filesystem::create_symlink(device, path); });
     expectCleanError(runLimited(arguments()), device);
     expectKept(std::filesystem::file_type::symlink);
   }

@@ -11,9 +11,7 @@ namespace korvane::hardening {
 
 std::filesystem::path programPath() { return KORVANE_PASSWORD_PROGRAM; }
 
-Environment isolatedEnvironment() {
-  return {{"XDG_CONFIG_DIRS", "/nonexistent-korvane-base"}};
-}
+Environment isolatedEnvironment() { return {{"XDG_CONFIG_DIRS", "/nonexistent-korvane-base"}}; }
 
 Installation::Installation(int userCount) {
   std::string users = "{\n  \"users\": [\n";
@@ -28,7 +26,8 @@ Installation::Installation(int userCount) {
 std::string Installation::userName(int index) { return utils::core::format("user{:02}", index); }
 
 std::string Installation::userUuid(int index) {
-  return utils::core::format("{:08x}-1111-4222-8333-{:012x}", 0xa0000000u + static_cast<unsigned>(index),
+  return utils::core::format("{:08x}-1111-4222-8333-{:012x}",
+                             0xa0000000u + static_cast<unsigned>(index),
                              static_cast<unsigned>(index) * 7919u);
 }
 
@@ -38,8 +37,8 @@ std::string Installation::initialHash(int index) {
 
 void Installation::writePasswords(const std::vector<int>& withEntries, int extraMembers) {
   std::vector<std::string> members;
-  members.push_back(utils::core::format("\"$schema\": \"{}\"",
-                                        setUserPassword::PasswordFile::schemaUrl()));
+  members.push_back(
+      utils::core::format("\"$schema\": \"{}\"", setUserPassword::PasswordFile::schemaUrl()));
   const std::size_t total = withEntries.size() + static_cast<std::size_t>(extraMembers);
   std::size_t user = 0;
   int extra = 0;
@@ -51,7 +50,8 @@ void Installation::writePasswords(const std::vector<int>& withEntries, int extra
       const int index = withEntries[user++];
       members.push_back(utils::core::format("\"{}\": \"{}\"", userUuid(index), initialHash(index)));
     } else {
-      members.push_back(utils::core::format("\"member-{:05}\": \"kept value {} \\u00e9\\\"\"", extra, extra));
+      members.push_back(
+          utils::core::format("\"member-{:05}\": \"kept value {} \\u00e9\\\"\"", extra, extra));
       ++extra;
     }
   }

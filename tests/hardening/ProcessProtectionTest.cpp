@@ -3,7 +3,6 @@
 // and a debugger running as the same (unprivileged) user cannot attach, and
 // its core size limit is 0.
 #include <gtest/gtest.h>
-
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
@@ -105,8 +104,8 @@ TEST(ProcessProtectionTest, WaitingProgramIsNotDumpableAndWritesNoCore) {
                                perms::owner_all | perms::group_read | perms::group_exec |
                                    perms::others_read | perms::others_exec);
   for (const auto& file : {installation.usersPath(), installation.passwordsPath()}) {
-    std::filesystem::permissions(file, perms::owner_read | perms::owner_write |
-                                           perms::group_read | perms::others_read);
+    std::filesystem::permissions(
+        file, perms::owner_read | perms::owner_write | perms::group_read | perms::others_read);
   }
 
   auto program = startUnprivileged(programPath().string(), installation.arguments(0, false));

@@ -4,7 +4,6 @@
 // fail with an error naming that file, without following or truncating
 // what it found there and without touching the password file.
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <string>
@@ -51,8 +50,8 @@ class TemporaryFileTest : public ::testing::Test {
   // The run failed because the name was taken, and changed nothing.
   void expectRefused(const ChildResult& result) const {
     EXPECT_EQ(result.exitStatus, 1);
-    EXPECT_EQ(result.err, "ERROR: could not open \"" + temporaryPath().string() +
-                              "\": File exists\n");
+    EXPECT_EQ(result.err,
+              "ERROR: could not open \"" + temporaryPath().string() + "\": File exists\n");
     EXPECT_EQ(result.out.find("\" was updated."), std::string::npos);
     EXPECT_EQ(testing::readFile(installation_.passwordsPath()), before_);
   }

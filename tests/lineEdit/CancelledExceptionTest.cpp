@@ -1,8 +1,8 @@
-#include "lineEdit/CancelledException.h"
-
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+
+#include "lineEdit/CancelledException.h"
 
 namespace korvane::lineEdit {
 namespace {

@@ -1,15 +1,15 @@
-#include "lineEdit/CharacterWidth.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
+
+#include "lineEdit/CharacterWidth.h"
 
 namespace korvane::lineEdit {
 namespace {
 
 TEST(CharacterWidthTest, CombiningMarksTakeNoColumn) {
-  for (const char32_t mark : {0x0300u, 0x0301u, 0x036Fu, 0x0483u, 0x0488u,
-                              0x20DDu, 0xFE20u, 0x1D167u, 0xE0100u, 0xE01EFu}) {
+  for (const char32_t mark : {0x0300u, 0x0301u, 0x036Fu, 0x0483u, 0x0488u, 0x20DDu, 0xFE20u,
+                              0x1D167u, 0xE0100u, 0xE01EFu}) {
     EXPECT_TRUE(isCombiningMark(mark)) << std::hex << static_cast<unsigned>(mark);
     EXPECT_EQ(codePointColumns(mark), 0u) << std::hex << static_cast<unsigned>(mark);
   }
@@ -17,22 +17,21 @@ TEST(CharacterWidthTest, CombiningMarksTakeNoColumn) {
 
 TEST(CharacterWidthTest, SpacingMarksAndLettersTakeOneColumn) {
   // U+0903 is a spacing mark (Mc): it takes a column of its own.
-  for (const char32_t c : {0x41u, 0xE9u, 0x02FFu, 0x0370u, 0x0903u, 0x20ACu,
-                           0x1F600u, 0xE01F0u, 0x10FFFFu, 0u}) {
+  for (const char32_t c :
+       {0x41u, 0xE9u, 0x02FFu, 0x0370u, 0x0903u, 0x20ACu, 0x1F600u, 0xE01F0u, 0x10FFFFu, 0u}) {
     EXPECT_FALSE(isCombiningMark(c)) << std::hex << static_cast<unsigned>(c);
     EXPECT_EQ(codePointColumns(c), 1u) << std::hex << static_cast<unsigned>(c);
   }
 }
 
 TEST(CharacterWidthTest, WideRangesTakeTwoColumns) {
-  for (const char32_t c : {0x1100u, 0x115Fu, 0x2329u, 0x232Au, 0x3000u,
-                           0x4E2Du, 0xA48Cu, 0xAC00u, 0xD7A3u, 0xFF01u,
-                           0xFFE6u, 0x1B000u, 0x1F250u, 0x20000u, 0x3FFFDu}) {
+  for (const char32_t c : {0x1100u, 0x115Fu, 0x2329u, 0x232Au, 0x3000u, 0x4E2Du, 0xA48Cu, 0xAC00u,
+                           0xD7A3u, 0xFF01u, 0xFFE6u, 0x1B000u, 0x1F250u, 0x20000u, 0x3FFFDu}) {
     EXPECT_TRUE(isWideCharacter(c)) << std::hex << static_cast<unsigned>(c);
     EXPECT_EQ(codePointColumns(c), 2u) << std::hex << static_cast<unsigned>(c);
   }
-  for (const char32_t c : {0x10FFu, 0x1160u, 0x2E9Au, 0x303Fu, 0x3097u,
-                           0x3098u, 0xFE53u, 0xFFE7u, 0x1B002u, 0x3FFFEu}) {
+  for (const char32_t c : {0x10FFu, 0x1160u, 0x2E9Au, 0x303Fu, 0x3097u, 0x3098u, 0xFE53u, 0xFFE7u,
+                           0x1B002u, 0x3FFFEu}) {
     EXPECT_FALSE(isWideCharacter(c)) << std::hex << static_cast<unsigned>(c);
   }
   // U+3099 is both a combining mark and inside a wide range: no column.

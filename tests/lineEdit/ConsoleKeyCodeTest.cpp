@@ -1,9 +1,9 @@
-#include "lineEdit/ConsoleKeyCode.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
+
+#include "lineEdit/ConsoleKeyCode.h"
 
 namespace korvane::lineEdit {
 namespace {
@@ -132,11 +132,11 @@ TEST(ConsoleKeyCodeTest, EscapeCharacterReadsItsSequence) {
     std::size_t bytesRead;
   };
   const Case cases[] = {
-      {"[A", keys::up, 2},    {"[B", keys::down, 2},        {"[C", keys::right, 2},
-      {"[D", keys::left, 2},  {"[H", keys::home, 2},        {"[F", keys::end, 2},
-      {"OH", keys::home, 2},  {"OF", keys::end, 2},         {"[3~", keys::deleteCharacter, 3},
+      {"[A", keys::up, 2},      {"[B", keys::down, 2},    {"[C", keys::right, 2},
+      {"[D", keys::left, 2},    {"[H", keys::home, 2},    {"[F", keys::end, 2},
+      {"OH", keys::home, 2},    {"OF", keys::end, 2},     {"[3~", keys::deleteCharacter, 3},
       {"[5~", std::nullopt, 3}, {"[1~", std::nullopt, 3},  // only ESC [ 3 ~ acts
-      {"[3x", std::nullopt, 3}, {"[Z", std::nullopt, 2},    {"xy", std::nullopt, 2},
+      {"[3x", std::nullopt, 3}, {"[Z", std::nullopt, 2},  {"xy", std::nullopt, 2},
       {"OA", std::nullopt, 2},
   };
   const KeyEvent ctrlBracket = key(0xDB, u'\x1b', leftCtrlPressed);
@@ -162,10 +162,11 @@ TEST(ConsoleKeyCodeTest, EscapeSequenceCutShortYieldsNothing) {
 
 TEST(ConsoleKeyCodeTest, TheEscapeKeyCancelsWithoutReading) {
   // The Escape key is decided by its virtual-key code: no bytes are read.
-  EXPECT_EQ(consoleKeyCode(key(keyEscape, u'\x1b'), [](char&) -> bool {
-              ADD_FAILURE() << "read a byte";
-              return false;
-            }),
+  EXPECT_EQ(consoleKeyCode(key(keyEscape, u'\x1b'),
+                           [](char&) -> bool {
+                             ADD_FAILURE() << "read a byte";
+                             return false;
+                           }),
             keys::cancel);
 }
 

@@ -1,11 +1,10 @@
-#include "lineEdit/ConsoleWriter.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "lineEdit/ConsoleWriter.h"
 #include "tests/support/MemoryConsole.h"
 
 namespace korvane::lineEdit {
@@ -50,7 +49,8 @@ class ConsoleWriterTest : public ::testing::Test {
   }
 
   void moveTo(int x, int y) {
-    ASSERT_TRUE(console_.setCursorPosition(Coord{static_cast<std::int16_t>(x), static_cast<std::int16_t>(y)}));
+    ASSERT_TRUE(console_.setCursorPosition(
+        Coord{static_cast<std::int16_t>(x), static_cast<std::int16_t>(y)}));
   }
 
   Coord cursor() const { return console_.cursorPosition(); }
@@ -76,7 +76,9 @@ TEST_F(ConsoleWriterTest, EveryCallReportsSuccessWithAllBytesConsumed) {
 }
 
 TEST_F(ConsoleWriterTest, EscapeCharactersAreNotPrinted) {
-  write("a\x1b[1mb\x1b]0;t\x07" "c");
+  write(
+      "a\x1b[1mb\x1b]0;t\x07"
+      "c");
   EXPECT_EQ(console_.rowString(0), "abc");
 }
 
@@ -620,7 +622,9 @@ TEST_F(ConsoleWriterTest, RepeatedEscapeIsIgnoredAndUnknownEscapeDropsOneByte) {
   moveTo(5, 2);
   write("\x1b\x1b\x1b[A");
   EXPECT_EQ(cursor(), (Coord{5, 1}));
-  write("\x1b" "Zx");
+  write(
+      "\x1b"
+      "Zx");
   EXPECT_EQ(console_.rowString(1), "     x");
 }
 
@@ -695,8 +699,8 @@ TEST_F(ConsoleWriterTest, KorvaneConsoleDefFollowsHexadecimalParsing) {
     std::uint16_t attribute;
   };
   const Case cases[] = {
-      {u"0x1", 0x01}, {u" 2A", 0x2A}, {u"+17", 0x17}, {u"zz", 0x00}, {u"", 0x00},
-      {u"4g", 0x04},  {u"1234", 0x07}, {u"-7", 0x70}, {u"f", 0x0F}, {u"0X", 0x00},
+      {u"0x1", 0x01}, {u" 2A", 0x2A},  {u"+17", 0x17}, {u"zz", 0x00}, {u"", 0x00},
+      {u"4g", 0x04},  {u"1234", 0x07}, {u"-7", 0x70},  {u"f", 0x0F},  {u"0X", 0x00},
   };
   for (const Case& c : cases) {
     MemoryConsole console(width, height);
@@ -828,25 +832,39 @@ TEST_F(ConsoleWriterTest, MultiByteCharactersBecomeUtf16) {
 }
 
 TEST_F(ConsoleWriterTest, InvalidBytesAreDropped) {
-  write("a\x80" "b\xff" "c\xf8" "d\xbf" "e");
+  write(
+      "a\x80"
+      "b\xff"
+      "c\xf8"
+      "d\xbf"
+      "e");
   EXPECT_EQ(console_.rowString(0), "abcde");
 }
 
 TEST_F(ConsoleWriterTest, MalformedSequencesAreDropped) {
   // Overlong, surrogate, above U+10FFFF, and a lead byte without its
   // continuation bytes: each sequence goes as a whole.
-  write("a\xc0\x80" "b\xed\xa0\x80" "c\xf4\x90\x80\x80" "d\xe2zz" "e");
+  write(
+      "a\xc0\x80"
+      "b\xed\xa0\x80"
+      "c\xf4\x90\x80\x80"
+      "d\xe2zz"
+      "e");
   EXPECT_EQ(console_.rowString(0), "abcde");
 }
 
 TEST_F(ConsoleWriterTest, SequenceCutShortByTheEndOfTheCallIsDropped) {
   write("a\xe2\x82");
-  write("\xac" "b");
+  write(
+      "\xac"
+      "b");
   EXPECT_EQ(console_.rowString(0), "ab");
 }
 
 TEST_F(ConsoleWriterTest, IncompleteSequenceTakesTheRestOfTheCallWithIt) {
-  write("a\xf0" "bc");
+  write(
+      "a\xf0"
+      "bc");
   write("d");
   EXPECT_EQ(console_.rowString(0), "ad");
 }
@@ -873,13 +891,16 @@ TEST_F(ConsoleWriterTest, ShiftOutTableCoversTheWholeRange) {
   }
   write(wide, bytes);
   const std::u16string expected =
-      u"^ \u2666\u2592\u2409\u240C\u240D\u240A\u00B0\u00B1\u2424\u240B\u2518\u2510\u250C\u2514\u253C"
+      u"^ "
+      u"\u2666\u2592\u2409\u240C\u240D\u240A\u00B0\u00B1\u2424\u240B\u2518\u2510\u250C\u2514\u253C"
       u"\u00AF\u25AC\u2500__\u251C\u2524\u2534\u252C\u2502\u2264\u2265\u03C0\u2260\u00A3\u00B7\x7f";
   EXPECT_EQ(wide.rowText(0).substr(0, expected.size()), expected);
 }
 
 TEST_F(ConsoleWriterTest, ShiftOutLeavesOtherBytesAndEscapesAlone) {
-  write("\x0e" "AB\x1b[C1\xc3\xa9");
+  write(
+      "\x0e"
+      "AB\x1b[C1\xc3\xa9");
   EXPECT_EQ(console_.rowString(0), "AB 1\u00e9");
 }
 

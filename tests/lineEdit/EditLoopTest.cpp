@@ -1,5 +1,3 @@
-#include "lineEdit/EditLoop.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -8,6 +6,7 @@
 #include <vector>
 
 #include "lineEdit/CharacterWidth.h"
+#include "lineEdit/EditLoop.h"
 #include "lineEdit/History.h"
 #include "tests/lineEdit/ScriptedTerminal.h"
 
@@ -17,9 +16,8 @@ namespace {
 using test::ScriptedTerminal;
 
 constexpr char16_t enter = 13;
-constexpr char16_t ctrlA = 1, ctrlB = 2, ctrlC = 3, ctrlD = 4, ctrlE = 5,
-                   ctrlF = 6, ctrlH = 8, tab = 9, ctrlK = 11, ctrlL = 12,
-                   ctrlN = 14, ctrlP = 16, ctrlT = 20, ctrlU = 21,
+constexpr char16_t ctrlA = 1, ctrlB = 2, ctrlC = 3, ctrlD = 4, ctrlE = 5, ctrlF = 6, ctrlH = 8,
+                   tab = 9, ctrlK = 11, ctrlL = 12, ctrlN = 14, ctrlP = 16, ctrlT = 20, ctrlU = 21,
                    ctrlW = 23, esc = 27, del = 127;
 
 EditSettings masked() { return {false, true, '*'}; }
@@ -74,8 +72,7 @@ struct Script {
 };
 
 // The bytes a single-line refresh writes.
-std::string refreshed(std::string_view prompt, std::string_view shown,
-                      std::size_t cursorColumn) {
+std::string refreshed(std::string_view prompt, std::string_view shown, std::size_t cursorColumn) {
   return "\r" + std::string(prompt) + std::string(shown) + "\x1b[0K\r\x1b[" +
          std::to_string(cursorColumn) + "C";
 }
@@ -94,8 +91,7 @@ TEST(EditLoopTest, TypingUnmaskedEchoesTheBytes) {
 }
 
 TEST(EditLoopTest, OtherMaskCharacter) {
-  const Outcome o =
-      Script{.keys = u"ab\r", .settings = {false, true, '#'}}.go();
+  const Outcome o = Script{.keys = u"ab\r", .settings = {false, true, '#'}}.go();
   EXPECT_EQ(o.output, "> ##");
 }
 
@@ -119,16 +115,14 @@ TEST(EditLoopTest, CtrlCCancels) {
 
 TEST(EditLoopTest, CtrlDOnEmptyLineCancels) {
   History history;
-  const Outcome o =
-      Script{.keys = std::u16string(1, ctrlD), .history = &history}.go();
+  const Outcome o = Script{.keys = std::u16string(1, ctrlD), .history = &history}.go();
   EXPECT_EQ(o.result, -1);
   EXPECT_EQ(o.end, LineEnd::cancelled);
   EXPECT_TRUE(history.empty());
 }
 
 TEST(EditLoopTest, CtrlDDeletesUnderCursor) {
-  const Outcome o =
-      Script{.keys = std::u16string(u"ab") + ctrlA + ctrlD + enter}.go();
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + ctrlD + enter}.go();
   EXPECT_EQ(o.line, "b");
   ASSERT_EQ(o.writes.size(), 5u);
   EXPECT_EQ(o.writes[3], refreshed("> ", "**", 2));
@@ -142,9 +136,7 @@ TEST(EditLoopTest, CtrlDAtEndOfNonEmptyLineDoesNothing) {
 }
 
 TEST(EditLoopTest, BackspaceRemovesWholeMultiByteCharacter) {
-  const Outcome o =
-      Script{.keys = std::u16string(u"a\u00e9\u20ac") + ctrlH + del + enter}
-          .go();
+  const Outcome o = Script{.keys = std::u16string(u"a\u00e9\u20ac") + ctrlH + del + enter}.go();
   EXPECT_EQ(o.line, "a");
   ASSERT_EQ(o.writes.size(), 6u);
   EXPECT_EQ(o.writes[4], refreshed("> ", "**", 4));
@@ -152,8 +144,7 @@ TEST(EditLoopTest, BackspaceRemovesWholeMultiByteCharacter) {
 }
 
 TEST(EditLoopTest, BackspaceAtStartDoesNothing) {
-  const Outcome o =
-      Script{.keys = std::u16string(u"a") + ctrlA + ctrlH + enter}.go();
+  const Outcome o = Script{.keys = std::u16string(u"a") + ctrlA + ctrlH + enter}.go();
   EXPECT_EQ(o.line, "a");
   EXPECT_EQ(o.writes.size(), 3u);  // prompt, echo, Home's refresh
 }
@@ -178,12 +169,11 @@ TEST(EditLoopTest, LoneLowSurrogateBecomesReplacementCharacter) {
 
 TEST(EditLoopTest, CombiningMarkTakesNoColumnAndGoesWithItsCharacter) {
   const Outcome o =
-      Script{.keys = std::u16string(u"ae\u0301") + ctrlB + ctrlB + ctrlF +
-                  ctrlF + ctrlH + enter}
+      Script{.keys = std::u16string(u"ae\u0301") + ctrlB + ctrlB + ctrlF + ctrlF + ctrlH + enter}
           .go();
   EXPECT_EQ(o.line, "a");
   ASSERT_EQ(o.writes.size(), 9u);
-  EXPECT_EQ(o.writes[3], "");  // the mark's echo: no column
+  EXPECT_EQ(o.writes[3], "");                        // the mark's echo: no column
   EXPECT_EQ(o.writes[4], refreshed("> ", "**", 3));  // left over e + mark
   EXPECT_EQ(o.writes[5], refreshed("> ", "**", 2));
   EXPECT_EQ(o.writes[6], refreshed("> ", "**", 3));  // right over a
@@ -192,19 +182,20 @@ TEST(EditLoopTest, CombiningMarkTakesNoColumnAndGoesWithItsCharacter) {
 }
 
 TEST(EditLoopTest, BackspaceRemovesCharacterWithItsMarks) {
-  const Outcome o =
-      Script{.keys = std::u16string(u"xe\u0301\u0302") + del + enter}.go();
+  const Outcome o = Script{.keys = std::u16string(u"xe\u0301\u0302") + del + enter}.go();
   EXPECT_EQ(o.line, "x");
 }
 
 TEST(EditLoopTest, HomeEndLeftRight) {
-  const Outcome o = Script{.keys = std::u16string(u"abc") + ctrlB + ctrlB +
-                                u"X" + ctrlA + u"Y" + ctrlE + u"Z" + ctrlF +
-                                ctrlA + ctrlA + enter}
+  const Outcome o = Script{.keys = std::u16string(u"abc") + ctrlB + ctrlB + u"X" + ctrlA + u"Y" +
+                                   ctrlE + u"Z" + ctrlF + ctrlA + ctrlA + enter}
                         .go();
   EXPECT_EQ(o.line, "YaXbcZ");
   const std::vector<std::string> expected = {
-      "> ", "*", "*", "*",
+      "> ",
+      "*",
+      "*",
+      "*",
       refreshed("> ", "***", 4),     // left
       refreshed("> ", "***", 3),     // left
       refreshed("> ", "****", 4),    // X inserted in the middle
@@ -218,51 +209,42 @@ TEST(EditLoopTest, HomeEndLeftRight) {
 }
 
 TEST(EditLoopTest, KillToEnd) {
-  const Outcome o =
-      Script{.keys = std::u16string(u"abcd") + ctrlB + ctrlB + ctrlK + enter}
-          .go();
+  const Outcome o = Script{.keys = std::u16string(u"abcd") + ctrlB + ctrlB + ctrlK + enter}.go();
   EXPECT_EQ(o.line, "ab");
   EXPECT_EQ(o.writes.back(), refreshed("> ", "**", 4));
 }
 
 TEST(EditLoopTest, KillLine) {
-  const Outcome o = Script{.keys = std::u16string(u"abcd") + ctrlB + ctrlU +
-                                u"x" + enter}
-                        .go();
+  const Outcome o = Script{.keys = std::u16string(u"abcd") + ctrlB + ctrlU + u"x" + enter}.go();
   EXPECT_EQ(o.line, "x");
   EXPECT_EQ(o.writes[o.writes.size() - 2], refreshed("> ", "", 2));
 }
 
 TEST(EditLoopTest, KillPreviousWord) {
   const Outcome o =
-      Script{.keys = std::u16string(u"one two  ") + ctrlW + enter,
-          .settings = plain()}
-          .go();
+      Script{.keys = std::u16string(u"one two  ") + ctrlW + enter, .settings = plain()}.go();
   EXPECT_EQ(o.line, "one ");
   EXPECT_EQ(o.writes.back(), refreshed("> ", "one ", 6));
 }
 
 TEST(EditLoopTest, TransposeSwapsBytesAndAdvances) {
-  const Outcome o = Script{.keys = std::u16string(u"abc") + ctrlA + ctrlF +
-                                ctrlT + enter,
-                        .settings = plain()}
-                        .go();
+  const Outcome o =
+      Script{.keys = std::u16string(u"abc") + ctrlA + ctrlF + ctrlT + enter, .settings = plain()}
+          .go();
   EXPECT_EQ(o.line, "bac");
   EXPECT_EQ(o.writes.back(), refreshed("> ", "bac", 4));
 }
 
 TEST(EditLoopTest, TransposeBeforeLastCharacterKeepsCursor) {
-  const Outcome o = Script{.keys = std::u16string(u"abc") + ctrlB + ctrlT +
-                                ctrlT + enter,
-                        .settings = plain()}
-                        .go();
+  const Outcome o =
+      Script{.keys = std::u16string(u"abc") + ctrlB + ctrlT + ctrlT + enter, .settings = plain()}
+          .go();
   EXPECT_EQ(o.line, "abc");  // swapped twice at the same place
   EXPECT_EQ(o.writes.back(), refreshed("> ", "abc", 4));
 }
 
 TEST(EditLoopTest, TransposeAtEndDoesNothing) {
-  const Outcome o =
-      Script{.keys = std::u16string(u"ab") + ctrlT + enter}.go();
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlT + enter}.go();
   EXPECT_EQ(o.line, "ab");
   EXPECT_EQ(o.writes.size(), 3u);
 }
@@ -275,8 +257,7 @@ TEST(EditLoopTest, ClearScreen) {
 }
 
 TEST(EditLoopTest, TabAndOtherControlsAreOrdinaryCharacters) {
-  const Outcome o =
-      Script{.keys = std::u16string(1, tab) + char16_t{7} + enter}.go();
+  const Outcome o = Script{.keys = std::u16string(1, tab) + char16_t{7} + enter}.go();
   EXPECT_EQ(o.line, "\t\a");
   EXPECT_EQ(o.output, "> **");
 }
@@ -316,8 +297,7 @@ TEST(EditLoopTest, EscapeKeyCodeIsIgnored) {
 
 // Every single-line refresh keeps the prompt and the visible text within the
 // width, with the cursor on the screen.
-void expectWithinWidth(const Outcome& o, std::size_t promptColumns,
-                       std::size_t columns) {
+void expectWithinWidth(const Outcome& o, std::size_t promptColumns, std::size_t columns) {
   for (const std::string& w : o.writes) {
     if (w.empty() || w[0] != '\r') continue;
     const std::size_t clear = w.find("\x1b[0K");
@@ -371,13 +351,12 @@ TEST(EditLoopTest, InvalidUtf8FromTransposeStaysWithinWidth) {
   // Ctrl+T swaps single bytes of multi-byte characters (here a wide one
   // before a combining mark); the window must still fit the screen.
   const std::u16string keys = {
-      0xE2, 0xFFFF, 0xFFFF, 0xFF93, 0x2D, 0x4B, 0x29, 0x2D, 0x4E, 0x7676,
-      0x76, 0x76, 0xEF, 0x89, 0x8A, 0x2, 0x58, 0x1, 0x4E60, 0x14, 0x2DDF,
-      0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF,
-      0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0x8A, 0x89, 0x8A,
-      0x2, 0x58, 0x1, 0x4E60, 0x14, 0x2DDF, 0x69, 0x69, 0x69, 0x69, 0x69,
-      0x69, 0x69, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF, 0xEF,
-      0x69, 0x69, 0x69, 0x69, 0x69, 0x69, 0x69, enter};
+      0xE2, 0xFFFF, 0xFFFF, 0xFF93, 0x2D, 0x4B,   0x29, 0x2D,   0x4E, 0x7676, 0x76, 0x76, 0xEF,
+      0x89, 0x8A,   0x2,    0x58,   0x1,  0x4E60, 0x14, 0x2DDF, 0xEF, 0xEF,   0xEF, 0xEF, 0xEF,
+      0xEF, 0xEF,   0xEF,   0xEF,   0xEF, 0xEF,   0xEF, 0xEF,   0xEF, 0xEF,   0xEF, 0xEF, 0xEF,
+      0xEF, 0x8A,   0x89,   0x8A,   0x2,  0x58,   0x1,  0x4E60, 0x14, 0x2DDF, 0x69, 0x69, 0x69,
+      0x69, 0x69,   0x69,   0x69,   0xEF, 0xEF,   0xEF, 0xEF,   0xEF, 0xEF,   0xEF, 0xEF, 0xEF,
+      0x69, 0x69,   0x69,   0x69,   0x69, 0x69,   0x69, enter};
   const Outcome o = Script{.keys = keys, .columns = 12}.go();
   EXPECT_GT(o.result, 0);
   expectWithinWidth(o, 2, 12);
@@ -385,9 +364,7 @@ TEST(EditLoopTest, InvalidUtf8FromTransposeStaysWithinWidth) {
 
 TEST(EditLoopTest, PromptWithEscapeSequenceCountsVisibleColumnsOnly) {
   const std::string prompt = "\x1b[1mPW\x1b[0m: ";
-  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + enter,
-                        .prompt = prompt}
-                        .go();
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + enter, .prompt = prompt}.go();
   EXPECT_EQ(o.writes.back(), refreshed(prompt, "**", 4));
 }
 
@@ -483,9 +460,8 @@ TEST(EditLoopTest, FailedEchoFails) {
 // A refresh that cannot be written means the console is gone as much as a
 // failed echo: the line ends at that key.
 TEST(EditLoopTest, FailedRefreshFails) {
-  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + u"c\r",
-                        .writesBeforeFailure = 3}
-                        .go();
+  const Outcome o =
+      Script{.keys = std::u16string(u"ab") + ctrlA + u"c\r", .writesBeforeFailure = 3}.go();
   EXPECT_EQ(o.result, -1);
   EXPECT_EQ(o.end, LineEnd::writeFailed);
   EXPECT_EQ(o.keysLeft, 2u);
@@ -496,8 +472,8 @@ TEST(EditLoopTest, NothingIsWrittenAfterAFailedWrite) {
   // Enter in multi-line mode moves to the end first: one refresh, then the
   // line would be accepted.
   const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlA + enter,
-                        .settings = {true, true, '*'},
-                        .writesBeforeFailure = 3}
+                           .settings = {true, true, '*'},
+                           .writesBeforeFailure = 3}
                         .go();
   EXPECT_EQ(o.end, LineEnd::writeFailed);
   EXPECT_EQ(o.writes.size(), 3u);
@@ -516,9 +492,8 @@ TEST(EditLoopTest, NotUtf8RefusesTheLineOnEnter) {
 }
 
 TEST(EditLoopTest, NotUtf8IsNotForgottenByEditing) {
-  const Outcome o = Script{.codes = std::u32string(U"a") + keys::notUtf8 + U"b" +
-                                    char32_t{ctrlU} + U"abc" + char32_t{ctrlA} +
-                                    char32_t{ctrlK} + U"\r"}
+  const Outcome o = Script{.codes = std::u32string(U"a") + keys::notUtf8 + U"b" + char32_t{ctrlU} +
+                                    U"abc" + char32_t{ctrlA} + char32_t{ctrlK} + U"\r"}
                         .go();
   EXPECT_EQ(o.end, LineEnd::notUtf8);
 }
@@ -532,8 +507,7 @@ TEST(EditLoopTest, NotUtf8OnAnEmptyLineRefusesIt) {
 TEST(EditLoopTest, NotUtf8ThenCancelOrEndIsNoRefusal) {
   EXPECT_EQ(Script{.codes = std::u32string(U"a") + keys::notUtf8 + char32_t{ctrlC}}.go().end,
             LineEnd::cancelled);
-  EXPECT_EQ(Script{.codes = std::u32string(U"a") + keys::notUtf8}.go().end,
-            LineEnd::inputEnded);
+  EXPECT_EQ(Script{.codes = std::u32string(U"a") + keys::notUtf8}.go().end, LineEnd::inputEnded);
 }
 
 TEST(EditLoopTest, NotUtf8DoesNotCarryOverToTheNextLine) {
@@ -548,8 +522,7 @@ TEST(EditLoopTest, NotUtf8DoesNotCarryOverToTheNextLine) {
 }
 
 TEST(EditLoopTest, UpAndDownDoNothingWithoutHistory) {
-  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlP + ctrlN + enter}
-                        .go();
+  const Outcome o = Script{.keys = std::u16string(u"ab") + ctrlP + ctrlN + enter}.go();
   EXPECT_EQ(o.line, "ab");
   EXPECT_EQ(o.output, "> **");
 }
@@ -558,15 +531,15 @@ TEST(EditLoopTest, HistoryPreviousAndNext) {
   History history;
   history.add("first");
   history.add("second");
-  const Outcome o = Script{.keys = std::u16string(u"x") + ctrlP + ctrlP +
-                                ctrlP + ctrlN + u"Z" + ctrlN + ctrlP +
-                                ctrlN + ctrlN + enter,
-                        .settings = plain(),
-                        .history = &history}
+  const Outcome o = Script{.keys = std::u16string(u"x") + ctrlP + ctrlP + ctrlP + ctrlN + u"Z" +
+                                   ctrlN + ctrlP + ctrlN + ctrlN + enter,
+                           .settings = plain(),
+                           .history = &history}
                         .go();
   EXPECT_EQ(o.line, "x");
   const std::vector<std::string> expected = {
-      "> ", "x",
+      "> ",
+      "x",
       refreshed("> ", "second", 8),   // up
       refreshed("> ", "first", 7),    // up; the third up is clamped
       refreshed("> ", "second", 8),   // down
@@ -587,40 +560,29 @@ TEST(EditLoopTest, MultiLineRefreshWrapsRows) {
   keys += ctrlE;
   keys += ctrlA;
   keys += enter;
-  const Outcome o = Script{.keys = keys,
-                        .settings = {true, true, '*'},
-                        .columns = 10}
-                        .go();
+  const Outcome o = Script{.keys = keys, .settings = {true, true, '*'}, .columns = 10}.go();
   EXPECT_EQ(o.line, std::string(9, 'x'));
   ASSERT_EQ(o.writes.size(), 14u);
   EXPECT_EQ(o.writes[1], "\r\x1b[0K> *\r\x1b[3C");
   EXPECT_EQ(o.writes[7], "\r\x1b[0K> *******\r\x1b[9C");
   // The eighth character fills the row: the cursor goes to the next one.
   EXPECT_EQ(o.writes[8], "\r\x1b[0K> ********\n\r\r");
-  EXPECT_EQ(o.writes[9],
-            "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
+  EXPECT_EQ(o.writes[9], "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
   // Home: clear both rows, draw, go up one row to the prompt's end.
-  EXPECT_EQ(o.writes[10],
-            "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\x1b[1A\r\x1b[2C");
+  EXPECT_EQ(o.writes[10], "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\x1b[1A\r\x1b[2C");
   // End: first down to the last row used, then the same.
-  EXPECT_EQ(o.writes[11],
-            "\x1b[1B\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
-  EXPECT_EQ(o.writes[12],
-            "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\x1b[1A\r\x1b[2C");
+  EXPECT_EQ(o.writes[11], "\x1b[1B\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
+  EXPECT_EQ(o.writes[12], "\r\x1b[0K\x1b[1A\r\x1b[0K> *********\x1b[1A\r\x1b[2C");
   // Enter moves to the end first.
-  EXPECT_EQ(o.writes[13],
-            "\x1b[1B\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
+  EXPECT_EQ(o.writes[13], "\x1b[1B\r\x1b[0K\x1b[1A\r\x1b[0K> *********\r\x1b[1C");
 }
 
 TEST(EditLoopTest, MultiLineWideCharacterAtRowEndWraps) {
   // "> " and seven columns leave one column: the wide character goes to the
   // next row and the cursor ends after it at column 2.
-  const Outcome o = Script{.keys = u"aaaaaaa\u4e2d\r",
-                        .settings = {true, false, '*'},
-                        .columns = 10}
-                        .go();
-  EXPECT_EQ(o.writes.back(),
-            "\r\x1b[0K> aaaaaaa\xe4\xb8\xad\r\x1b[2C");
+  const Outcome o =
+      Script{.keys = u"aaaaaaa\u4e2d\r", .settings = {true, false, '*'}, .columns = 10}.go();
+  EXPECT_EQ(o.writes.back(), "\r\x1b[0K> aaaaaaa\xe4\xb8\xad\r\x1b[2C");
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
-#include "lineEdit/History.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <utility>
+
+#include "lineEdit/History.h"
 
 namespace korvane::lineEdit {
 namespace {

@@ -1,6 +1,6 @@
-#include "lineEdit/LineEditor.h"
-
 #include <gtest/gtest.h>
+
+#include "lineEdit/LineEditor.h"
 
 namespace korvane::lineEdit {
 namespace {

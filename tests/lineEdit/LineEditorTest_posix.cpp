@@ -1,11 +1,8 @@
 // LineEditor on POSIX: redirected standard input read line by line through
 // pipes, without a prompt.
-#include "lineEdit/LineEditor.h"
-
 #include <fcntl.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
@@ -14,6 +11,7 @@
 #include <system_error>
 
 #include "lineEdit/CancelledException.h"
+#include "lineEdit/LineEditor.h"
 
 namespace korvane::lineEdit {
 namespace {
@@ -21,8 +19,7 @@ namespace {
 // Replaces a standard descriptor for the lifetime of the object.
 class RedirectedDescriptor {
  public:
-  RedirectedDescriptor(int target, int replacement)
-      : target_(target), saved_(dup(target)) {
+  RedirectedDescriptor(int target, int replacement) : target_(target), saved_(dup(target)) {
     dup2(replacement, target);
     close(replacement);
   }
@@ -47,8 +44,7 @@ class RedirectedStandardStreams {
     int out[2];
     EXPECT_EQ(pipe(in), 0);
     EXPECT_EQ(pipe(out), 0);
-    EXPECT_EQ(write(in[1], input.data(), input.size()),
-              static_cast<ssize_t>(input.size()));
+    EXPECT_EQ(write(in[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));
     close(in[1]);
     outRead_ = out[0];
     fcntl(outRead_, F_SETFL, O_NONBLOCK);
@@ -74,10 +70,7 @@ class RedirectedStandardStreams {
 };
 
 LineEditorOptions maskedOptions() {
-  return LineEditorOptions{.multiLine = false,
-                           .reserved = 0,
-                           .masked = true,
-                           .maskCharacter = '*'};
+  return LineEditorOptions{.multiLine = false, .reserved = 0, .masked = true, .maskCharacter = '*'};
 }
 
 TEST(LineEditorTest, RedirectedInputReadsLinesWithoutPrompt) {

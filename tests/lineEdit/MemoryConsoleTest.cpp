@@ -1,10 +1,10 @@
-#include "tests/support/MemoryConsole.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
 #include <stdexcept>
 #include <string>
+
+#include "tests/support/MemoryConsole.h"
 
 namespace korvane::lineEdit {
 namespace {
@@ -70,7 +70,8 @@ TEST_F(MemoryConsoleTest, FillWrapsRowsAndStopsAtTheEnd) {
 }
 
 TEST_F(MemoryConsoleTest, ScrollMovesTheBlockAndFillsWhatItUncovers) {
-  ASSERT_TRUE(console_.scrollScreenBuffer(Rect{1, 0, 3, 1}, nullptr, Coord{2, 1}, CharInfo{u'.', 0x20}));
+  ASSERT_TRUE(
+      console_.scrollScreenBuffer(Rect{1, 0, 3, 1}, nullptr, Coord{2, 1}, CharInfo{u'.', 0x20}));
   EXPECT_EQ(row(0), "a...ef");
   EXPECT_EQ(row(1), "g.bcdl");
   EXPECT_EQ(row(2), "mnhijr");
@@ -79,7 +80,8 @@ TEST_F(MemoryConsoleTest, ScrollMovesTheBlockAndFillsWhatItUncovers) {
 }
 
 TEST_F(MemoryConsoleTest, ScrollClipsTheDestinationToTheBuffer) {
-  ASSERT_TRUE(console_.scrollScreenBuffer(Rect{0, 0, 5, 3}, nullptr, Coord{0, 2}, CharInfo{u' ', 0x07}));
+  ASSERT_TRUE(
+      console_.scrollScreenBuffer(Rect{0, 0, 5, 3}, nullptr, Coord{0, 2}, CharInfo{u' ', 0x07}));
   EXPECT_EQ(row(0), "......");
   EXPECT_EQ(row(1), "......");
   EXPECT_EQ(row(2), "abcdef");
@@ -89,26 +91,32 @@ TEST_F(MemoryConsoleTest, ScrollClipsTheDestinationToTheBuffer) {
 TEST_F(MemoryConsoleTest, ScrollClipsTheSourceToTheBuffer) {
   // The part of the source left of column 0 is cut off and the destination
   // moves with it.
-  ASSERT_TRUE(console_.scrollScreenBuffer(Rect{-2, 0, 1, 0}, nullptr, Coord{2, 0}, CharInfo{u' ', 0x07}));
+  ASSERT_TRUE(
+      console_.scrollScreenBuffer(Rect{-2, 0, 1, 0}, nullptr, Coord{2, 0}, CharInfo{u' ', 0x07}));
   EXPECT_EQ(row(0), "..cdab");
 }
 
 TEST_F(MemoryConsoleTest, EmptySourceChangesNothing) {
-  EXPECT_FALSE(console_.scrollScreenBuffer(Rect{3, 0, 2, 0}, nullptr, Coord{0, 0}, CharInfo{u' ', 0x07}));
-  EXPECT_FALSE(console_.scrollScreenBuffer(Rect{0, 4, 5, 3}, nullptr, Coord{0, 0}, CharInfo{u' ', 0x07}));
-  EXPECT_FALSE(console_.scrollScreenBuffer(Rect{6, 0, 9, 0}, nullptr, Coord{0, 0}, CharInfo{u' ', 0x07}));
+  EXPECT_FALSE(
+      console_.scrollScreenBuffer(Rect{3, 0, 2, 0}, nullptr, Coord{0, 0}, CharInfo{u' ', 0x07}));
+  EXPECT_FALSE(
+      console_.scrollScreenBuffer(Rect{0, 4, 5, 3}, nullptr, Coord{0, 0}, CharInfo{u' ', 0x07}));
+  EXPECT_FALSE(
+      console_.scrollScreenBuffer(Rect{6, 0, 9, 0}, nullptr, Coord{0, 0}, CharInfo{u' ', 0x07}));
   EXPECT_EQ(row(0), "abcdef");
   EXPECT_EQ(row(3), "stuvwx");
 }
 
 TEST_F(MemoryConsoleTest, ClipRectangleLimitsMovedAndFilledCells) {
   const Rect clip{0, 0, 3, 3};
-  ASSERT_TRUE(console_.scrollScreenBuffer(Rect{0, 0, 5, 0}, &clip, Coord{2, 0}, CharInfo{u'.', 0x07}));
+  ASSERT_TRUE(
+      console_.scrollScreenBuffer(Rect{0, 0, 5, 0}, &clip, Coord{2, 0}, CharInfo{u'.', 0x07}));
   EXPECT_EQ(row(0), "..abef");
 }
 
 TEST_F(MemoryConsoleTest, ScrollFarAwayOnlyFills) {
-  ASSERT_TRUE(console_.scrollScreenBuffer(Rect{0, 1, 5, 3}, nullptr, Coord{0, 32767}, CharInfo{u'.', 0x07}));
+  ASSERT_TRUE(console_.scrollScreenBuffer(Rect{0, 1, 5, 3}, nullptr, Coord{0, 32767},
+                                          CharInfo{u'.', 0x07}));
   EXPECT_EQ(row(0), "abcdef");
   EXPECT_EQ(row(1), "......");
   EXPECT_EQ(row(3), "......");
@@ -138,7 +146,8 @@ TEST_F(MemoryConsoleTest, WriteTextProcessesControlCharacters) {
 }
 
 TEST_F(MemoryConsoleTest, InputQueueDrainsKeyDownCharacters) {
-  const std::array<KeyEvent, 3> events{KeyEvent{true, 1, 0, 0, u'x', 0}, KeyEvent{false, 1, 0, 0, u'y', 0},
+  const std::array<KeyEvent, 3> events{KeyEvent{true, 1, 0, 0, u'x', 0},
+                                       KeyEvent{false, 1, 0, 0, u'y', 0},
                                        KeyEvent{true, 2, 0, 0, u'z', 0}};
   console_.writeInput(events);
   EXPECT_EQ(console_.inputEvents().size(), 3u);

@@ -42,10 +42,8 @@ int main(int argc, char** argv) {
   std::printf("MODES %s\n", modes().c_str());
   std::fflush(stdout);
   korvane::lineEdit::LineEditor editor(
-      "Password: ", korvane::lineEdit::LineEditorOptions{.multiLine = false,
-                                                          .reserved = 0,
-                                                          .masked = true,
-                                                          .maskCharacter = '*'});
+      "Password: ", korvane::lineEdit::LineEditorOptions{
+                        .multiLine = false, .reserved = 0, .masked = true, .maskCharacter = '*'});
   for (int i = 0; i < lines; ++i) {
     try {
       const std::string line(editor.readLine().view());

@@ -2,6 +2,7 @@
 // sequences, cancelling, and the terminal modes after every way a read ends:
 // also signals, a terminal that hangs up, and bytes that are not UTF-8.
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -9,8 +10,6 @@
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <string>
@@ -98,8 +97,8 @@ class ProbeSession {
   bool waitFor(std::string_view text, std::size_t from = 0) {
     const auto deadline = Clock::now() + timeout;
     while (output_.find(text, from) == std::string::npos) {
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-          deadline - Clock::now());
+      const auto left =
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
       if (left.count() <= 0) return false;
       if (!drain(static_cast<int>(left.count()))) {
         return output_.find(text, from) != std::string::npos;
@@ -109,8 +108,7 @@ class ProbeSession {
   }
 
   void send(std::string_view bytes) {
-    ASSERT_EQ(write(master_, bytes.data(), bytes.size()),
-              static_cast<ssize_t>(bytes.size()));
+    ASSERT_EQ(write(master_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
 
   // Waits for the probe to end; returns its waitpid status, or -1.
@@ -192,8 +190,7 @@ class ProbeSession {
   std::string output_;
 };
 
-constexpr std::string_view cancelled =
-    "CANCELLED user cancelled input by pressing pressed Ctrl+C";
+constexpr std::string_view cancelled = "CANCELLED user cancelled input by pressing pressed Ctrl+C";
 
 // Types `keys` after the prompt, expects `result` and the terminal modes
 // back as they were.
@@ -225,14 +222,15 @@ TEST(ReadLinePtyTest, TypingEchoesMasks) {
   EXPECT_EQ(probe.modesLine(1), probe.modesLine(0));
 }
 
-TEST(ReadLinePtyTest, EnterOnEmptyLineReturnsEmptyLine) {
-  expectRead("\r", "RESULT []");
-}
+TEST(ReadLinePtyTest, EnterOnEmptyLineReturnsEmptyLine) { expectRead("\r", "RESULT []"); }
 
 TEST(ReadLinePtyTest, LineFeedActsAsEnter) { expectRead("ab\n", "RESULT [6162]"); }
 
 TEST(ReadLinePtyTest, BackspaceRemovesMultiByteCharacter) {
-  expectRead("a\xc3\xa9\x7f" "b\r", "RESULT [6162]");
+  expectRead(
+      "a\xc3\xa9\x7f"
+      "b\r",
+      "RESULT [6162]");
   expectRead("a\xe4\xb8\xad\x08\r", "RESULT [61]");
 }
 
@@ -245,7 +243,8 @@ TEST(ReadLinePtyTest, CursorKeysAsEscapeSequences) {
   // Home, Delete (removes X): "abcY".
   expectRead("ac\x1b[Db\x1b[HX\x1b[FY\x1b[3~\x1b[H\x1b[3~\r", "RESULT [61626359]");
   expectRead("ab\x1bOH\x1b[1~X\x1bOF\x1b[4~Y\x1b[7~\x1b[C\x1b[8~\r",
-             "RESULT [586162" "59]");
+             "RESULT [586162"
+             "59]");
 }
 
 TEST(ReadLinePtyTest, UnknownSequencesAreIgnored) {
@@ -268,13 +267,9 @@ TEST(ReadLinePtyTest, LoneEscapeCancels) { expectRead("ab\x1b", cancelled); }
 
 TEST(ReadLinePtyTest, CtrlDOnEmptyLineCancels) { expectRead("\x04", cancelled); }
 
-TEST(ReadLinePtyTest, DeleteKeyOnEmptyLineCancels) {
-  expectRead("\x1b[3~", cancelled);
-}
+TEST(ReadLinePtyTest, DeleteKeyOnEmptyLineCancels) { expectRead("\x1b[3~", cancelled); }
 
-TEST(ReadLinePtyTest, CtrlDOnNonEmptyLineDeletes) {
-  expectRead("ab\x01\x04\r", "RESULT [62]");
-}
+TEST(ReadLinePtyTest, CtrlDOnNonEmptyLineDeletes) { expectRead("ab\x01\x04\r", "RESULT [62]"); }
 
 TEST(ReadLinePtyTest, TwoReadsInARow) {
   ProbeSession probe(2);
@@ -329,9 +324,9 @@ TEST(ReadLinePtyTest, ModesRestoredAfterSigint) { killProbeAndCheck(SIGINT); }
 
 // Every other signal whose default action ends the process.
 TEST(ReadLinePtyTest, ModesRestoredAfterEveryTerminatingSignal) {
-  for (const int number : {SIGQUIT, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ,
-                           SIGVTALRM, SIGPROF, SIGABRT, SIGSYS, SIGTRAP, SIGIO, SIGSTKFLT,
-                           SIGPWR, SIGRTMIN, SIGRTMAX}) {
+  for (const int number :
+       {SIGQUIT, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU, SIGXFSZ, SIGVTALRM, SIGPROF, SIGABRT,
+        SIGSYS, SIGTRAP, SIGIO, SIGSTKFLT, SIGPWR, SIGRTMIN, SIGRTMAX}) {
     SCOPED_TRACE(number);
     killProbeAndCheck(number);
   }
@@ -374,8 +369,7 @@ TEST(ReadLinePtyTest, IgnoredSignalStaysIgnored) {
 // A terminal that hangs up while SIGHUP is ignored (nohup) reads as ended:
 // the line typed so far is no entry, and the next read ends at once too.
 TEST(ReadLinePtyTest, HangUpEndsEveryRead) {
-  ProbeSession probe(
-      ProbeOptions{.lines = 2, .ignoredSignals = {SIGHUP}, .resultsOnPipe = true});
+  ProbeSession probe(ProbeOptions{.lines = 2, .ignoredSignals = {SIGHUP}, .resultsOnPipe = true});
   ASSERT_TRUE(probe.started());
   ASSERT_TRUE(probe.waitFor("Password: ")) << probe.output();
   probe.send("secret");
@@ -404,9 +398,12 @@ TEST(ReadLinePtyTest, BytesThatAreNotUtf8AreNotEchoed) {
   ASSERT_TRUE(probe.started());
   ASSERT_TRUE(probe.waitFor("Password: "));
   const std::size_t promptEnd = probe.output().find("Password: ") + 10;
-  probe.send("ab\xf6\xf6\xf6" "c\r");
+  probe.send(
+      "ab\xf6\xf6\xf6"
+      "c\r");
   ASSERT_TRUE(probe.waitFor("ERROR ")) << probe.output();
-  const std::string echo = probe.output().substr(promptEnd, probe.output().find("ERROR ") - promptEnd);
+  const std::string echo =
+      probe.output().substr(promptEnd, probe.output().find("ERROR ") - promptEnd);
   EXPECT_EQ(echo.find("****"), std::string::npos) << echo;
   EXPECT_NE(echo.find("***"), std::string::npos) << echo;
 }

@@ -1,9 +1,9 @@
-#include "lineEdit/TerminalKeyDecoder.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+#include "lineEdit/TerminalKeyDecoder.h"
 
 namespace korvane::lineEdit {
 namespace {
@@ -88,9 +88,7 @@ TEST(TerminalKeyDecoderTest, ControlBytesPassThrough) {
 
 TEST(TerminalKeyDecoderTest, LineFeedIsEnter) { EXPECT_EQ(decode("a\n"), u"a\r"); }
 
-TEST(TerminalKeyDecoderTest, NulIsSkipped) {
-  EXPECT_EQ(decode(std::string("a\0b", 3)), u"ab");
-}
+TEST(TerminalKeyDecoderTest, NulIsSkipped) { EXPECT_EQ(decode(std::string("a\0b", 3)), u"ab"); }
 
 TEST(TerminalKeyDecoderTest, LoneEscapeCancels) {
   EXPECT_EQ(decode("\x1b"), u"\x03");
@@ -109,12 +107,12 @@ TEST(TerminalKeyDecoderTest, HomeEndDelete) {
 }
 
 TEST(TerminalKeyDecoderTest, OtherSequencesAreIgnored) {
-  EXPECT_EQ(decode("a\x1b[5~b"), u"ab");             // Page Up
-  EXPECT_EQ(decode("a\x1b[1;5Cb"), u"ab");           // Ctrl+Right
-  EXPECT_EQ(decode("a\x1b[15;2~b"), u"ab");          // Shift+F5
-  EXPECT_EQ(decode("a\x1bOPb"), u"ab");              // F1
+  EXPECT_EQ(decode("a\x1b[5~b"), u"ab");     // Page Up
+  EXPECT_EQ(decode("a\x1b[1;5Cb"), u"ab");   // Ctrl+Right
+  EXPECT_EQ(decode("a\x1b[15;2~b"), u"ab");  // Shift+F5
+  EXPECT_EQ(decode("a\x1bOPb"), u"ab");      // F1
   EXPECT_EQ(decode("a\x1b[200~b"), u"ab");
-  EXPECT_EQ(decode("a\x1bxb"), u"ab");               // Alt+x
+  EXPECT_EQ(decode("a\x1bxb"), u"ab");  // Alt+x
   EXPECT_EQ(decode("a\x1b[?1;2cb"), u"ab");
 }
 
@@ -144,14 +142,14 @@ TEST(TerminalKeyDecoderTest, Utf8BecomesUtf16) {
 // Skipping such bytes would hand on another line than the one typed: each
 // place they come is marked instead.
 TEST(TerminalKeyDecoderTest, InvalidUtf8IsMarked) {
-  EXPECT_EQ(decode("vL\xf6p2"), u"vL\uFFFFp2");     // Latin-1 ö
-  EXPECT_EQ(decode("a\x80z"), u"a\uFFFFz");          // stray continuation
-  EXPECT_EQ(decode("a\xc0\xafz"), u"a\uFFFF\uFFFFz");  // C0 begins nothing
-  EXPECT_EQ(decode("a\xe0\x80\xafz"), u"a\uFFFFz");    // overlong
-  EXPECT_EQ(decode("a\xed\xa0\x80z"), u"a\uFFFFz");    // surrogate
+  EXPECT_EQ(decode("vL\xf6p2"), u"vL\uFFFFp2");          // Latin-1 ö
+  EXPECT_EQ(decode("a\x80z"), u"a\uFFFFz");              // stray continuation
+  EXPECT_EQ(decode("a\xc0\xafz"), u"a\uFFFF\uFFFFz");    // C0 begins nothing
+  EXPECT_EQ(decode("a\xe0\x80\xafz"), u"a\uFFFFz");      // overlong
+  EXPECT_EQ(decode("a\xed\xa0\x80z"), u"a\uFFFFz");      // surrogate
   EXPECT_EQ(decode("a\xf4\x90\x80\x80z"), u"a\uFFFFz");  // above U+10FFFF
   EXPECT_EQ(decode("a\xff\xfez"), u"a\uFFFF\uFFFFz");
-  EXPECT_EQ(decode("a\xc3z"), u"a\uFFFFz");          // cut short
+  EXPECT_EQ(decode("a\xc3z"), u"a\uFFFFz");  // cut short
   EXPECT_EQ(decode("a\xe2\x82"), u"a\uFFFF");
   EXPECT_EQ(decode("\xe2\x82\x03"), u"\uFFFF\x03");
 }

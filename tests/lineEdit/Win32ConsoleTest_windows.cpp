@@ -4,9 +4,8 @@
 // gives it one), or from a console window on Windows. Without one every
 // test reports itself skipped, unless KORVANE_REQUIRE_CONSOLE is set, which
 // turns the missing console into a failure.
-#include <windows.h>
-
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <cstdlib>
 #include <string>
@@ -28,14 +27,14 @@ bool haveConsole() {
          ::GetConsoleMode(::GetStdHandle(STD_INPUT_HANDLE), &mode);
 }
 
-#define REQUIRE_CONSOLE()                                                       \
-  do {                                                                          \
-    if (!haveConsole()) {                                                       \
+#define REQUIRE_CONSOLE()                                                      \
+  do {                                                                         \
+    if (!haveConsole()) {                                                      \
       if (std::getenv("KORVANE_REQUIRE_CONSOLE") != nullptr) {                 \
         FAIL() << "no console on standard output and input";                   \
-      }                                                                         \
+      }                                                                        \
       GTEST_SKIP() << "no console (run under a pseudo-terminal or a console)"; \
-    }                                                                           \
+    }                                                                          \
   } while (false)
 
 HANDLE output() { return ::GetStdHandle(STD_OUTPUT_HANDLE); }
@@ -94,7 +93,9 @@ TEST_F(Win32ConsoleTest, WritesTextAtTheCursor) {
 TEST_F(Win32ConsoleTest, Utf8BecomesUtf16OnTheScreen) {
   REQUIRE_CONSOLE();
   clear();
-  write("a\xc3\xa9\xe2\x82\xac" "b");  // a, e acute, euro sign, b
+  write(
+      "a\xc3\xa9\xe2\x82\xac"
+      "b");  // a, e acute, euro sign, b
   EXPECT_EQ(screenText(0, 0, 4), L"a\u00e9\u20acb");
 }
 
@@ -200,8 +201,8 @@ void pushKey(std::vector<INPUT_RECORD>& records, WORD vk, wchar_t c, DWORD contr
 void type(const std::vector<INPUT_RECORD>& records) {
   ::FlushConsoleInputBuffer(input());
   DWORD written = 0;
-  ASSERT_TRUE(::WriteConsoleInputW(input(), records.data(), static_cast<DWORD>(records.size()),
-                                   &written));
+  ASSERT_TRUE(
+      ::WriteConsoleInputW(input(), records.data(), static_cast<DWORD>(records.size()), &written));
   ASSERT_EQ(written, records.size());
 }
 

@@ -206,9 +206,8 @@ TYPED_TEST(Sha2Test, EverySplitPointGivesTheOneShotDigest) {
 TYPED_TEST(Sha2Test, ByteByByteGivesTheOneShotDigest) {
   constexpr std::size_t block = TypeParam::blockLength;
   this->forEachImplementation([] {
-    for (const std::size_t length :
-         {std::size_t{0}, std::size_t{1}, block - 17, block - 16, block, block + 1,
-          2 * block - 1, 2 * block, std::size_t{1000}}) {
+    for (const std::size_t length : {std::size_t{0}, std::size_t{1}, block - 17, block - 16, block,
+                                     block + 1, 2 * block - 1, 2 * block, std::size_t{1000}}) {
       const std::string message = patternMessage(length);
       TypeParam context;
       for (const char c : message) context.update(std::string_view(&c, 1));
@@ -221,8 +220,7 @@ TYPED_TEST(Sha2Test, ImplementationsAgreeOnManyBlocks) {
   // Runs of blocks of every count up to 9, so that implementations working
   // on several blocks at a time meet their odd remainders.
   const std::string message = patternMessage(9 * TypeParam::blockLength + 5);
-  for (std::size_t length = 0; length <= message.size();
-       length += TypeParam::blockLength / 2 + 3) {
+  for (std::size_t length = 0; length <= message.size(); length += TypeParam::blockLength / 2 + 3) {
     const std::string_view part = std::string_view(message).substr(0, length);
     TypeParam::selectImplementation(TypeParam::implementations().back());
     const typename TypeParam::Digest expected = TypeParam::hash(part);

@@ -1,5 +1,3 @@
-#include "security/ShaCryptFunctions.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -10,6 +8,7 @@
 
 #include "security/Sha256.h"
 #include "security/Sha512.h"
+#include "security/ShaCryptFunctions.h"
 
 namespace korvane::security {
 namespace {
@@ -266,8 +265,8 @@ TEST(ShaCryptFunctionsTest, BufferOneLongerThanTheStringIsEnough) {
         std::array<char, 256> buffer;
         buffer.fill('X');
         errno = 0;
-        const char* result = cryptFor(tag)("password", 8, "saltsalt", 8, 1000, custom,
-                                           buffer.data(), length);
+        const char* result =
+            cryptFor(tag)("password", 8, "saltsalt", 8, 1000, custom, buffer.data(), length);
         if (length == full.size() + 1) {
           ASSERT_EQ(result, buffer.data());
           EXPECT_EQ(std::string(result), full);

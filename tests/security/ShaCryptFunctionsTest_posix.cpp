@@ -34,12 +34,12 @@ std::string systemCrypt(int tag, const std::string& key, const std::string& salt
   return result == nullptr ? std::string("<null>") : std::string(result);
 }
 
-std::string ownCrypt(int tag, const std::string& key, const std::string& salt,
-                     std::size_t rounds, bool roundsField) {
+std::string ownCrypt(int tag, const std::string& key, const std::string& salt, std::size_t rounds,
+                     bool roundsField) {
   std::array<char, 124> buffer;
   CryptFunction* crypt = tag == 5 ? sha256Crypt : sha512Crypt;
-  const char* result = crypt(key.data(), key.size(), salt.data(), salt.size(), rounds,
-                             roundsField, buffer.data(), buffer.size());
+  const char* result = crypt(key.data(), key.size(), salt.data(), salt.size(), rounds, roundsField,
+                             buffer.data(), buffer.size());
   return result == nullptr ? std::string("<null>") : std::string(result);
 }
 
@@ -77,10 +77,12 @@ TEST(ShaCryptFunctionsPosixTest, AgreesWithLibcryptAtDefaultAndOddRounds) {
   for (int i = 0; i < 40; ++i) {
     const int tag = i % 2 == 0 ? 6 : 5;
     const Case c = randomCase(engine, 100);
-    ASSERT_EQ(ownCrypt(tag, c.key, c.salt, 5000, false), systemCrypt(tag, c.key, c.salt, 5000, false))
+    ASSERT_EQ(ownCrypt(tag, c.key, c.salt, 5000, false),
+              systemCrypt(tag, c.key, c.salt, 5000, false))
         << c.key.size();
     const std::size_t rounds = roundsPick(engine);
-    ASSERT_EQ(ownCrypt(tag, c.key, c.salt, rounds, true), systemCrypt(tag, c.key, c.salt, rounds, true))
+    ASSERT_EQ(ownCrypt(tag, c.key, c.salt, rounds, true),
+              systemCrypt(tag, c.key, c.salt, rounds, true))
         << rounds;
   }
 }

@@ -1,5 +1,3 @@
-#include "security/ShaCrypt.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -8,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "security/ShaCrypt.h"
 #include "security/ShaCryptFunctions.h"
 
 namespace korvane::security {
@@ -30,8 +29,8 @@ std::string messageOf(Call&& call) {
 std::string directCrypt(CryptFunction* crypt, std::string_view key, std::string_view salt,
                         std::size_t rounds, bool roundsCustom) {
   std::array<char, 124> buffer{};
-  const char* result = crypt(key.data(), key.size(), salt.data(), salt.size(), rounds,
-                             roundsCustom, buffer.data(), buffer.size());
+  const char* result = crypt(key.data(), key.size(), salt.data(), salt.size(), rounds, roundsCustom,
+                             buffer.data(), buffer.size());
   return result == nullptr ? "<null>" : result;
 }
 
@@ -75,12 +74,14 @@ TEST(ShaCryptTest, SaltChecks) {
   EXPECT_EQ(messageOf<std::invalid_argument>([] { ShaCrypt(6, 5000, "0123456789abcdefg"); }),
             "korvane::security::ShaCrypt::ShaCrypt(): the \"salt\" parameter is invalid, "
             "salt=\"0123456789abcdefg\"");
-  EXPECT_EQ(messageOf<std::invalid_argument>([] { ShaCrypt(6, 5000, ""); }),
-            "korvane::security::ShaCrypt::ShaCrypt(): the \"salt\" parameter is invalid, salt=\"\"");
+  EXPECT_EQ(
+      messageOf<std::invalid_argument>([] { ShaCrypt(6, 5000, ""); }),
+      "korvane::security::ShaCrypt::ShaCrypt(): the \"salt\" parameter is invalid, salt=\"\"");
   for (const std::string_view salt : {"$"sv, "$abc"sv, "ab$c"sv, "abc$"sv}) {
     EXPECT_EQ(messageOf<std::invalid_argument>([&] { ShaCrypt(6, 5000, salt); }),
               "korvane::security::ShaCrypt::ShaCrypt(): the \"salt\" parameter is invalid, "
-              "salt=\"" + std::string(salt) + "\"");
+              "salt=\"" +
+                  std::string(salt) + "\"");
   }
   EXPECT_NO_THROW(ShaCrypt(6, 5000, "\x01\xff\0x"sv));
 }

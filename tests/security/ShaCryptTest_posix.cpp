@@ -1,8 +1,7 @@
 // Hashing on a thread whose whole stack is smaller than the key: any buffer
 // sized by the key on the stack would overflow it.
-#include <pthread.h>
-
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <cstring>
 #include <string>

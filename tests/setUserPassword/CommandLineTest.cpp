@@ -141,8 +141,7 @@ TEST(CommandLineTest, EmptyValues) {
 }
 
 TEST(CommandLineTest, ValueOptionInLastPlaceHasEmptyValue) {
-  expectCommandLineError({"alice", "-Users"},
-                         "empty string specified for user configuration file");
+  expectCommandLineError({"alice", "-Users"}, "empty string specified for user configuration file");
   expectCommandLineError({"alice", "-Passwords"}, "empty string specified for password file");
   expectCommandLineError({"alice", "-ConfigDir"}, "empty string specified as config directory");
 }
@@ -195,8 +194,9 @@ TEST(CommandLineTest, OptionValueMayLookLikeAnOption) {
   // and nothing else is an error; the run then fails on the missing file.
   const ChildResult result = runRedirected({"-Users", "-Remove", "alice"});
   EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_EQ(result.out, "Using user configuration file \"-Remove\"\n"
-                        "Will create new password file at "
+  EXPECT_EQ(result.out,
+            "Using user configuration file \"-Remove\"\n"
+            "Will create new password file at "
             "\"/nonexistent-korvane-base/Korvane/Config/passwords.json\"\n");
   EXPECT_TRUE(result.err.starts_with("ERROR: ")) << result.err;
 }
@@ -208,9 +208,9 @@ TEST(CommandLineTest, UserNameMayContainDashesAndSlashesAfterItsStart) {
 }
 
 TEST(CommandLineTest, FlagsMayBeRepeated) {
-  const ChildResult result = runRedirected(
-      {"-Remove", "-Remove", "-DontRejectInsecurePasswords", "-DontRejectInsecurePasswords",
-       "-Users", "/nonexistent/users.json", "alice"});
+  const ChildResult result =
+      runRedirected({"-Remove", "-Remove", "-DontRejectInsecurePasswords",
+                     "-DontRejectInsecurePasswords", "-Users", "/nonexistent/users.json", "alice"});
   EXPECT_EQ(result.err.find("COMMAND LINE ERROR"), std::string::npos) << result.err;
 }
 

@@ -1,12 +1,10 @@
-#include "setUserPassword/ConfigurationSearch.h"
-
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
+#include "setUserPassword/ConfigurationSearch.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unprivileged.h"
 
@@ -23,8 +21,8 @@ class ConfigurationSearchTest : public ::testing::Test {
     for (const auto* name : {"dirA", "dirB", "baseS/Korvane/Config", "baseT/Korvane/Config"}) {
       std::filesystem::create_directories(root_.path() / name);
     }
-    const std::string bases = (root_.path() / "baseS").string() + ":" +
-                              (root_.path() / "baseT").string();
+    const std::string bases =
+        (root_.path() / "baseS").string() + ":" + (root_.path() / "baseT").string();
     if (const char* old = std::getenv("XDG_CONFIG_DIRS")) oldBases_ = old;
     ::setenv("XDG_CONFIG_DIRS", bases.c_str(), 1);
   }
@@ -41,7 +39,8 @@ class ConfigurationSearchTest : public ::testing::Test {
   CommandLine withDirectories(std::initializer_list<const char*> directories) const {
     CommandLine commandLine;
     commandLine.userName = "alice";
-    for (const char* directory : directories) commandLine.configDirectories.push_back(at(directory));
+    for (const char* directory : directories)
+      commandLine.configDirectories.push_back(at(directory));
     return commandLine;
   }
 
@@ -117,8 +116,7 @@ TEST_F(ConfigurationSearchTest, ExistingPasswordFileIsUsed) {
   ::testing::internal::CaptureStdout();
   EXPECT_EQ(resolvePasswordFile(withDirectories({})), at("baseT/Korvane/Config/passwords.json"));
   EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-            "Using password file \"" + at("baseT/Korvane/Config/passwords.json").string() +
-                "\"\n");
+            "Using password file \"" + at("baseT/Korvane/Config/passwords.json").string() + "\"\n");
 }
 
 TEST_F(ConfigurationSearchTest, NewPasswordFileGoesToFirstConfigDir) {

@@ -1,7 +1,6 @@
 // The whole program with redirected standard input: what it prints, its
 // exit status, and what it leaves in the password file.
 #include <crypt.h>
-
 #include <gtest/gtest.h>
 
 #include <string>
@@ -154,10 +153,10 @@ TEST_F(EndToEndTest, LongerPasswordsAreRefusedEvenWhenWeakOnesAreAllowed) {
 
 TEST_F(EndToEndTest, EndlessLineIsRefusedAtOnce) {
   // /dev/zero as standard input: a line that never ends.
-  const ChildResult result = runProgram(
-      "/bin/sh", {"-c", "exec \"$0\" \"$@\" </dev/zero", program, "-ConfigDir",
-                  directory_.path().string(), "alice"},
-      std::nullopt);
+  const ChildResult result = runProgram("/bin/sh",
+                                        {"-c", "exec \"$0\" \"$@\" </dev/zero", program,
+                                         "-ConfigDir", directory_.path().string(), "alice"},
+                                        std::nullopt);
   EXPECT_FALSE(result.timedOut);
   EXPECT_EQ(result.exitStatus, 2);
   EXPECT_EQ(result.err, "ERROR: password is too long (at most 4095 bytes)\n");
@@ -246,8 +245,8 @@ TEST_F(EndToEndTest, MalformedPasswordFileFailsBeforeAnyPasswordIsRead) {
 }
 
 TEST_F(EndToEndTest, MissingUsersFileListsTheSearch) {
-  const ChildResult result = runProgram(program, {"alice"}, "",
-                                        {{"XDG_CONFIG_DIRS", "/nonexistent-a:/nonexistent-b"}});
+  const ChildResult result =
+      runProgram(program, {"alice"}, "", {{"XDG_CONFIG_DIRS", "/nonexistent-a:/nonexistent-b"}});
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err,
@@ -278,10 +277,10 @@ TEST_F(EndToEndTest, SuccessLineQuotesTheNameAsGiven) {
   writeFile(directory_.path() / "users.json",
             R"({"users": [{"userName": "J\u00f6rg \"the\" admin", "UUID": ")" +
                 std::string(aliceUuid) + R"("}]})");
-  const ChildResult result =
-      run({"J\xC3\xB6rg \"the\" admin"}, std::string(strongPassword) + "\n");
+  const ChildResult result = run({"J\xC3\xB6rg \"the\" admin"}, std::string(strongPassword) + "\n");
   EXPECT_EQ(result.exitStatus, 0) << result.err;
-  EXPECT_TRUE(result.out.ends_with("Password for user \"J\xC3\xB6rg \"the\" admin\" was updated.\n"));
+  EXPECT_TRUE(
+      result.out.ends_with("Password for user \"J\xC3\xB6rg \"the\" admin\" was updated.\n"));
 }
 
 TEST_F(EndToEndTest, FailedWriteReportsNoSuccess) {
@@ -291,7 +290,8 @@ TEST_F(EndToEndTest, FailedWriteReportsNoSuccess) {
       run({"-Passwords", path.string(), "alice"}, std::string(strongPassword) + "\n");
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.out.find("was updated"), std::string::npos);
-  EXPECT_TRUE(result.err.starts_with("ERROR: could not open \"" + path.string() + ".")) << result.err;
+  EXPECT_TRUE(result.err.starts_with("ERROR: could not open \"" + path.string() + "."))
+      << result.err;
   EXPECT_FALSE(std::filesystem::exists(directory_.path() / "missing-dir"));
 }
 

@@ -1,7 +1,6 @@
 // The whole program at a console (a pseudo-terminal): prompts, masked echo,
 // the questions, cancelling, and what ends up in the password file.
 #include <crypt.h>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -5,11 +5,8 @@
 // code page is changed ("Ł" best-fit mapped to "L", CJK letters to "?").
 // PlatformConsoleUtf8Test_windows.cpp runs the paths with the process in the
 // UTF-8 code page.
-#include "setUserPassword/PlatformConsole.h"
-
-#include <windows.h>
-
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +15,7 @@
 #include <system_error>
 #include <vector>
 
+#include "setUserPassword/PlatformConsole.h"
 #include "utils/filesystem/PrintablePath.h"
 
 namespace korvane {

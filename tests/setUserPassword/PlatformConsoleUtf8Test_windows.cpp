@@ -1,17 +1,15 @@
 // pathFromArgument and toPrintable with the process in the UTF-8 code page:
 // this program is linked with a manifest that asks for it (activeCodePage
 // UTF-8, PlatformConsoleUtf8Test_windows.rc).
-#include "setUserPassword/PlatformConsole.h"
-
-#include <windows.h>
-
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <limits>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
+#include "setUserPassword/PlatformConsole.h"
 #include "utils/filesystem/PrintablePath.h"
 
 namespace korvane {

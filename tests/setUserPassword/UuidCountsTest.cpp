@@ -1,9 +1,9 @@
-#include "setUserPassword/UuidCounts.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <vector>
+
+#include "setUserPassword/UuidCounts.h"
 
 namespace korvane::setUserPassword {
 namespace {

@@ -62,9 +62,15 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, Options options
     }
     int inFd = -1;
     switch (options_.input) {
-      case Stream::pipe: inFd = inPipe[0]; break;
-      case Stream::terminal: inFd = slaveFd_; break;
-      case Stream::devNull: inFd = ::open("/dev/null", O_RDONLY); break;
+      case Stream::pipe:
+        inFd = inPipe[0];
+        break;
+      case Stream::terminal:
+        inFd = slaveFd_;
+        break;
+      case Stream::devNull:
+        inFd = ::open("/dev/null", O_RDONLY);
+        break;
     }
     const int outFd = options_.output == Stream::terminal ? slaveFd_ : outPipe[1];
     ::dup2(inFd, 0);
@@ -196,7 +202,8 @@ bool ChildProcess::expectIn(const std::string& text, std::size_t& matchedUpTo, c
       matchedUpTo = at + needle.size();
       return true;
     }
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     if (left.count() <= 0) return false;
     if (!pump(std::min(left, std::chrono::milliseconds(100))) && reap(false) && fd < 0) {
       return text.find(needle, matchedUpTo) != std::string::npos;

@@ -59,7 +59,8 @@ class ChildProcess {
   // Reads standard output (or the terminal) until `needle` has appeared
   // after the previous expect's match; false when the time runs out or the
   // program ends first. The text read so far is in output().
-  bool expect(std::string_view needle, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+  bool expect(std::string_view needle,
+              std::chrono::milliseconds timeout = std::chrono::seconds(10));
   // The same for the terminal when standard input is the terminal but
   // standard output a pipe: reads until `needle` has appeared in what the
   // program wrote to the terminal after the previous expectOnTerminal's match.

@@ -47,7 +47,9 @@ struct Box {
   int bottom;
 
   bool empty() const noexcept { return left > right || top > bottom; }
-  bool contains(int x, int y) const noexcept { return x >= left && x <= right && y >= top && y <= bottom; }
+  bool contains(int x, int y) const noexcept {
+    return x >= left && x <= right && y >= top && y <= bottom;
+  }
 };
 
 Box clampToBuffer(const Rect& r, int width, int height) {
@@ -60,9 +62,11 @@ Box clampToBuffer(const Rect& r, int width, int height) {
 MemoryConsole::MemoryConsole(int width, int height, std::uint16_t attributes)
     : width_(width), height_(height), attributes_(attributes) {
   if (width < 1 || height < 1 || width > 32767 || height > 32767) {
-    throw std::invalid_argument("korvane::lineEdit::MemoryConsole::MemoryConsole(): size out of range");
+    throw std::invalid_argument(
+        "korvane::lineEdit::MemoryConsole::MemoryConsole(): size out of range");
   }
-  cells_.assign(static_cast<std::size_t>(width) * static_cast<std::size_t>(height), Cell{u' ', attributes});
+  cells_.assign(static_cast<std::size_t>(width) * static_cast<std::size_t>(height),
+                Cell{u' ', attributes});
 }
 
 bool MemoryConsole::getScreenBufferInfo(ScreenBufferInfo& info) {
@@ -101,11 +105,14 @@ std::span<MemoryConsole::Cell> MemoryConsole::cellsToFill(std::uint32_t length, 
   if (!contains(start.x, start.y)) {
     return {};
   }
-  const std::size_t first = static_cast<std::size_t>(start.y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(start.x);
-  return std::span<Cell>(cells_).subspan(first, std::min<std::size_t>(length, cells_.size() - first));
+  const std::size_t first = static_cast<std::size_t>(start.y) * static_cast<std::size_t>(width_) +
+                            static_cast<std::size_t>(start.x);
+  return std::span<Cell>(cells_).subspan(first,
+                                         std::min<std::size_t>(length, cells_.size() - first));
 }
 
-std::uint32_t MemoryConsole::fillOutputCharacter(char16_t character, std::uint32_t length, Coord start) {
+std::uint32_t MemoryConsole::fillOutputCharacter(char16_t character, std::uint32_t length,
+                                                 Coord start) {
   const std::span<Cell> cells = cellsToFill(length, start);
   for (Cell& cell : cells) {
     cell.character = character;
@@ -113,7 +120,8 @@ std::uint32_t MemoryConsole::fillOutputCharacter(char16_t character, std::uint32
   return static_cast<std::uint32_t>(cells.size());
 }
 
-std::uint32_t MemoryConsole::fillOutputAttribute(std::uint16_t attributes, std::uint32_t length, Coord start) {
+std::uint32_t MemoryConsole::fillOutputAttribute(std::uint16_t attributes, std::uint32_t length,
+                                                 Coord start) {
   const std::span<Cell> cells = cellsToFill(length, start);
   for (Cell& cell : cells) {
     cell.attributes = attributes;
@@ -121,14 +129,16 @@ std::uint32_t MemoryConsole::fillOutputAttribute(std::uint16_t attributes, std::
   return static_cast<std::uint32_t>(cells.size());
 }
 
-bool MemoryConsole::scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination, CharInfo fill) {
+bool MemoryConsole::scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination,
+                                       CharInfo fill) {
   // The source is first clipped to the buffer; the destination moves along
   // with the part of the source that was cut off at the top or left.
   const Box source = clampToBuffer(scroll, width_, height_);
   if (source.empty()) {
     return false;
   }
-  const Box limit = clampToBuffer(clip != nullptr ? *clip : Rect{0, 0, 32767, 32767}, width_, height_);
+  const Box limit =
+      clampToBuffer(clip != nullptr ? *clip : Rect{0, 0, 32767, 32767}, width_, height_);
   const int columns = source.right - source.left + 1;
   const int rows = source.bottom - source.top + 1;
   const int targetLeft = destination.x + (source.left - scroll.left);
@@ -154,7 +164,8 @@ bool MemoryConsole::scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coo
       const int x = targetLeft + column;
       const int y = targetTop + row;
       if (!limit.empty() && limit.contains(x, y)) {
-        at(x, y) = block[static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) + static_cast<std::size_t>(column)];
+        at(x, y) = block[static_cast<std::size_t>(row) * static_cast<std::size_t>(columns) +
+                         static_cast<std::size_t>(column)];
       }
     }
   }
@@ -237,7 +248,8 @@ bool MemoryConsole::setTitle(std::u16string_view title) {
   return true;
 }
 
-std::size_t MemoryConsole::getEnvironmentVariable(const char16_t* name, std::span<char16_t> buffer) {
+std::size_t MemoryConsole::getEnvironmentVariable(const char16_t* name,
+                                                  std::span<char16_t> buffer) {
   const auto found = environment_.find(std::u16string_view(name));
   if (found == environment_.end()) {
     return 0;
@@ -253,14 +265,17 @@ std::size_t MemoryConsole::getEnvironmentVariable(const char16_t* name, std::spa
 
 const MemoryConsole::Cell& MemoryConsole::cell(int x, int y) const {
   if (!contains(x, y)) {
-    throw std::out_of_range("korvane::lineEdit::MemoryConsole::cell(): position outside the buffer");
+    throw std::out_of_range(
+        "korvane::lineEdit::MemoryConsole::cell(): position outside the buffer");
   }
-  return cells_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(x)];
+  return cells_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) +
+                static_cast<std::size_t>(x)];
 }
 
 void MemoryConsole::setCell(int x, int y, Cell value) {
   if (!contains(x, y)) {
-    throw std::out_of_range("korvane::lineEdit::MemoryConsole::setCell(): position outside the buffer");
+    throw std::out_of_range(
+        "korvane::lineEdit::MemoryConsole::setCell(): position outside the buffer");
   }
   at(x, y) = value;
 }
@@ -291,7 +306,8 @@ std::u16string MemoryConsole::drainInput() {
   return text;
 }
 
-void MemoryConsole::setEnvironmentVariable(std::u16string_view name, std::optional<std::u16string_view> value) {
+void MemoryConsole::setEnvironmentVariable(std::u16string_view name,
+                                           std::optional<std::u16string_view> value) {
   if (value) {
     environment_.insert_or_assign(std::u16string(name), std::u16string(*value));
   } else if (const auto found = environment_.find(name); found != environment_.end()) {

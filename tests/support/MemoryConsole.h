@@ -50,8 +50,10 @@ class MemoryConsole final : public Console {
   bool getCursorInfo(CursorInfo& info) override;
   bool setCursorInfo(const CursorInfo& info) override;
   std::uint32_t fillOutputCharacter(char16_t character, std::uint32_t length, Coord start) override;
-  std::uint32_t fillOutputAttribute(std::uint16_t attributes, std::uint32_t length, Coord start) override;
-  bool scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination, CharInfo fill) override;
+  std::uint32_t fillOutputAttribute(std::uint16_t attributes, std::uint32_t length,
+                                    Coord start) override;
+  bool scrollScreenBuffer(const Rect& scroll, const Rect* clip, Coord destination,
+                          CharInfo fill) override;
   bool setTextAttribute(std::uint16_t attributes) override;
   bool writeText(std::u16string_view text) override;
   bool writeInput(std::span<const KeyEvent> events) override;
@@ -94,11 +96,16 @@ class MemoryConsole final : public Console {
   bool cursorVisibleAtLastWrite() const noexcept { return cursorVisibleAtLastWrite_; }
 
  private:
-  bool contains(int x, int y) const noexcept { return x >= 0 && x < width_ && y >= 0 && y < height_; }
+  bool contains(int x, int y) const noexcept {
+    return x >= 0 && x < width_ && y >= 0 && y < height_;
+  }
   // The cells a fill of `length` cells from `start` covers: up to the end of
   // the buffer, none when start lies outside it.
   std::span<Cell> cellsToFill(std::uint32_t length, Coord start);
-  Cell& at(int x, int y) { return cells_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) + static_cast<std::size_t>(x)]; }
+  Cell& at(int x, int y) {
+    return cells_[static_cast<std::size_t>(y) * static_cast<std::size_t>(width_) +
+                  static_cast<std::size_t>(x)];
+  }
   void putCharacter(char16_t character);
   void lineFeed();
 

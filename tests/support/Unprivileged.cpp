@@ -1,10 +1,9 @@
 #include "tests/support/Unprivileged.h"
 
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
 
 #include <cstdio>
 
@@ -30,8 +29,7 @@ void runUnprivileged(const std::function<void()>& body,
     for (const auto& path : ownedPaths) {
       if (::chown(path.c_str(), nobodyUser, nobodyGroup) != 0) ::_exit(3);
     }
-    if (::setgroups(0, nullptr) != 0 || ::setgid(nobodyGroup) != 0 ||
-        ::setuid(nobodyUser) != 0) {
+    if (::setgroups(0, nullptr) != 0 || ::setgid(nobodyGroup) != 0 || ::setuid(nobodyUser) != 0) {
       ::_exit(4);
     }
     body();

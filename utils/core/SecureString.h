@@ -14,8 +14,8 @@
 #include <string>
 #include <string_view>
 
-#include "utils/core/ZeroingAllocator.h"
 #include "utils/core/SecureZero.h"
+#include "utils/core/ZeroingAllocator.h"
 
 namespace korvane::utils::core {
 

@@ -54,8 +54,7 @@ class Uuid {
   // Parses the 36-character text form; std::errc::invalid_argument for any
   // other text.
   template <typename CharT>
-  static Expected<Uuid, std::error_code> fromStringInternal(const CharT* text,
-                                                                 std::size_t length);
+  static Expected<Uuid, std::error_code> fromStringInternal(const CharT* text, std::size_t length);
 
   static Expected<Uuid, std::error_code> fromString(std::string_view text);
 
@@ -74,7 +73,7 @@ template <>
 void Uuid::toStringInternal<char>(char* out) const;
 template <>
 Expected<Uuid, std::error_code> Uuid::fromStringInternal<char>(const char* text,
-                                                                    std::size_t length);
+                                                               std::size_t length);
 
 inline Expected<Uuid, std::error_code> Uuid::fromString(std::string_view text) {
   return fromStringInternal<char>(text.data(), text.size());

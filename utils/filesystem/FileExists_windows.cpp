@@ -18,9 +18,9 @@ bool meansNotFound(DWORD error) {
 bool fileExists(const std::filesystem::path& path) {
   // Opening with no access rights follows links and junctions to their
   // target; FILE_FLAG_BACKUP_SEMANTICS lets directories be opened too.
-  const HANDLE handle = ::CreateFileW(path.c_str(), 0,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  const HANDLE handle =
+      ::CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (handle != INVALID_HANDLE_VALUE) {
     ::CloseHandle(handle);
     return true;

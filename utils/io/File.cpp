@@ -26,9 +26,12 @@ File::~File() { release(); }
 
 const char* File::pseudoFileName(PseudoFile pseudoFile) noexcept {
   switch (pseudoFile) {
-    case PseudoFile::standardInput: return "standard input";
-    case PseudoFile::standardOutput: return "standard output";
-    case PseudoFile::standardError: return "standard error";
+    case PseudoFile::standardInput:
+      return "standard input";
+    case PseudoFile::standardOutput:
+      return "standard output";
+    case PseudoFile::standardError:
+      return "standard error";
   }
   return "standard stream";
 }

@@ -11,15 +11,22 @@ namespace {
 
 HANDLE toHandle(File::NativeHandle handle) { return reinterpret_cast<HANDLE>(handle); }
 
-File::NativeHandle fromHandle(HANDLE handle) { return reinterpret_cast<File::NativeHandle>(handle); }
+File::NativeHandle fromHandle(HANDLE handle) {
+  return reinterpret_cast<File::NativeHandle>(handle);
+}
 
 DWORD desiredAccess(File::Access access) {
   switch (access) {
-    case File::Access::read: return GENERIC_READ;
-    case File::Access::write: return GENERIC_WRITE;
-    case File::Access::readWrite: return GENERIC_READ | GENERIC_WRITE;
-    case File::Access::createOrTruncate: return GENERIC_WRITE;
-    case File::Access::createNew: return GENERIC_WRITE;
+    case File::Access::read:
+      return GENERIC_READ;
+    case File::Access::write:
+      return GENERIC_WRITE;
+    case File::Access::readWrite:
+      return GENERIC_READ | GENERIC_WRITE;
+    case File::Access::createOrTruncate:
+      return GENERIC_WRITE;
+    case File::Access::createNew:
+      return GENERIC_WRITE;
   }
   return GENERIC_READ;
 }
@@ -28,10 +35,13 @@ DWORD creationDisposition(File::Access access) {
   switch (access) {
     case File::Access::read:
     case File::Access::write:
-    case File::Access::readWrite: return OPEN_EXISTING;
-    case File::Access::createOrTruncate: return CREATE_ALWAYS;
+    case File::Access::readWrite:
+      return OPEN_EXISTING;
+    case File::Access::createOrTruncate:
+      return CREATE_ALWAYS;
     // Fails on any name that exists, a link included, without following it.
-    case File::Access::createNew: return CREATE_NEW;
+    case File::Access::createNew:
+      return CREATE_NEW;
   }
   return OPEN_EXISTING;
 }
@@ -48,9 +58,12 @@ DWORD shareMode(File::Access access) {
 
 DWORD standardHandleId(File::PseudoFile pseudoFile) {
   switch (pseudoFile) {
-    case File::PseudoFile::standardInput: return STD_INPUT_HANDLE;
-    case File::PseudoFile::standardOutput: return STD_OUTPUT_HANDLE;
-    case File::PseudoFile::standardError: return STD_ERROR_HANDLE;
+    case File::PseudoFile::standardInput:
+      return STD_INPUT_HANDLE;
+    case File::PseudoFile::standardOutput:
+      return STD_OUTPUT_HANDLE;
+    case File::PseudoFile::standardError:
+      return STD_ERROR_HANDLE;
   }
   return STD_INPUT_HANDLE;
 }
@@ -61,7 +74,8 @@ bool isMissing(std::error_code code) {
 
 }  // namespace
 
-const File::NativeHandle File::invalidHandle = reinterpret_cast<File::NativeHandle>(INVALID_HANDLE_VALUE);
+const File::NativeHandle File::invalidHandle =
+    reinterpret_cast<File::NativeHandle>(INVALID_HANDLE_VALUE);
 
 File::File(PseudoFile pseudoFile)
     : path_(pseudoFileName(pseudoFile)),
@@ -78,7 +92,8 @@ File::File(const std::filesystem::path& path, Access access, std::filesystem::pe
   if (handle == INVALID_HANDLE_VALUE) {
     const std::error_code code = lastSystemError();
     if (access == Access::read && isMissing(code)) {
-      throwFileError("open", path, std::make_error_code(std::errc::no_such_file_or_directory), true);
+      throwFileError("open", path, std::make_error_code(std::errc::no_such_file_or_directory),
+                     true);
     }
     throwFileError("open", path, code);
   }

@@ -72,9 +72,7 @@ class BasicStaticString {
   friend bool operator==(const BasicStaticString& a, const BasicStaticString& b) noexcept {
     return a.view() == b.view();
   }
-  friend bool operator==(const BasicStaticString& a, view_type b) noexcept {
-    return a.view() == b;
-  }
+  friend bool operator==(const BasicStaticString& a, view_type b) noexcept { return a.view() == b; }
 
  private:
   void setLengthUnchecked(size_type size) noexcept {

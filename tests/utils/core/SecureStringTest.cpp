@@ -1,11 +1,11 @@
-#include "utils/core/SecureString.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
+
+#include "utils/core/SecureString.h"
 
 namespace korvane::utils::core {
 namespace {

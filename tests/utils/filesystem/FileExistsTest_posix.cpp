@@ -1,13 +1,11 @@
-#include "utils/filesystem/FileExists.h"
-
-#include <sys/stat.h>
-
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unprivileged.h"
+#include "utils/filesystem/FileExists.h"
 
 namespace korvane::utils::filesystem {
 namespace {

@@ -1,7 +1,5 @@
 // fileExists on Windows: files and folders exist; "not found", "path not
 // found", invalid names and unreachable shares mean false.
-#include "utils/filesystem/FileExists.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -9,6 +7,7 @@
 #include <string>
 
 #include "tests/support/TemporaryDirectory_windows.h"
+#include "utils/filesystem/FileExists.h"
 
 namespace korvane {
 namespace {

@@ -1,9 +1,9 @@
-#include "utils/filesystem/PrintablePath.h"
-
 #include <gtest/gtest.h>
 
 #include <iterator>
 #include <string>
+
+#include "utils/filesystem/PrintablePath.h"
 
 namespace korvane::utils::filesystem {
 namespace {

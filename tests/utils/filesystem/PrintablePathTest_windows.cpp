@@ -1,15 +1,14 @@
 // toPrintable on Windows: paths print with "\" and in UTF-8, whatever the
 // process's code pages (this program runs in the one the system gives;
 // Wine: 1252).
-#include "utils/filesystem/PrintablePath.h"
-
-#include <windows.h>
-
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <filesystem>
 #include <string>
 #include <system_error>
+
+#include "utils/filesystem/PrintablePath.h"
 
 namespace korvane {
 namespace {

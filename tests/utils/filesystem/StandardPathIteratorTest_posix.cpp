@@ -1,11 +1,11 @@
-#include "utils/filesystem/StandardPathIterator.h"
-
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "utils/filesystem/StandardPathIterator.h"
 
 namespace korvane::utils::filesystem {
 namespace {

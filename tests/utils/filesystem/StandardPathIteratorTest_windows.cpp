@@ -1,13 +1,12 @@
 // StandardPathIterator on Windows: the configuration location is
 // %ProgramData%, once.
-#include "utils/filesystem/StandardPathIterator.h"
-
-#include <windows.h>
-
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <filesystem>
 #include <iterator>
+
+#include "utils/filesystem/StandardPathIterator.h"
 
 namespace korvane {
 namespace {

@@ -2,11 +2,8 @@
 // and the other open failures, standard input from a file or a pipe,
 // reading a regular file again after a rewind, and what a file open for
 // reading lets other programs do.
-#include "utils/io/File.h"
-
-#include <windows.h>
-
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <fstream>
 #include <iterator>
@@ -15,6 +12,7 @@
 
 #include "tests/support/TemporaryDirectory_windows.h"
 #include "utils/filesystem/PrintablePath.h"
+#include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/io/FileNotFoundError.h"
 #include "utils/io/FileOutputStream.h"
@@ -22,8 +20,8 @@
 namespace korvane {
 namespace {
 
-using testing::TemporaryDirectory;
 using testing::readText;
+using testing::TemporaryDirectory;
 using testing::writeText;
 using utils::io::File;
 

@@ -52,20 +52,52 @@ Outcome decode(const std::string& text, const std::string& what) {
 // Every rule of RFC 8259, accepted side.
 const char* const validTexts[] = {
     // Values of each kind at the top level (section 2).
-    "{}", "[]", "\"\"", "0", "-0", "1", "-1", "true", "false", "null",
+    "{}",
+    "[]",
+    "\"\"",
+    "0",
+    "-0",
+    "1",
+    "-1",
+    "true",
+    "false",
+    "null",
     // Whitespace: space, tab, line feed, carriage return, around every token.
     " \t\r\n{ \t\r\n\"a\" \t\r\n: \t\r\n[ \t\r\n1 \t\r\n, \t\r\n2 \t\r\n] \t\r\n} \t\r\n",
     // Objects (section 4): duplicate names are allowed, any order.
-    "{\"a\":1,\"a\":2}", "{\"\":0}", "{\"a\":{\"b\":{\"c\":[]}}}",
+    "{\"a\":1,\"a\":2}",
+    "{\"\":0}",
+    "{\"a\":{\"b\":{\"c\":[]}}}",
     // Arrays (section 5): mixed kinds.
-    "[1,\"a\",true,false,null,{},[],-1.5e3]", "[[[]]]",
+    "[1,\"a\",true,false,null,{},[],-1.5e3]",
+    "[[[]]]",
     // Numbers (section 6).
-    "0.0", "1.25", "-0.5", "10", "123456789012345678901234567890", "1e5", "1E5", "1e+5", "1e-5", "1.5E-300",
-    "0e0", "-0.0e-0", "1e999999",
+    "0.0",
+    "1.25",
+    "-0.5",
+    "10",
+    "123456789012345678901234567890",
+    "1e5",
+    "1E5",
+    "1e+5",
+    "1e-5",
+    "1.5E-300",
+    "0e0",
+    "-0.0e-0",
+    "1e999999",
     // Strings (section 7): every escape, surrogate pairs, raw UTF-8 of each length, DEL raw.
-    "\"\\\" \\\\ \\/ \\b \\f \\n \\r \\t\"", "\"\\u0000\"", "\"\\u00e9\\u00E9\"", "\"\\ud834\\udd1e\"",
-    "\"\\uDBFF\\uDFFF\"", "\"\\uffff\"", "\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF\"",
-    "\"\x7F\"", "\"\xEF\xBF\xBF\"", "\"\xE0\xA0\x80\"", "\"\xED\x9F\xBF\"", "\"\xEE\x80\x80\"",
+    "\"\\\" \\\\ \\/ \\b \\f \\n \\r \\t\"",
+    "\"\\u0000\"",
+    "\"\\u00e9\\u00E9\"",
+    "\"\\ud834\\udd1e\"",
+    "\"\\uDBFF\\uDFFF\"",
+    "\"\\uffff\"",
+    "\"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF\"",
+    "\"\x7F\"",
+    "\"\xEF\xBF\xBF\"",
+    "\"\xE0\xA0\x80\"",
+    "\"\xED\x9F\xBF\"",
+    "\"\xEE\x80\x80\"",
     // A leading UTF-8 byte order mark is ignored.
     "\xEF\xBB\xBF{}",
 };
@@ -73,23 +105,100 @@ const char* const validTexts[] = {
 // Every rule of RFC 8259, rejected side.
 const char* const invalidTexts[] = {
     // No value, or more than one.
-    "", " ", "{} {}", "1 2", "[] x", "{}}",
+    "",
+    " ",
+    "{} {}",
+    "1 2",
+    "[] x",
+    "{}}",
     // Structure.
-    "{", "}", "[", "]", "{,}", "[,]", "[1,]", "[,1]", "[1 2]", "{\"a\":1,}", "{\"a\" 1}", "{\"a\":}",
-    "{a:1}", "{'a':1}", "{1:1}", "{\"a\":1 \"b\":2}", "[1:2]", "{\"a\",1}", "[}", "{]",
+    "{",
+    "}",
+    "[",
+    "]",
+    "{,}",
+    "[,]",
+    "[1,]",
+    "[,1]",
+    "[1 2]",
+    "{\"a\":1,}",
+    "{\"a\" 1}",
+    "{\"a\":}",
+    "{a:1}",
+    "{'a':1}",
+    "{1:1}",
+    "{\"a\":1 \"b\":2}",
+    "[1:2]",
+    "{\"a\",1}",
+    "[}",
+    "{]",
     // Literals are lower case and complete.
-    "tru", "True", "nul", "NULL", "falsey", "nan", "Infinity", "undefined",
+    "tru",
+    "True",
+    "nul",
+    "NULL",
+    "falsey",
+    "nan",
+    "Infinity",
+    "undefined",
     // Numbers.
-    "+1", "01", "-01", "00", ".5", "1.", "1.e5", "-", "--1", "1e", "1e+", "1E-", "0x10", "1.5.5", "- 1",
-    "[-]", "1_000", "\xD9\xA1",
-    // Strings: unterminated, single quotes, raw controls, bad escapes, bad hex, surrogates, bad UTF-8.
-    "\"", "\"abc", "'a'", "\"a\nb\"", "\"\t\"", "\"\x1F\"", "\"\\x\"", "\"\\U0041\"", "\"\\u12\"", "\"\\u12G4\"",
-    "\"\\\"", "\"\\ud800\"", "\"\\udc00\"", "\"\\ud800\\u0041\"", "\"\\ud800\\ud800\"", "\"\\udc00\\ud800\"",
-    "\"\\ud800x\"", "\"\x80\"", "\"\xC3\"", "\"\xC3(\"", "\"\xC0\xAF\"", "\"\xC1\xBF\"", "\"\xE0\x80\xAF\"",
-    "\"\xED\xA0\x80\"", "\"\xF0\x80\x80\xAF\"", "\"\xF4\x90\x80\x80\"", "\"\xF5\x80\x80\x80\"", "\"\xFF\"",
+    "+1",
+    "01",
+    "-01",
+    "00",
+    ".5",
+    "1.",
+    "1.e5",
+    "-",
+    "--1",
+    "1e",
+    "1e+",
+    "1E-",
+    "0x10",
+    "1.5.5",
+    "- 1",
+    "[-]",
+    "1_000",
+    "\xD9\xA1",
+    // Strings: unterminated, single quotes, raw controls, bad escapes, bad hex, surrogates, bad
+    // UTF-8.
+    "\"",
+    "\"abc",
+    "'a'",
+    "\"a\nb\"",
+    "\"\t\"",
+    "\"\x1F\"",
+    "\"\\x\"",
+    "\"\\U0041\"",
+    "\"\\u12\"",
+    "\"\\u12G4\"",
+    "\"\\\"",
+    "\"\\ud800\"",
+    "\"\\udc00\"",
+    "\"\\ud800\\u0041\"",
+    "\"\\ud800\\ud800\"",
+    "\"\\udc00\\ud800\"",
+    "\"\\ud800x\"",
+    "\"\x80\"",
+    "\"\xC3\"",
+    "\"\xC3(\"",
+    "\"\xC0\xAF\"",
+    "\"\xC1\xBF\"",
+    "\"\xE0\x80\xAF\"",
+    "\"\xED\xA0\x80\"",
+    "\"\xF0\x80\x80\xAF\"",
+    "\"\xF4\x90\x80\x80\"",
+    "\"\xF5\x80\x80\x80\"",
+    "\"\xFF\"",
     "\"\xE2\x82\"",
     // Bytes outside strings.
-    "\x80", "[\xC3\xA9]", "\xEF\xBB", "\xEF\xBB\xBF", "\xEF\xBB\xBF\xEF\xBB\xBF{}", "/* c */ {}", "{} // c",
+    "\x80",
+    "[\xC3\xA9]",
+    "\xEF\xBB",
+    "\xEF\xBB\xBF",
+    "\xEF\xBB\xBF\xEF\xBB\xBF{}",
+    "/* c */ {}",
+    "{} // c",
 };
 
 TEST(ConformanceTest, ValidTextsOfTheOwnTable) {
@@ -99,8 +208,9 @@ TEST(ConformanceTest, ValidTextsOfTheOwnTable) {
 TEST(ConformanceTest, InvalidTextsOfTheOwnTable) {
   for (const char* text : invalidTexts) EXPECT_EQ(decode(text, text), Outcome::rejected) << text;
   // NUL bytes, which the C strings above cannot hold.
-  for (const std::string& text : {std::string("\0", 1), std::string("[\0]", 3), std::string("\"\0\"", 3),
-                                 std::string("{}\0", 3), std::string("[1\0]", 4)}) {
+  for (const std::string& text :
+       {std::string("\0", 1), std::string("[\0]", 3), std::string("\"\0\"", 3),
+        std::string("{}\0", 3), std::string("[1\0]", 4)}) {
     EXPECT_EQ(decode(text, "with NUL"), Outcome::rejected);
   }
 }
@@ -151,7 +261,8 @@ const std::map<std::string, Outcome> implementationDefined = {
 TEST(ConformanceTest, PublicParsingSuite) {
   const std::filesystem::path folder = test::conformanceSuiteFolder();
   if (folder.empty() || !std::filesystem::is_directory(folder)) {
-    GTEST_SKIP() << "the public JSON parsing suite is not present (KORVANE_SOURCE_DIR/../shared/testdata)";
+    GTEST_SKIP()
+        << "the public JSON parsing suite is not present (KORVANE_SOURCE_DIR/../shared/testdata)";
   }
   int accepted = 0;
   int rejected = 0;

@@ -1,5 +1,3 @@
-#include "utils/json/decoder/Document.h"
-
 #include <gtest/gtest.h>
 
 #include <list>
@@ -10,6 +8,7 @@
 #include "tests/utils/json/MemoryStreams.h"
 #include "tests/utils/json/Walk.h"
 #include "utils/filesystem/PrintablePath.h"
+#include "utils/json/decoder/Document.h"
 
 namespace korvane::utils::json::decoder {
 namespace {
@@ -47,7 +46,8 @@ std::string skipError(const std::string& json, std::size_t bufferSize = 64 * 102
 }
 
 TEST(DecoderTest, ReadsMembersInOrder) {
-  MemoryInputStream stream(R"({"users": [{"userName": "ann", "UUID": "0123456789abcdef0123456789ABCDEF"}],
+  MemoryInputStream stream(
+      R"({"users": [{"userName": "ann", "UUID": "0123456789abcdef0123456789ABCDEF"}],
       "x": {"a": [1, 2.5e-3, true, false, null, {"b": "c"}]}, "name": "\u00e9\ud83d\ude00\n"})");
   Document document(stream, "users.json");
   std::vector<std::string> names;
@@ -61,7 +61,8 @@ TEST(DecoderTest, ReadsMembersInOrder) {
 }
 
 TEST(DecoderTest, ReadsUuidAndUserObjects) {
-  MemoryInputStream stream(R"({"users": [{"userName": "ann", "UUID": "01234567-89ab-cdef-0123-456789ABCDEF"},
+  MemoryInputStream stream(
+      R"({"users": [{"userName": "ann", "UUID": "01234567-89ab-cdef-0123-456789ABCDEF"},
       {"UUID": "00000000-0000-0000-0000-000000000001", "extra": [[[]]], "userName": "bob"}]})");
   Document document(stream, "users.json");
   std::vector<std::string> users;
@@ -84,7 +85,8 @@ TEST(DecoderTest, ReadsUuidAndUserObjects) {
 }
 
 TEST(DecoderTest, NameMovesOut) {
-  MemoryInputStream stream(R"({"a long member name, longer than any small buffer": "v", "b": "w"})");
+  MemoryInputStream stream(
+      R"({"a long member name, longer than any small buffer": "v", "b": "w"})");
   Document document(stream, "p.json");
   std::vector<std::string> names;
   std::vector<std::string> values;
@@ -93,7 +95,8 @@ TEST(DecoderTest, NameMovesOut) {
     std::string name = std::move(member.name());
     names.push_back(std::move(name));
   }
-  EXPECT_EQ(names, (std::vector<std::string>{"a long member name, longer than any small buffer", "b"}));
+  EXPECT_EQ(names,
+            (std::vector<std::string>{"a long member name, longer than any small buffer", "b"}));
   EXPECT_EQ(values, (std::vector<std::string>{"v", "w"}));
 }
 
@@ -135,7 +138,8 @@ TEST(DecoderTest, ValueLocationAndKinds) {
       columns.push_back(element.location().column());
       EXPECT_EQ(element.location().line(), 3u);
     }
-    EXPECT_EQ(kinds, (std::vector<Kind>{Kind::object, Kind::string, Kind::number, Kind::boolean, Kind::null}));
+    EXPECT_EQ(kinds, (std::vector<Kind>{Kind::object, Kind::string, Kind::number, Kind::boolean,
+                                        Kind::null}));
     EXPECT_EQ(columns, (std::vector<std::uint64_t>{5, 9, 14, 18, 24}));
   }
   EXPECT_FALSE(Location());
@@ -159,7 +163,8 @@ TEST(DecoderTest, ColumnsCountCharactersNotBytes) {
 
 TEST(DecoderTest, SameResultsForEveryBufferSize) {
   const std::vector<std::string> texts = {
-      "{\"a\": [1, -2.5E+10, \"\\u00e9\\ud834\\udd1e\\n\\\"\", {\"b\": null}], \"\xC3\xA9\xE2\x82\xAC\": "
+      "{\"a\": [1, -2.5E+10, \"\\u00e9\\ud834\\udd1e\\n\\\"\", {\"b\": null}], "
+      "\"\xC3\xA9\xE2\x82\xAC\": "
       "\"\xF0\x9F\x98\x80x\"}",
       "\xEF\xBB\xBF [true , false,null, 0.0e0 ]\r\n",
       "{\"a\": [1, 2,\n \"\xC3\xA9\xC3\xA9\" 3]}",
@@ -196,27 +201,48 @@ TEST(DecoderTest, SameResultsForEveryBufferSize) {
 }
 
 TEST(DecoderTest, ErrorsOfEveryKindAreLocated) {
-  EXPECT_EQ(typedError("{\"a\": \"\\ud800x\"}"), "\"t.json\", line 1, column 8: unpaired high surrogate \\uD800");
-  EXPECT_EQ(typedError("[\"\\udc00\"]"), "\"t.json\", line 1, column 3: unpaired low surrogate \\uDC00");
-  EXPECT_EQ(typedError("[\"a\tb\"]"), "\"t.json\", line 1, column 4: control character U+0009 must be escaped in a string");
-  EXPECT_EQ(typedError(std::string("[\"a\0b\"]", 7)), "\"t.json\", line 1, column 4: a NUL byte is not allowed in a string");
-  EXPECT_EQ(typedError(std::string("[1,\0]", 5)), "\"t.json\", line 1, column 4: expected a value, found a NUL byte");
-  EXPECT_EQ(typedError("[\"\xC3\xA9\xC3(\"]"), "\"t.json\", line 1, column 4: invalid UTF-8 sequence in a string");
-  EXPECT_EQ(typedError("[\"\xC0\x80\"]"), "\"t.json\", line 1, column 3: invalid UTF-8 byte 0xC0 in a string");
-  EXPECT_EQ(typedError("[\"\xED\xA0\x80\"]"), "\"t.json\", line 1, column 3: invalid UTF-8 sequence in a string");
-  EXPECT_EQ(typedError("[\"\\x\"]"), "\"t.json\", line 1, column 4: invalid escape sequence: expected one of \" \\ / b f n r t u after '\\', found 'x'");
+  EXPECT_EQ(typedError("{\"a\": \"\\ud800x\"}"),
+            "\"t.json\", line 1, column 8: unpaired high surrogate \\uD800");
+  EXPECT_EQ(typedError("[\"\\udc00\"]"),
+            "\"t.json\", line 1, column 3: unpaired low surrogate \\uDC00");
+  EXPECT_EQ(typedError("[\"a\tb\"]"),
+            "\"t.json\", line 1, column 4: control character U+0009 must be escaped in a string");
+  EXPECT_EQ(typedError(std::string("[\"a\0b\"]", 7)),
+            "\"t.json\", line 1, column 4: a NUL byte is not allowed in a string");
+  EXPECT_EQ(typedError(std::string("[1,\0]", 5)),
+            "\"t.json\", line 1, column 4: expected a value, found a NUL byte");
+  EXPECT_EQ(typedError("[\"\xC3\xA9\xC3(\"]"),
+            "\"t.json\", line 1, column 4: invalid UTF-8 sequence in a string");
+  EXPECT_EQ(typedError("[\"\xC0\x80\"]"),
+            "\"t.json\", line 1, column 3: invalid UTF-8 byte 0xC0 in a string");
+  EXPECT_EQ(typedError("[\"\xED\xA0\x80\"]"),
+            "\"t.json\", line 1, column 3: invalid UTF-8 sequence in a string");
+  EXPECT_EQ(typedError("[\"\\x\"]"),
+            "\"t.json\", line 1, column 4: invalid escape sequence: expected one of \" \\ / b f n "
+            "r t u after '\\', found 'x'");
   EXPECT_EQ(typedError("[tru]"), "\"t.json\", line 1, column 2: invalid literal, expected true");
-  EXPECT_EQ(typedError("[-]"), "\"t.json\", line 1, column 3: expected a digit in a number, found ']'");
-  EXPECT_EQ(typedError("[1.]"), "\"t.json\", line 1, column 4: expected a digit after the decimal point, found ']'");
-  EXPECT_EQ(typedError("[1e+]"), "\"t.json\", line 1, column 5: expected a digit in the exponent, found ']'");
-  EXPECT_EQ(typedError("{} {}"), "\"t.json\", line 1, column 4: expected the end of the input after the top-level value, found '{'");
+  EXPECT_EQ(typedError("[-]"),
+            "\"t.json\", line 1, column 3: expected a digit in a number, found ']'");
+  EXPECT_EQ(typedError("[1.]"),
+            "\"t.json\", line 1, column 4: expected a digit after the decimal point, found ']'");
+  EXPECT_EQ(typedError("[1e+]"),
+            "\"t.json\", line 1, column 5: expected a digit in the exponent, found ']'");
+  EXPECT_EQ(typedError("{} {}"),
+            "\"t.json\", line 1, column 4: expected the end of the input after the top-level "
+            "value, found '{'");
   EXPECT_EQ(typedError(""), "\"t.json\", line 1, column 1: expected a value, found end of input");
-  EXPECT_EQ(typedError("{\"a\" 1}"), "\"t.json\", line 1, column 6: expected ':' after a member name, found '1'");
-  EXPECT_EQ(typedError("{\"a\":1,}"), "\"t.json\", line 1, column 8: expected a member name (a string), found '}'");
+  EXPECT_EQ(typedError("{\"a\" 1}"),
+            "\"t.json\", line 1, column 6: expected ':' after a member name, found '1'");
+  EXPECT_EQ(typedError("{\"a\":1,}"),
+            "\"t.json\", line 1, column 8: expected a member name (a string), found '}'");
   EXPECT_EQ(typedError("[1,]"), "\"t.json\", line 1, column 4: expected a value, found ']'");
-  EXPECT_EQ(typedError("[\"abc"), "\"t.json\", line 1, column 6: expected '\"' to end the string, found end of input");
-  EXPECT_EQ(typedError("\xEF\xBB"), "\"t.json\", line 1, column 1: expected a value, found byte 0xEF");
-  EXPECT_EQ(typedError("\xEF\xBB\xBF{\"a\":1} x"), "\"t.json\", line 1, column 9: expected the end of the input after the top-level value, found 'x'");
+  EXPECT_EQ(typedError("[\"abc"),
+            "\"t.json\", line 1, column 6: expected '\"' to end the string, found end of input");
+  EXPECT_EQ(typedError("\xEF\xBB"),
+            "\"t.json\", line 1, column 1: expected a value, found byte 0xEF");
+  EXPECT_EQ(typedError("\xEF\xBB\xBF{\"a\":1} x"),
+            "\"t.json\", line 1, column 9: expected the end of the input after the top-level "
+            "value, found 'x'");
 }
 
 TEST(DecoderTest, TypeErrorsAreLocatedExceptions) {
@@ -238,18 +264,21 @@ TEST(DecoderTest, TypeErrorsAreLocatedExceptions) {
             "\"t.json\", line 1, column 7: expected an array, found an object");
   EXPECT_EQ(error("{\"a\": null}", [](Value& v) { v.toUuid(); }),
             "\"t.json\", line 1, column 7: expected a string holding a UUID, found null");
-  EXPECT_EQ(error("{\"a\": \"{01234567-89ab-cdef-0123-456789abcdef}\"}", [](Value& v) { v.toUuid(); }),
-            "\"t.json\", line 1, column 7: expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
-  EXPECT_EQ(error("[]", [](Value&) {}), "\"t.json\", line 1, column 1: expected an object, found an array");
+  EXPECT_EQ(
+      error("{\"a\": \"{01234567-89ab-cdef-0123-456789abcdef}\"}", [](Value& v) { v.toUuid(); }),
+      "\"t.json\", line 1, column 7: expected a UUID (8-4-4-4-12 hexadecimal digits), found a "
+      "string that is not one");
+  EXPECT_EQ(error("[]", [](Value&) {}),
+            "\"t.json\", line 1, column 1: expected an object, found an array");
 }
 
 TEST(DecoderTest, ErrorsAreCaughtAsRuntimeErrorsAndStdExceptions) {
   MemoryInputStream stream("[x]");
   Document document(stream, "/etc/xdg/Korvane/Config/users.json");
   // The file is named as every message names paths (with "\" on Windows).
-  const std::string expected =
-      "\"" + filesystem::toPrintable("/etc/xdg/Korvane/Config/users.json") +
-      "\", line 1, column 2: expected a value, found 'x'";
+  const std::string expected = "\"" +
+                               filesystem::toPrintable("/etc/xdg/Korvane/Config/users.json") +
+                               "\", line 1, column 2: expected a value, found 'x'";
   try {
     document.finish();
     FAIL() << "no error";
@@ -274,7 +303,8 @@ TEST(DecoderTest, ThrowAtLocation) {
   try {
     throwAtLocation(where, "multiple user names specified for user \"ann\"");
   } catch (const std::exception& error) {
-    EXPECT_STREQ(error.what(), "\"u.json\", line 4, column 7: multiple user names specified for user \"ann\"");
+    EXPECT_STREQ(error.what(),
+                 "\"u.json\", line 4, column 7: multiple user names specified for user \"ann\"");
     EXPECT_NE(dynamic_cast<const Exception*>(&error), nullptr);
     EXPECT_NE(dynamic_cast<const std::runtime_error*>(&error), nullptr);
   }
@@ -373,17 +403,23 @@ TEST(DecoderTest, MisusedWalksNameTheirView) {
   const auto staleElement = element;
   ++element;
   EXPECT_EQ(logicError([&] { *staleElement; }),
-            "korvane::utils::json::decoder::Array: iterator used after the walk moved on or past the end");
-  EXPECT_EQ(logicError([&] { array.begin(); }), "korvane::utils::json::decoder::Array: walked more than once");
+            "korvane::utils::json::decoder::Array: iterator used after the walk moved on or past "
+            "the end");
+  EXPECT_EQ(logicError([&] { array.begin(); }),
+            "korvane::utils::json::decoder::Array: walked more than once");
   EXPECT_EQ(logicError([&] { ++element; }),
-            "korvane::utils::json::decoder::Array: iterator used after the walk moved on or past the end");
-  EXPECT_EQ(logicError([&] { object.begin(); }), "korvane::utils::json::decoder::Object: walked more than once");
+            "korvane::utils::json::decoder::Array: iterator used after the walk moved on or past "
+            "the end");
+  EXPECT_EQ(logicError([&] { object.begin(); }),
+            "korvane::utils::json::decoder::Object: walked more than once");
   const auto staleMember = it;
   ++it;
   EXPECT_EQ(logicError([&] { staleMember->value(); }),
-            "korvane::utils::json::decoder::Object: iterator used after the walk moved on or past the end");
+            "korvane::utils::json::decoder::Object: iterator used after the walk moved on or past "
+            "the end");
   EXPECT_EQ(logicError([] { *Object::Iterator(); }),
-            "korvane::utils::json::decoder::Object: iterator used after the walk moved on or past the end");
+            "korvane::utils::json::decoder::Object: iterator used after the walk moved on or past "
+            "the end");
   it->value().skip();
   ++it;
   EXPECT_TRUE(it == object.end());
@@ -391,8 +427,10 @@ TEST(DecoderTest, MisusedWalksNameTheirView) {
 
 TEST(DecoderTest, DeepNestingIsAnErrorNotAStackOverflow) {
   const std::string deep(1000000, '[');
-  EXPECT_EQ(skipError(deep), "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
-  EXPECT_EQ(typedError(deep), "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
+  EXPECT_EQ(skipError(deep),
+            "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
+  EXPECT_EQ(typedError(deep),
+            "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
 
   // Through typed views held open at every level.
   struct Level {
@@ -410,7 +448,8 @@ TEST(DecoderTest, DeepNestingIsAnErrorNotAStackOverflow) {
       value = &*levels.back().it;
     }
   } catch (const Exception& error) {
-    EXPECT_STREQ(error.what(), "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
+    EXPECT_STREQ(error.what(),
+                 "\"t.json\", line 1, column 1001: nesting deeper than 1000 levels, found '['");
   }
   EXPECT_EQ(levels.size(), 1000u);
 

@@ -42,7 +42,9 @@ class MemoryInputStream : public io::InputStream<char> {
 class SplitInputStream : public io::InputStream<char> {
  public:
   SplitInputStream(std::string text, std::size_t split)
-      : io::InputStream<char>(std::max<std::size_t>(text.size(), 1)), text_(std::move(text)), split_(split) {}
+      : io::InputStream<char>(std::max<std::size_t>(text.size(), 1)),
+        text_(std::move(text)),
+        split_(split) {}
 
  protected:
   std::size_t readSome(std::span<char> into) override {

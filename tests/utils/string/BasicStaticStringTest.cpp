@@ -1,10 +1,9 @@
-#include "utils/string/BasicStaticString.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "utils/string/BasicFixedString.h"
+#include "utils/string/BasicStaticString.h"
 
 namespace korvane::utils::string {
 namespace {

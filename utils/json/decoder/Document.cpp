@@ -13,7 +13,8 @@ Document::~Document() = default;
 
 Value& Document::root() {
   if (rootTaken_) {
-    throw std::logic_error("korvane::utils::json::decoder::Document: the top-level value was already taken");
+    throw std::logic_error(
+        "korvane::utils::json::decoder::Document: the top-level value was already taken");
   }
   const std::uint64_t id = parser_->startDocument();
   rootTaken_ = true;

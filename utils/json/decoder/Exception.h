@@ -3,7 +3,8 @@
 // Its text has the shape
 //     "<file>", line <L>, column <C>: <message>
 // for example
-//     "/etc/xdg/Korvane/Config/users.json", line 3, column 14: expected ',' or '}' after an object member, found 'x'
+//     "/etc/xdg/Korvane/Config/users.json", line 3, column 14: expected ',' or '}' after an object
+//     member, found 'x'
 // Lines and columns are 1-based; columns count characters (UTF-8 code
 // points). When the location is unknown the text is the message alone.
 //

@@ -21,13 +21,19 @@ constexpr const char* movedOn =
 // What a value starting with `c` is, for type errors.
 std::string describeValue(int c) {
   switch (c) {
-    case '{': return "an object";
-    case '[': return "an array";
-    case '"': return "a string";
+    case '{':
+      return "an object";
+    case '[':
+      return "an array";
+    case '"':
+      return "a string";
     case 't':
-    case 'f': return "a boolean";
-    case 'n': return "null";
-    default: break;
+    case 'f':
+      return "a boolean";
+    case 'n':
+      return "null";
+    default:
+      break;
   }
   if (c == '-' || isDigit(c)) return "a number";
   return {};
@@ -76,7 +82,8 @@ bool Parser::more() {
 
 std::uint64_t Parser::startDocument() {
   check();
-  if (started_) throw std::logic_error("korvane::utils::json::decoder: the top-level value was already taken");
+  if (started_)
+    throw std::logic_error("korvane::utils::json::decoder: the top-level value was already taken");
   started_ = true;
   // Columns of line 1 count from after a byte order mark.
   if (skipByteOrderMark()) lineStart_ = stream_.offset();
@@ -166,7 +173,9 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
     const std::string_view text(span.data() + 1, core::Uuid::textLength);
     if (plainStringLength(text.data(), text.data() + text.size()) == text.size()) {
       const auto uuid = core::Uuid::fromString(text);
-      if (!uuid) failAt(start, "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
+      if (!uuid)
+        failAt(start,
+               "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
       stream_.consume(quoted);
       pendingDone(id);
       return *uuid;
@@ -176,10 +185,13 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   char text[core::Uuid::textLength + 1];
   std::size_t length = 0;
   scanStringBody([&](const char* bytes, std::size_t count) {
-    for (std::size_t i = 0; i < count && length <= core::Uuid::textLength; ++i) text[length++] = bytes[i];
+    for (std::size_t i = 0; i < count && length <= core::Uuid::textLength; ++i)
+      text[length++] = bytes[i];
   });
   const auto uuid = core::Uuid::fromString(std::string_view(text, length));
-  if (!uuid) failAt(start, "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
+  if (!uuid)
+    failAt(start,
+           "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
   pendingDone(id);
   return *uuid;
 }

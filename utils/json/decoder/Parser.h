@@ -36,9 +36,9 @@
 
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
+#include "utils/json/ScanKernels.h"
 #include "utils/json/decoder/Grammar.h"
 #include "utils/json/decoder/Location.h"
-#include "utils/json/ScanKernels.h"
 
 namespace korvane::utils::json::decoder::detail {
 

@@ -8,18 +8,21 @@ String::~String() = default;
 
 void String::failStale() const {
   throw std::logic_error(
-      "korvane::utils::json::decoder::String: iterator used after the walk moved on or past the end");
+      "korvane::utils::json::decoder::String: iterator used after the walk moved on or past the "
+      "end");
 }
 
 String::Iterator String::begin() {
-  if (begun_) throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
+  if (begun_)
+    throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
   begun_ = true;
   step();
   return Iterator(this);
 }
 
 void String::appendTo(std::string& out) {
-  if (begun_) throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
+  if (begun_)
+    throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
   begun_ = true;
   for (;;) {
     const std::span<const char> run = parser_->takePlainRun(frameId_);
@@ -37,7 +40,8 @@ void String::appendTo(std::string& out) {
 }
 
 bool String::equals(std::string_view expected) {
-  if (begun_) throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
+  if (begun_)
+    throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
   begun_ = true;
   bool equal = true;
   // Compares `count` bytes at `bytes` with the next part of `expected`.

@@ -75,7 +75,8 @@ class String {
   friend class Value;
   friend class Iterator;
 
-  String(detail::Parser& parser, std::uint64_t frameId) noexcept : parser_(&parser), frameId_(frameId) {}
+  String(detail::Parser& parser, std::uint64_t frameId) noexcept
+      : parser_(&parser), frameId_(frameId) {}
 
   // Moves to the next character; false once the closing quote has been read.
   bool step() {

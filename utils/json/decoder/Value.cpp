@@ -9,7 +9,8 @@
 namespace korvane::utils::json::decoder {
 
 detail::Parser& Value::parser() const {
-  if (parser_ == nullptr) throw std::logic_error("korvane::utils::json::decoder::Value: no value here");
+  if (parser_ == nullptr)
+    throw std::logic_error("korvane::utils::json::decoder::Value: no value here");
   return *parser_;
 }
 
@@ -17,13 +18,19 @@ Kind Value::kind() {
   detail::Parser& parser = this->parser();
   const int c = parser.peekValue(id_);
   switch (c) {
-    case '{': return Kind::object;
-    case '[': return Kind::array;
-    case '"': return Kind::string;
+    case '{':
+      return Kind::object;
+    case '[':
+      return Kind::array;
+    case '"':
+      return Kind::string;
     case 't':
-    case 'f': return Kind::boolean;
-    case 'n': return Kind::null;
-    default: break;
+    case 'f':
+      return Kind::boolean;
+    case 'n':
+      return Kind::null;
+    default:
+      break;
   }
   if (c == '-' || (c >= '0' && c <= '9')) return Kind::number;
   parser.failNotValue();

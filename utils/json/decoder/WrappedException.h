@@ -22,7 +22,8 @@ namespace detail {
 template <typename E>
 class WrappedException : public Exception, public E {
  public:
-  WrappedException(const Location& location, const E& error) : Exception(location, error), E(error) {}
+  WrappedException(const Location& location, const E& error)
+      : Exception(location, error), E(error) {}
 
   const char* what() const noexcept override { return Exception::what(); }
 };

@@ -10,7 +10,8 @@ Document::~Document() {
 }
 
 Object Document::asObject() {
-  if (started_) throw std::logic_error("korvane::utils::json::encoder::Document::asObject(): called twice");
+  if (started_)
+    throw std::logic_error("korvane::utils::json::encoder::Document::asObject(): called twice");
   stream_.write("{");
   started_ = true;
   return Object(*this);
