@@ -1,38 +1,23 @@
 #include "utils/json/decoder/String.h"
 
-#include <stdexcept>
+#include <span>
+#include <string>
 
 namespace korvane::utils::json::decoder {
 
 String::~String() = default;
 
-void String::failStale() const {
-  throw std::logic_error(
-      "korvane::utils::json::decoder::String: iterator used after the walk moved on or past the "
-      "end");
-}
-
-String::Iterator String::begin() {
-  if (begun_)
-    throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
-  begun_ = true;
-  step();
-  return Iterator(this);
-}
-
 void String::appendTo(std::string& out) {
-  if (begun_)
-    throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
-  begun_ = true;
+  beginWhole();
   for (;;) {
-    const std::span<const char> run = parser_->takePlainRun(frameId_);
+    const std::span<const char> run = parser().takePlainRun(frameId());
     if (!run.empty()) {
       out.append(run.data(), run.size());
       continue;
     }
-    if (!parser_->nextStringUnit(frameId_, unit_)) {
+    if (!parser().nextStringUnit(frameId(), unit_)) {
       unit_.length = 0;
-      done_ = true;
+      finishWhole();
       return;
     }
     out.append(unit_.bytes.data(), unit_.length);
@@ -40,9 +25,7 @@ void String::appendTo(std::string& out) {
 }
 
 bool String::equals(std::string_view expected) {
-  if (begun_)
-    throw std::logic_error("korvane::utils::json::decoder::String: walked more than once");
-  begun_ = true;
+  beginWhole();
   bool equal = true;
   // Compares `count` bytes at `bytes` with the next part of `expected`.
   const auto compare = [&](const char* bytes, std::size_t count) {
@@ -51,14 +34,14 @@ bool String::equals(std::string_view expected) {
     expected.remove_prefix(equal ? count : expected.size());
   };
   for (;;) {
-    const std::span<const char> run = parser_->takePlainRun(frameId_);
+    const std::span<const char> run = parser().takePlainRun(frameId());
     if (!run.empty()) {
       compare(run.data(), run.size());
       continue;
     }
-    if (!parser_->nextStringUnit(frameId_, unit_)) {
+    if (!parser().nextStringUnit(frameId(), unit_)) {
       unit_.length = 0;
-      done_ = true;
+      finishWhole();
       return equal && expected.empty();
     }
     compare(unit_.bytes.data(), unit_.length);
@@ -66,24 +49,19 @@ bool String::equals(std::string_view expected) {
 }
 
 bool String::stepSlow() {
-  if (done_) failStale();
   // Characters left in the run while the epoch changed: the walk moved on.
-  if (run_ != runEnd_) failStale();
-  const std::span<const char> run = parser_->takePlainRun(frameId_);
+  if (run_ != runEnd_) detail::failStaleWalk(walkName);
+  const std::span<const char> run = parser().takePlainRun(frameId());
   if (!run.empty()) {
-    epoch_ = parser_->epoch();
+    epoch_ = parser().epoch();
     run_ = run.data() + 1;
     runEnd_ = run.data() + run.size();
     current_ = run.front();
-    ++steps_;
     return true;
   }
-  const bool more = parser_->nextStringUnit(frameId_, unit_);
-  ++steps_;
-  if (!more) {
+  if (!parser().nextStringUnit(frameId(), unit_)) {
     unit_.length = 0;
     unitIndex_ = 0;
-    done_ = true;
     return false;
   }
   current_ = unit_.bytes[0];

@@ -1,5 +1,6 @@
-// Walk: what the container views (Object and Array) share: the walk of
-// their items once, forwards, and the iterator over it. Each step makes
+// Walk: what the views that are walked share (Object and Array over their
+// items, String over its characters): the walk once, forwards, and the
+// iterator over it. Each step makes
 // the view's next item (a Member, a Value) current; an iterator remembers
 // the step it was made at, so that a stale copy is refused.
 //
@@ -85,6 +86,14 @@ class Walk {
 
   Parser& parser() const noexcept { return *parser_; }
   std::uint64_t frameId() const noexcept { return frameId_; }
+
+  // For a view that reads its items whole instead of walking them: marks
+  // the walk as begun (a second walk or read fails) and, at its end, done.
+  void beginWhole() {
+    if (begun_) failWalkedTwice(View::walkName);
+    begun_ = true;
+  }
+  void finishWhole() noexcept { done_ = true; }
 
  private:
   View& view() noexcept { return static_cast<View&>(*this); }
