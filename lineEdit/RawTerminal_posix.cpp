@@ -116,7 +116,27 @@ void installSignalHandler(int signal) {
   state.handlerInstalled[slot(signal)] = sigaction(signal, &action, nullptr) == 0 ? 1 : 0;
 }
 
+// A process stopped from outside (kill -STOP, -TSTP) and continued finds
+// its terminal as the shell left it, echoing: raw mode is put back, so that
+// the rest of a password is not shown. Only async-signal-safe calls.
+void onContinue(int) {
+  const int savedErrno = errno;
+  if (state.rawMode != 0) tcsetattr(STDIN_FILENO, TCSANOW, &state.editMode);
+  errno = savedErrno;
+}
+
+void installContinueHandler() {
+  struct sigaction action {};
+  action.sa_handler = onContinue;
+  sigfillset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  struct sigaction& previous = state.previousActions[slot(SIGCONT)];
+  if (sigaction(SIGCONT, nullptr, &previous) != 0) return;
+  state.handlerInstalled[slot(SIGCONT)] = sigaction(SIGCONT, &action, nullptr) == 0 ? 1 : 0;
+}
+
 void installSignalHandlers() {
+  installContinueHandler();
   for (const int signal : terminatingSignals) installSignalHandler(signal);
 #if defined(SIGRTMIN) && defined(SIGRTMAX)
   for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) installSignalHandler(signal);

@@ -189,8 +189,9 @@ void PasswordFile::write() {
   const std::filesystem::path temporary = stream.file().path();
   writeEntries(stream, entries_);
   stream.sync();
+  const utils::io::ReplacedFile written = utils::io::ReplacementTarget::identify(stream.file());
   stream.close();
-  file.replace(temporary, replaced_);
+  file.replace(temporary, written, replaced_);
   // What is there now is this object's own file.
   hasRead_ = false;
 }

@@ -15,6 +15,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -291,6 +292,29 @@ TEST_F(FolderAttackTest, TheAccessControlListIsKeptAndTheGroupGetsNothing) {
   EXPECT_NE(acl.find("user:nobody:r--"), std::string::npos) << acl;
   EXPECT_NE(acl.find("group::---"), std::string::npos) << acl;
   EXPECT_NE(acl.find("other::---"), std::string::npos) << acl;
+}
+
+// The folder's owner gives itself a default access control list on the
+// folder: every file made there would let it read the hashes.
+TEST_F(FolderAttackTest, AFolderDefaultAccessControlListGrantsNothing) {
+  std::filesystem::remove(passwords());
+  asAttacker([&] {
+    const std::string grant = "setfacl -d -m u:nobody:rw \"" + folder().string() + "\" 2>/dev/null";
+    // Written down for the test, which cannot see the attacker's memory.
+    if (std::system(grant.c_str()) == 0) writeFile(folder() / "granted", "");
+  });
+  if (!std::filesystem::exists(folder() / "granted"))
+    GTEST_SKIP() << "no access control lists here";
+  std::filesystem::remove(folder() / "granted");
+  for (int run = 0; run < 2; ++run) {  // a new file, then its replacement
+    SCOPED_TRACE(run);
+    const ChildResult result = runRedirected();
+    ASSERT_EQ(result.exitStatus, 0) << result.err;
+    EXPECT_EQ(::listxattr(passwords().c_str(), nullptr, 0), 0) << "the file has an access list";
+    struct stat status {};
+    ASSERT_EQ(::stat(passwords().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
+  }
 }
 
 // Anyone who can open the folder can lock it; root must not wait for ever.

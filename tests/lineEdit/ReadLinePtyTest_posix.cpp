@@ -134,6 +134,10 @@ class ProbeSession {
     return hex(std::string_view(reinterpret_cast<const char*>(&mode), sizeof mode));
   }
 
+  // Sets the terminal's modes, as a shell does when it takes the terminal
+  // back from a stopped job.
+  void setSlaveTermios(const termios& mode) const { tcsetattr(slave_, TCSANOW, &mode); }
+
   termios slaveTermios() const {
     termios mode{};
     tcgetattr(slave_, &mode);
@@ -296,6 +300,27 @@ TEST(ReadLinePtyTest, RawModeWhileReading) {
   EXPECT_EQ(raw.c_cc[VMIN], 1);
   EXPECT_EQ(raw.c_cc[VTIME], 0);
   EXPECT_NE(probe.slaveModes(), probe.modesLine(0));
+  probe.send("\r");
+  ASSERT_TRUE(probe.waitFor("RESULT []"));
+}
+
+// Stopped from outside and continued after the shell set its own modes:
+// the editor puts raw mode back, so that the rest of the line is not echoed.
+TEST(ReadLinePtyTest, RawModeComesBackWhenContinued) {
+  ProbeSession probe;
+  ASSERT_TRUE(probe.started());
+  ASSERT_TRUE(probe.waitFor("Password: "));
+  const std::string raw = probe.slaveModes();
+  termios cooked = probe.slaveTermios();
+  cooked.c_lflag |= ECHO | ICANON;
+  probe.setSlaveTermios(cooked);
+  ASSERT_NE(probe.slaveModes(), raw);
+  probe.signal(SIGCONT);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (probe.slaveModes() != raw && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  EXPECT_EQ(probe.slaveModes(), raw) << "the terminal was left echoing";
   probe.send("\r");
   ASSERT_TRUE(probe.waitFor("RESULT []"));
 }

@@ -54,10 +54,11 @@ class UntrustedLinkError : public std::runtime_error {
 // that was read, so that the file read is the file replaced.
 struct ReplacedFile {
   // The file's identity: device, inode and change time (Windows: volume
-  // serial number and file ID).
+  // serial number and file ID; no change time). The change time tells a
+  // new file apart that took the inode number of a removed one.
   std::uint64_t volume = 0;
   std::uint64_t id = 0;
-  std::uint64_t idHigh = 0;
+  std::uint64_t changeTime = 0;
   // POSIX only: owner, group and mode bits.
   std::uint32_t owner = 0;
   std::uint32_t group = 0;
@@ -68,7 +69,7 @@ struct ReplacedFile {
   std::vector<std::pair<std::string, std::string>> attributes;
 
   bool sameFileAs(const ReplacedFile& other) const noexcept {
-    return volume == other.volume && id == other.id && idHigh == other.idHigh;
+    return volume == other.volume && id == other.id && changeTime == other.changeTime;
   }
 };
 
@@ -104,11 +105,16 @@ class ReplacementTarget {
   // 0600) when there is none. Fails when an attribute cannot be copied.
   File createTemporary(std::string_view suffix, const std::optional<ReplacedFile>& replaced) const;
 
+  // The identity of the open `file` (no attributes), for replace().
+  static ReplacedFile identify(const File& file);
+
   // Moves the complete, synced and closed `temporary` (made by
-  // createTemporary) over the target, then syncs the folder. Before the
-  // move the name must still refer to the file `replaced` describes, or to
-  // nothing when it is std::nullopt; otherwise std::runtime_error says the
-  // file was changed or replaced meanwhile, and nothing is replaced. A
+  // createTemporary; `written` its identity after the last write) over the
+  // target, then syncs the folder. Before the move the temporary name must
+  // still refer to `written`, and the target's name to the file `replaced`
+  // describes, or to nothing when it is std::nullopt; otherwise
+  // std::runtime_error says the file was changed or replaced meanwhile, and
+  // nothing is replaced. A
   // failed move throws filesystem_error for "rename" with both paths; a
   // failed sync after it, std::system_error saying that the new file is in
   // place.
@@ -117,11 +123,12 @@ class ReplacementTarget {
   // a password file bind-mounted into a container) or EXDEV: the content of
   // `temporary` is copied over the target in place (from its start,
   // truncated to the new length, synced), so the target keeps its inode,
-  // mode and owner, and only then is `temporary` removed. A failed copy
+  // mode and owner, and only then is `temporary` removed. A target with
+  // other names (hard links) is not written. A failed copy
   // throws std::system_error naming both files and the failed step, saying
   // that the target may be incomplete and that the complete `temporary`
   // remains. Readers may see a partly copied target while the copy runs.
-  void replace(const std::filesystem::path& temporary,
+  void replace(const std::filesystem::path& temporary, const ReplacedFile& written,
                const std::optional<ReplacedFile>& replaced) const;
 
  private:

@@ -4,6 +4,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -94,6 +95,12 @@ void requireTrustedLink(const struct stat& link, const std::filesystem::path& pa
       printable(path)));
 }
 
+[[noreturn]] void throwNamesAFolder(const std::filesystem::path& path) {
+  throw std::runtime_error(
+      core::format("could not open \"{}\": it names a folder, not a regular file, and is not read",
+                   printable(path)));
+}
+
 const char* describeKind(mode_t mode) {
   if (S_ISDIR(mode)) return "a folder";
   if (S_ISFIFO(mode)) return "a FIFO";
@@ -182,7 +189,7 @@ ReplacedFile describe(const struct stat& status, int fd, const std::filesystem::
   ReplacedFile replaced;
   replaced.volume = static_cast<std::uint64_t>(status.st_dev);
   replaced.id = static_cast<std::uint64_t>(status.st_ino);
-  replaced.idHigh = changeTime(status);
+  replaced.changeTime = changeTime(status);
   replaced.owner = status.st_uid;
   replaced.group = status.st_gid;
   replaced.mode = status.st_mode & 07777;
@@ -193,26 +200,46 @@ ReplacedFile describe(const struct stat& status, int fd, const std::filesystem::
 bool isSameFile(const struct stat& status, const ReplacedFile& replaced) {
   return S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_dev) == replaced.volume &&
          static_cast<std::uint64_t>(status.st_ino) == replaced.id &&
-         changeTime(status) == replaced.idHigh;
+         changeTime(status) == replaced.changeTime;
+}
+
+// Removes every extended attribute of the new `file` that `keep` does not
+// name: a folder's default access control list is inherited by every file
+// made in it, and would widen who may read the hashes.
+void removeInherited(const File& file,
+                     const std::vector<std::pair<std::string, std::string>>& keep) {
+  const int fd = static_cast<int>(file.nativeHandle());
+  for (const auto& [name, value] : readAttributes(fd, file.path())) {
+    const bool kept = std::any_of(keep.begin(), keep.end(),
+                                  [&](const auto& attribute) { return attribute.first == name; });
+    if (kept || ::fremovexattr(fd, name.c_str()) == 0 || errno == ENODATA) continue;
+    // A security label is the system's to give; the old file's, if any,
+    // is written over it below.
+    if (name.starts_with("security.")) continue;
+    throwFileError(core::format("remove the extended attribute {} of", name), file.path(),
+                   lastSystemError());
+  }
 }
 
 // Gives the new file what the replaced one has. The owner first: changing
-// it clears set-user-ID bits. The attributes last: an access control list
-// sets the group bits of the mode to its mask.
+// it clears set-user-ID bits. Then the attributes, while the file is still
+// private: an access control list sets the group bits of the mode to its
+// mask. The mode last, which keeps that mask.
 void copyAttributes(const File& file, const ReplacedFile& replaced) {
   const int fd = static_cast<int>(file.nativeHandle());
   if (::geteuid() == 0 &&
       retryOnInterrupt([&] { return ::fchown(fd, replaced.owner, replaced.group); }) != 0) {
     throwFileError("change the owner of", file.path(), lastSystemError());
   }
-  if (retryOnInterrupt([&] { return ::fchmod(fd, replaced.mode); }) != 0) {
-    throwFileError("set the permissions of", file.path(), lastSystemError());
-  }
+  removeInherited(file, replaced.attributes);
   for (const auto& [name, value] : replaced.attributes) {
     if (::fsetxattr(fd, name.c_str(), value.data(), value.size(), 0) != 0) {
       throwFileError(core::format("copy the extended attribute {} to", name), file.path(),
                      lastSystemError());
     }
+  }
+  if (retryOnInterrupt([&] { return ::fchmod(fd, replaced.mode); }) != 0) {
+    throwFileError("set the permissions of", file.path(), lastSystemError());
   }
 }
 
@@ -305,18 +332,32 @@ File openFileAt(int directory, const std::filesystem::path& name, int flags,
 // Replaces the content of the target with that of the complete, synced
 // temporary file, in place: written from the start, truncated to the new
 // length and synced; the target keeps its inode, mode and owner. Only then
-// is the temporary file removed. The target must still be the file read.
-void copyInPlace(const InPlaceCopy& copy, const ReplacedFile& replaced) {
+// is the temporary file removed. Both must still be the files written and
+// read; a target with other names (hard links) is not written, since the
+// copy would reach them too.
+void copyInPlace(const InPlaceCopy& copy, const ReplacedFile& written,
+                 const ReplacedFile& replaced) {
   std::optional<File> source;
   std::optional<File> target;
-  copyStep(copy, "open", copy.from,
-           [&] { source.emplace(openFileAt(copy.directory, copy.fromName, O_RDONLY, copy.from)); });
+  copyStep(copy, "open", copy.from, [&] {
+    source.emplace(openFileAt(copy.directory, copy.fromName, O_RDONLY | O_NONBLOCK, copy.from));
+  });
+  struct stat opened {};
+  if (::fstat(static_cast<int>(source->nativeHandle()), &opened) != 0 ||
+      !isSameFile(opened, written)) {
+    throwChanged(copy.from);
+  }
   copyStep(copy, "open", copy.to, [&] {
     target.emplace(openFileAt(copy.directory, copy.toName, O_WRONLY | O_NONBLOCK, copy.to));
   });
   const int fd = static_cast<int>(target->nativeHandle());
-  struct stat opened {};
   if (::fstat(fd, &opened) != 0 || !isSameFile(opened, replaced)) throwChanged(copy.to);
+  if (opened.st_nlink != 1) {
+    throw std::runtime_error(core::format(
+        "\"{}\" has other names (hard links), which a copy in place would change too; nothing "
+        "was replaced, the complete new file remains at \"{}\"",
+        printable(copy.to), printable(copy.from)));
+  }
   std::vector<char> buffer(copyBufferSize);
   off_t length = 0;
   for (;;) {
@@ -458,9 +499,12 @@ class PathWalk {
 }  // namespace
 
 ReplacementTarget::ReplacementTarget(const std::filesystem::path& path) : directory_(-1) {
+  // A name that ends in a folder ("/", "..", "config/") is no file.
+  if (!path.has_filename()) throwNamesAFolder(path);
   PathWalk walk(path);
   walk.run();
   name_ = walk.name();
+  if (name_.empty() || name_ == "." || name_ == "..") throwNamesAFolder(path);
   directoryPath_ = walk.folderPath().empty() ? std::filesystem::path(".") : walk.folderPath();
   path_ = walk.folderPath() / name_;
   if (!walk.folderExists()) return;
@@ -514,13 +558,27 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
   if (replaced) {
     copyAttributes(file, *replaced);
   } else {
-    // Private whatever the umask: it will hold password hashes.
+    // Private whatever the umask and the folder's default access control
+    // list: it will hold password hashes.
+    removeInherited(file, {});
     file.setPermissions(std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
   }
   return file;
 }
 
-void ReplacementTarget::replace(const std::filesystem::path& temporary,
+ReplacedFile ReplacementTarget::identify(const File& file) {
+  struct stat status {};
+  if (::fstat(static_cast<int>(file.nativeHandle()), &status) != 0) {
+    throwFileError("read the attributes of", file.path(), lastSystemError());
+  }
+  ReplacedFile identity;
+  identity.volume = static_cast<std::uint64_t>(status.st_dev);
+  identity.id = static_cast<std::uint64_t>(status.st_ino);
+  identity.changeTime = changeTime(status);
+  return identity;
+}
+
+void ReplacementTarget::replace(const std::filesystem::path& temporary, const ReplacedFile& written,
                                 const std::optional<ReplacedFile>& replaced) const {
   if (!directoryExists_) {
     throw std::filesystem::filesystem_error(
@@ -528,6 +586,9 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary,
   }
   const int directory = static_cast<int>(directory_);
   const std::filesystem::path temporaryName = temporary.filename();
+  // Whatever is renamed is the file this run wrote, and it replaces the
+  // file this run read.
+  requireUnchanged(directory, temporaryName, temporary, written);
   requireUnchanged(directory, name_, path_, replaced);
   if (renameOver(directory, temporaryName, name_, replaced.has_value()) == 0) {
     syncFolder(directory, directoryPath_, path_);
@@ -544,7 +605,7 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary,
       !replaced) {
     throw std::filesystem::filesystem_error("rename", temporary, path_, renameError);
   }
-  copyInPlace({temporary, path_, renameError, directory, temporaryName, name_}, *replaced);
+  copyInPlace({temporary, path_, renameError, directory, temporaryName, name_}, written, *replaced);
 }
 
 }  // namespace korvane::utils::io

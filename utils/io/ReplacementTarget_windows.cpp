@@ -356,7 +356,11 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
   return file;
 }
 
-void ReplacementTarget::replace(const std::filesystem::path& temporary,
+ReplacedFile ReplacementTarget::identify(const File& file) {
+  return korvane::utils::io::identify(reinterpret_cast<HANDLE>(file.nativeHandle()));
+}
+
+void ReplacementTarget::replace(const std::filesystem::path& temporary, const ReplacedFile& written,
                                 const std::optional<ReplacedFile>& replaced) const {
   std::error_code absoluteError;
   std::filesystem::path absoluteTarget = std::filesystem::absolute(path_, absoluteError);
@@ -366,6 +370,7 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary,
   auto pause = firstMovePause;
   for (;;) {
     // Checked again before every attempt: a wait may be long.
+    requireUnchanged(temporary, written);
     requireUnchanged(path_, replaced);
     DWORD error = ERROR_SUCCESS;
     if (posixRename) {

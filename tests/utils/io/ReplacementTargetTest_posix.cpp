@@ -54,8 +54,9 @@ void replaceWith(const std::filesystem::path& path, std::string_view content) {
   File file = target.createTemporary("tmp", expected);
   file.write(content);
   file.sync();
+  const ReplacedFile written = ReplacementTarget::identify(file);
   file.close();
-  target.replace(file.path(), expected);
+  target.replace(file.path(), written, expected);
 }
 
 // Gives the link `link` to the user nobody, as another account would own it.
@@ -500,6 +501,7 @@ TEST(ReplacementTargetTest, AFileReplacedAfterItWasReadIsNotReplaced) {
   ASSERT_TRUE(target.open(&replaced));
   File file = target.createTemporary("tmp", replaced);
   file.write(std::string_view("new"));
+  const ReplacedFile written = ReplacementTarget::identify(file);
   file.close();
   // Another file takes the name: a regular file, then a link to one.
   writeFile(directory.path() / "swapped", "swapped");
@@ -509,7 +511,7 @@ TEST(ReplacementTargetTest, AFileReplacedAfterItWasReadIsNotReplaced) {
       " was changed or replaced by another program during the run; nothing was "
       "replaced";
   try {
-    target.replace(file.path(), replaced);
+    target.replace(file.path(), written, replaced);
     FAIL() << "replaced";
   } catch (const std::runtime_error& error) {
     EXPECT_EQ(std::string(error.what()), changed);
@@ -517,10 +519,10 @@ TEST(ReplacementTargetTest, AFileReplacedAfterItWasReadIsNotReplaced) {
   EXPECT_EQ(readFile(path), "swapped");
   std::filesystem::remove(path);
   std::filesystem::create_symlink("other", path);
-  EXPECT_THROW(target.replace(file.path(), replaced), std::runtime_error);
+  EXPECT_THROW(target.replace(file.path(), written, replaced), std::runtime_error);
   EXPECT_TRUE(std::filesystem::is_symlink(path));
   std::filesystem::remove(path);
-  EXPECT_THROW(target.replace(file.path(), replaced), std::runtime_error);
+  EXPECT_THROW(target.replace(file.path(), written, replaced), std::runtime_error);
   EXPECT_EQ(readFile(file.path()), "new") << "the new file is kept";
 }
 
@@ -530,9 +532,10 @@ TEST(ReplacementTargetTest, AFileThatAppearsWhereNoneWasIsNotReplaced) {
   const ReplacementTarget target(path);
   ASSERT_FALSE(target.open(nullptr));
   File file = target.createTemporary("tmp", std::nullopt);
+  const ReplacedFile written = ReplacementTarget::identify(file);
   file.close();
   writeFile(path, "appeared");
-  EXPECT_THROW(target.replace(file.path(), std::nullopt), std::runtime_error);
+  EXPECT_THROW(target.replace(file.path(), written, std::nullopt), std::runtime_error);
   EXPECT_EQ(readFile(path), "appeared");
 }
 
@@ -547,25 +550,78 @@ TEST(ReplacementTargetTest, AHardLinkedFileIsReplacedByNameOnly) {
   EXPECT_EQ(readFile(elsewhere), "{}") << "the other name's file was written";
 }
 
-TEST(ReplacementTargetTest, AFailedRenameNamesBothFiles) {
+TEST(ReplacementTargetTest, OnlyTheTemporaryFileThatWasWrittenIsMoved) {
   TemporaryDirectory directory;
   const auto to = directory.path() / "passwords.json";
   writeFile(to, "old");
   const ReplacementTarget target(to);
   ReplacedFile replaced;
   ASSERT_TRUE(target.open(&replaced));
-  const auto from = directory.path() / "missing.tmp";
-  try {
-    target.replace(from, replaced);
-    FAIL() << "no error";
-  } catch (const std::filesystem::filesystem_error& error) {
-    EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
-    EXPECT_EQ(error.path1(), from);
-    EXPECT_EQ(error.path2(), to);
-    EXPECT_EQ(std::string(error.what()), "filesystem error: rename: No such file or directory [" +
-                                             from.string() + "] [" + to.string() + "]");
+  File file = target.createTemporary("tmp", replaced);
+  file.write(std::string_view("new"));
+  const ReplacedFile written = ReplacementTarget::identify(file);
+  file.close();
+  const auto temporary = file.path();
+  const std::string changed = quoted(temporary) +
+                              " was changed or replaced by another program during the run; "
+                              "nothing was replaced";
+  // Gone, then another regular file, then a FIFO in its place: nothing is
+  // moved, and nothing waits for the FIFO.
+  std::filesystem::remove(temporary);
+  const auto check = [&] {
+    try {
+      target.replace(temporary, written, replaced);
+      FAIL() << "moved";
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ(std::string(error.what()), changed);
+    }
+    EXPECT_EQ(readFile(to), "old");
+  };
+  check();
+  writeFile(temporary, "another");
+  check();
+  std::filesystem::remove(temporary);
+  ASSERT_EQ(::mkfifo(temporary.c_str(), 0600), 0);
+  check();
+}
+
+TEST(ReplacementTargetTest, AFolderDefaultAccessControlListIsNotInherited) {
+  TemporaryDirectory directory;
+  const std::string grant =
+      "setfacl -d -m u:nobody:rw " + quoted(directory.path()) + " 2>/dev/null";
+  if (std::system(grant.c_str()) != 0) GTEST_SKIP() << "no access control lists here";
+  const auto path = directory.path() / "passwords.json";
+  const auto listed = [](const std::filesystem::path& file) {
+    return ::listxattr(file.c_str(), nullptr, 0);
+  };
+  // A new file, and the replacement of a file without an access control
+  // list, get none from the folder.
+  replaceWith(path, "new");
+  EXPECT_EQ(listed(path), 0) << "the new file has extended attributes";
+  EXPECT_EQ(modeOf(path), 0600u);
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  replaceWith(path, "newer");
+  EXPECT_EQ(listed(path), 0) << "the replacement has extended attributes";
+  EXPECT_EQ(modeOf(path), 0640u);
+}
+
+TEST(ReplacementTargetTest, ANameThatEndsInAFolderIsNoFile) {
+  TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() / "config");
+  for (const std::string& name :
+       {std::string("/"), directory.path().string() + "/config/",
+        directory.path().string() + "/missing/", directory.path().string() + "/config/.."}) {
+    SCOPED_TRACE(name);
+    try {
+      (void)ReplacementTarget(name);
+      FAIL() << "resolved";
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ(std::string(error.what()), "could not open \"" + name +
+                                               "\": it names a folder, not a regular file, and is "
+                                               "not read");
+    }
   }
-  EXPECT_EQ(readFile(to), "old");
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "missing"));
 }
 
 TEST(ReplacementTargetTest, AFolderThatMayNotBeWrittenIsAnError) {

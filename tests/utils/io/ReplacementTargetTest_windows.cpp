@@ -34,14 +34,21 @@ std::optional<ReplacedFile> readAt(const ReplacementTarget& target) {
   return replaced;
 }
 
-std::filesystem::path writeTemporary(const ReplacementTarget& target,
-                                     const std::optional<ReplacedFile>& replaced,
-                                     std::string_view content) {
+// A temporary file written as the password file's writer does: its path
+// and its identity after the last write.
+struct Written {
+  std::filesystem::path path;
+  ReplacedFile identity;
+};
+
+Written writeTemporary(const ReplacementTarget& target, const std::optional<ReplacedFile>& replaced,
+                       std::string_view content) {
   File file = target.createTemporary("tmp", replaced);
   file.write(content);
   file.sync();
+  Written written{file.path(), ReplacementTarget::identify(file)};
   file.close();
-  return file.path();
+  return written;
 }
 
 // The access rules of `path` as text (SDDL), or "" when they cannot be read.
@@ -86,9 +93,9 @@ TEST(ReplacementTargetTest, ReplacesAnExistingFile) {
   const auto replaced = readAt(target);
   ASSERT_TRUE(replaced);
   const auto temporary = writeTemporary(target, replaced, "new");
-  target.replace(temporary, replaced);
+  target.replace(temporary.path, temporary.identity, replaced);
   EXPECT_EQ(readText(path), "new");
-  EXPECT_FALSE(std::filesystem::exists(temporary));
+  EXPECT_FALSE(std::filesystem::exists(temporary.path));
 }
 
 TEST(ReplacementTargetTest, CreatesAMissingTarget) {
@@ -96,27 +103,22 @@ TEST(ReplacementTargetTest, CreatesAMissingTarget) {
   const std::filesystem::path path = directory.path() / "passwords.json";
   const ReplacementTarget target(path);
   ASSERT_FALSE(readAt(target));
-  target.replace(writeTemporary(target, std::nullopt, "new"), std::nullopt);
+  const Written temporary = writeTemporary(target, std::nullopt, "new");
+  target.replace(temporary.path, temporary.identity, std::nullopt);
   EXPECT_EQ(readText(path), "new");
 }
 
-TEST(ReplacementTargetTest, FailureIsARenameErrorWithBothPaths) {
+TEST(ReplacementTargetTest, OnlyTheTemporaryFileThatWasWrittenIsMoved) {
   const TemporaryDirectory directory;
   const std::filesystem::path to = directory.path() / "passwords.json";
   writeText(to, "old");
   const ReplacementTarget target(to);
   const auto replaced = readAt(target);
-  const std::filesystem::path from = directory.path() / "missing.tmp";
-  try {
-    target.replace(from, replaced);
-    ADD_FAILURE() << "no error";
-  } catch (const std::filesystem::filesystem_error& error) {
-    EXPECT_NE(std::string(error.what()).find("rename"), std::string::npos) << error.what();
-    EXPECT_EQ(error.path1(), from);
-    EXPECT_EQ(error.path2(), to);
-    EXPECT_EQ(error.code().value(), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(error.code().category(), std::system_category());
-  }
+  const Written temporary = writeTemporary(target, replaced, "new");
+  std::filesystem::remove(temporary.path);
+  EXPECT_THROW(target.replace(temporary.path, temporary.identity, replaced), std::runtime_error);
+  writeText(temporary.path, "another");
+  EXPECT_THROW(target.replace(temporary.path, temporary.identity, replaced), std::runtime_error);
   EXPECT_EQ(readText(to), "old");
 }
 
@@ -138,9 +140,9 @@ TEST(ReplacementTargetTest, AFileReplacedAfterItWasReadIsNotReplaced) {
   const auto temporary = writeTemporary(target, replaced, "new");
   writeText(directory.path() / "swapped", "swapped");
   std::filesystem::rename(directory.path() / "swapped", path);
-  EXPECT_THROW(target.replace(temporary, replaced), std::runtime_error);
+  EXPECT_THROW(target.replace(temporary.path, temporary.identity, replaced), std::runtime_error);
   EXPECT_EQ(readText(path), "swapped");
-  EXPECT_EQ(readText(temporary), "new");
+  EXPECT_EQ(readText(temporary.path), "new");
 }
 
 TEST(ReplacementTargetTest, AFileThatAppearsWhereNoneWasIsNotReplaced) {
@@ -149,7 +151,8 @@ TEST(ReplacementTargetTest, AFileThatAppearsWhereNoneWasIsNotReplaced) {
   const ReplacementTarget target(path);
   const auto temporary = writeTemporary(target, std::nullopt, "new");
   writeText(path, "appeared");
-  EXPECT_THROW(target.replace(temporary, std::nullopt), std::runtime_error);
+  EXPECT_THROW(target.replace(temporary.path, temporary.identity, std::nullopt),
+               std::runtime_error);
   EXPECT_EQ(readText(path), "appeared");
 }
 
@@ -165,7 +168,8 @@ TEST(ReplacementTargetTest, ANewFileIsPrivate) {
   const TemporaryDirectory directory;
   const std::filesystem::path path = directory.path() / "passwords.json";
   const ReplacementTarget target(path);
-  target.replace(writeTemporary(target, std::nullopt, "new"), std::nullopt);
+  const Written temporary = writeTemporary(target, std::nullopt, "new");
+  target.replace(temporary.path, temporary.identity, std::nullopt);
   const std::wstring dacl = daclOf(path);
   // Protected from the folder's rules; SYSTEM and the Administrators only,
   // and the account running the test.
@@ -187,7 +191,8 @@ TEST(ReplacementTargetTest, TheReplacementKeepsTheAccessRules) {
   const ReplacementTarget target(path);
   const auto replaced = readAt(target);
   ASSERT_TRUE(replaced);
-  target.replace(writeTemporary(target, replaced, "new"), replaced);
+  const Written temporary = writeTemporary(target, replaced, "new");
+  target.replace(temporary.path, temporary.identity, replaced);
   EXPECT_EQ(readText(path), "new");
   EXPECT_EQ(daclOf(path), before);
 }
