@@ -31,8 +31,8 @@ using namespace std::chrono_literals;
 // The lock of the folder that `file` resolves to.
 struct TargetLock {
   explicit TargetLock(const std::filesystem::path& file) : target(file), lock(target) {}
-  const ReplacementTarget target;
-  const ReplacementLock lock;
+  ReplacementTarget target;
+  ReplacementLock lock;
 };
 
 // Whether another holder could take the lock on `directory` right now: an
