@@ -140,7 +140,7 @@ void requireTrustedLink(const std::filesystem::path& link) {
       printable(link), ownerText));
 }
 
-ReplacedFile identify(HANDLE handle) {
+ReplacedFile identityOf(HANDLE handle) {
   BY_HANDLE_FILE_INFORMATION information{};
   ReplacedFile replaced;
   if (!::GetFileInformationByHandle(handle, &information)) return replaced;
@@ -223,7 +223,7 @@ void requireUnchanged(const std::filesystem::path& path,
     if (meansNotFound(error)) throwChanged(path);
     throwFileError("open", path, {static_cast<int>(error), std::system_category()});
   }
-  if (!replaced || !identify(handle.get()).sameFileAs(*replaced)) throwChanged(path);
+  if (!replaced || !identityOf(handle.get()).sameFileAs(*replaced)) throwChanged(path);
 }
 
 struct RenameResult {
@@ -326,13 +326,11 @@ std::optional<File> ReplacementTarget::open(ReplacedFile* replaced) const {
   if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) throwChanged(path_);
   if ((information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ||
       ::GetFileType(handle.get()) != FILE_TYPE_DISK) {
-    throw std::system_error(
-        std::make_error_code(std::errc::invalid_argument),
-        core::format("could not open \"{}\": it is no regular file and is not read",
-                     printable(path_)));
+    throw std::runtime_error(core::format(
+        "could not open \"{}\": it is no regular file and is not read", printable(path_)));
   }
   if (replaced != nullptr) {
-    *replaced = identify(handle.get());
+    *replaced = identityOf(handle.get());
     replaced->attributes.emplace_back("dacl", readDacl(handle.get(), path_));
   }
   return File(reinterpret_cast<File::NativeHandle>(handle.release()), path_);
@@ -357,7 +355,7 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
 }
 
 ReplacedFile ReplacementTarget::identify(const File& file) {
-  return korvane::utils::io::identify(reinterpret_cast<HANDLE>(file.nativeHandle()));
+  return identityOf(reinterpret_cast<HANDLE>(file.nativeHandle()));
 }
 
 void ReplacementTarget::replace(const std::filesystem::path& temporary, const ReplacedFile& written,
