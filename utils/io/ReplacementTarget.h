@@ -54,8 +54,8 @@ class UntrustedLinkError : public std::runtime_error {
 // that was read, so that the file read is the file replaced.
 struct ReplacedFile {
   // The file's identity: device, inode and change time (Windows: volume
-  // serial number and file ID; no change time). The change time tells a
-  // new file apart that took the inode number of a removed one.
+  // serial number, file ID and creation time). The time tells a new file
+  // apart that took the number of a removed one.
   std::uint64_t volume = 0;
   std::uint64_t id = 0;
   std::uint64_t changeTime = 0;

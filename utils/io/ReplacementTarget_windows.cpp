@@ -147,6 +147,12 @@ ReplacedFile identityOf(HANDLE handle) {
   replaced.volume = information.dwVolumeSerialNumber;
   replaced.id =
       (static_cast<std::uint64_t>(information.nFileIndexHigh) << 32) | information.nFileIndexLow;
+  // Where file IDs come back at once for new files (Wine over a Unix file
+  // system), the creation time tells them apart. Not the last write time,
+  // which the system may set again when the handle is closed.
+  replaced.changeTime =
+      (static_cast<std::uint64_t>(information.ftCreationTime.dwHighDateTime) << 32) |
+      information.ftCreationTime.dwLowDateTime;
   return replaced;
 }
 
