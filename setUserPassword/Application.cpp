@@ -70,13 +70,10 @@ int Application::run() {
   return 0;
 }
 
-// The file is read whole before anything is asked, so that an error in it
-// ends the run before the user types; nothing of it is kept, since the
+// The file is read through before anything is asked, so that an error in
+// it ends the run before the user types; nothing of it is kept, since the
 // change is applied to the file as it is under the lock.
-void Application::checkPasswordFile() const {
-  PasswordFile first = passwordFile_.reopened();
-  first.read();
-}
+void Application::checkPasswordFile() const { passwordFile_.check(); }
 
 void Application::hashNewPassword() {
   const utils::core::SecureString password = readNewPassword();
@@ -86,19 +83,12 @@ void Application::hashNewPassword() {
 
 // Another run may have replaced the file while this one waited for its user.
 // Under the lock, the file is read again and this run's one change applied
-// again, so that no run's change is lost. It is the file resolved before the
-// prompt: whatever the folder's names point to now, the change goes where
-// the first read looked.
+// as it is copied, so that no run's change is lost. It is the file resolved
+// before the prompt: whatever the folder's names point to now, the change
+// goes where the first read looked.
 void Application::replacePasswordFile() const {
   const utils::io::ReplacementLock lock(passwordFile_.target());
-  PasswordFile current = passwordFile_.reopened();
-  current.read();
-  if (newHash_) {
-    current.set(userUuid_, newHash_->view());
-  } else {
-    current.erase(userUuid_);
-  }
-  current.write();
+  passwordFile_.rewrite({userUuid_, newHash_ ? std::optional(newHash_->view()) : std::nullopt});
 }
 
 void Application::confirmRemoval() const {

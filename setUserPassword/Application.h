@@ -2,9 +2,10 @@
 //
 // Construction resolves the user configuration file and then the password
 // file, printing the line that names each. run() finds the user, checks the
-// password file (read whole, nothing kept), then either confirms the
+// password file (read through, nothing kept), then either confirms the
 // removal or obtains, checks and hashes a new password; under the lock it
-// reads the file again, applies that one change and replaces the file.
+// copies the file to a new one, that one change applied on the way, and
+// replaces the file with it.
 // Nothing is written before that replace, so any failure or cancellation
 // before it leaves both files as they were. Only the pending change is kept
 // across the prompt, never a copy of the file.
@@ -61,8 +62,7 @@ class Application {
   lineEdit::LineEditor passwordEditor_;
   lineEdit::LineEditor repeatPasswordEditor_;
   std::filesystem::path userConfigPath_;
-  // Read and written only through copies made by reopened(): it holds the
-  // file's one resolution, not its content.
+  // The file's one resolution, not its content.
   PasswordFile passwordFile_;
   std::string_view userName_;
   utils::core::Uuid userUuid_;

@@ -62,11 +62,16 @@ class ExactReader {
   // that an enormous string costs no memory.
   bool stringEquals(Value& value, std::string_view text) { return value.asString().equals(text); }
 
-  // The decoded text of `value`, a string, kept in `room`.
-  std::string_view readString(Value& value, std::string& room) {
-    room.clear();
-    value.asString().appendTo(room);
-    return room;
+  // Hands the decoded text of `value`, a string, to `onPiece(std::string_view)`
+  // in pieces (see String::forEachPiece): any length in constant memory.
+  template <typename OnPiece>
+  void readStringPieces(Value& value, OnPiece&& onPiece) {
+    value.asString().forEachPiece(onPiece);
+  }
+
+  // Checks that `value` is a string and passes over it, keeping nothing.
+  void skipString(Value& value) {
+    readStringPieces(value, [](std::string_view) {});
   }
 
   void skip(Value& value) { value.skip(); }

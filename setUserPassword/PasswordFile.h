@@ -1,144 +1,104 @@
-// PasswordFile: the password file (passwords.json) in memory. One JSON
-// object whose members all have string values: "$schema", one member per
-// user (the UUID's text → the SHA-crypt hash string), and any other member,
-// which is kept as it stands.
+// PasswordFile: the password file (passwords.json), read and rewritten as a
+// stream. One JSON object whose members all have string values:
+// "$schema", one member per user (the UUID's text → the SHA-crypt hash
+// string), and any other member, which is kept as it stands.
 //
-// Every member survives a rewrite with its name, value and place; only the
-// entries of the user being changed are touched. The file on disk is never
-// edited: write() replaces it with a complete new version.
+// Nothing of the file is held: check() reads it through and keeps
+// nothing; rewrite() reads it again, member by member, and writes each
+// member to the temporary file as it goes, applying the one change on the
+// way, through fixed buffers. So a file of any size, a value of any length
+// included, costs the same little memory. Every member survives with its
+// name, value and place; only the entries of the user being changed are
+// touched. The file on disk is never edited: rewrite() replaces it with a
+// complete new version.
 //
-// Entries are held compactly: the names and values of all entries in a few
-// large blocks of bytes, each entry a pointer, two lengths and its UUID.
+// Each pass runs the file's rules once over the fast skim of the raw bytes
+// (utils/json/decoder/Skimmer.h) and, where it gives up (an error to be
+// located, an escape to be decoded, a string longer than its window),
+// again from the start over the exact decoder, which locates every error.
 //
 // Thread safety: one object, one thread.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <deque>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string_view>
-#include <vector>
 
 #include "setUserPassword/SearchPass.h"
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
+#include "utils/io/OutputStream.h"
 #include "utils/io/ReplacementTarget.h"
 #include "utils/json/decoder/Skimmer.h"
 
 namespace korvane::setUserPassword {
 
+// The one change a run makes to the file.
+struct PasswordChange {
+  utils::core::Uuid uuid;
+  // The new hash, stored in the first entry for `uuid` (one is appended at
+  // the end when there is none) while every later entry for it is dropped;
+  // std::nullopt removes every entry for `uuid`.
+  std::optional<std::string_view> hash;
+};
+
 class PasswordFile {
  public:
-  // One member of the file. Its name and value are kept side by side in the
-  // file's storage (see below) and stay valid while the PasswordFile lives.
-  class Entry {
-   public:
-    // As read, or the UUID's text for an added entry.
-    std::string_view name() const noexcept { return {text_, nameLength()}; }
-    // Parsed from the name; null when it is no UUID.
-    const utils::core::Uuid& uuid() const noexcept { return uuid_; }
-    std::string_view value() const noexcept {
-      return {text_ + nameLength(), static_cast<std::size_t>(lengths_ >> nameLengthBits)};
-    }
-
-   private:
-    friend class PasswordFile;
-    // Member names are at most 64 KiB (the decoder's limit), values anything.
-    static constexpr unsigned nameLengthBits = 20;
-    std::size_t nameLength() const noexcept {
-      return static_cast<std::size_t>(lengths_ & ((std::uint64_t{1} << nameLengthBits) - 1));
-    }
-
-    const char* text_ = nullptr;  // the name, then the value
-    std::uint64_t lengths_ = 0;   // the value's length above the name's
-    utils::core::Uuid uuid_;
-  };
-
   // The value of the "$schema" member of a new file.
   static std::string_view schemaUrl() noexcept;
 
   explicit PasswordFile(std::filesystem::path path) : path_(std::move(path)) {}
 
-  // An empty PasswordFile for the same file, resolved once for both (see
-  // target()): what it reads is what this one would read now.
-  PasswordFile reopened() const;
-
   // The file on disk, its path resolved on first use and never again (see
-  // utils/io/ReplacementTarget.h). Throws what resolving throws; a link
-  // that is not followed says to name the real file with -Passwords.
+  // utils/io/ReplacementTarget.h): check() and rewrite() read what that
+  // resolution found. Throws what resolving throws; a link that is not
+  // followed says to name the real file with -Passwords.
   const utils::io::ReplacementTarget& target() const;
 
-  // Fills the entries from the file, replacing any held, and remembers
-  // which file that was, for write(). A missing file reads as a new one
-  // that holds only "$schema"; anything but a regular file at the name is
-  // an error, and nothing is read from it; every other failure throws.
-  // The file is read first by skim(); where it gives up, by readFrom().
-  // *settledBy (if given) tells which.
-  void read(SearchPass* settledBy = nullptr);
+  // Reads the whole file and checks it, keeping nothing; returns the pass
+  // that settled it. A missing file is a new one and passes; anything but
+  // a regular file at the name is an error, and nothing is read from it;
+  // every other failure throws, an error in the text with its line and
+  // column.
+  SearchPass check() const;
 
-  // The two passes behind read(), each replacing the entries held.
-  // skim: the fast pass over the text that `reader` gives (see
-  // utils/json/decoder/Skimmer.h): true when it read the whole file; false,
-  // with no entries, where it gave up: on anything readFrom() refuses, and
-  // on an escape in a name or a value. The reader's exceptions pass through.
-  bool skim(const utils::json::decoder::Skimmer::Reader& reader,
-            std::size_t window = utils::json::decoder::Skimmer::defaultWindow);
-  // readFrom: the exact pass over `stream`, whose errors name the file and
-  // the line and column.
-  void readFrom(utils::io::InputStream<char>& stream);
+  // Applies `change` to the file now at the name: reads it (a missing file
+  // reads as one that holds only "$schema"), writes the result to
+  // "<path>.<random UUID>", created exclusively (anything already at that
+  // name makes it fail) with the attributes of the file read, and moves
+  // that over the password file (see ReplacementTarget::replace) provided
+  // that the name still refers to the file read (or still to nothing).
+  // An error in what is read throws as check() does and removes the
+  // temporary file. A failure to write it or to move it leaves it behind
+  // and the password file untouched, unless the in-place copy of the
+  // replace failed, which says so. Returns the pass that settled the read.
+  // REQUIRES: the caller holds the folder's ReplacementLock.
+  SearchPass rewrite(const PasswordChange& change) const;
 
-  // The first entry for `uuid`, or null.
-  const Entry* find(const utils::core::Uuid& uuid) const noexcept;
-
-  // Stores `hash` in the first entry for `uuid` (appending one at the end
-  // when there is none) and removes every later entry for it.
-  void set(const utils::core::Uuid& uuid, std::string_view hash);
-
-  // Removes every entry for `uuid`.
-  void erase(const utils::core::Uuid& uuid);
-
-  // Writes the entries to "<path>.<random UUID>", a file created there
-  // exclusively (anything already at that name makes it fail) with the
-  // attributes of the file that read() read, and moves that file over the
-  // password file (see ReplacementTarget::replace), provided that the
-  // password file is still the one read() read (or still missing). Without
-  // a read() since the last write(), whatever file is there now is
-  // replaced. On failure the temporary file is left behind and the password
-  // file is untouched, unless the in-place copy of the replace failed,
-  // which says so.
-  void write();
+  // The two passes behind check() and rewrite(), over any text; with
+  // `change` and `out`, the new file is written to `out` (for a rewrite),
+  // without them the text is only checked.
+  // skim: true when it read the whole text; false where it gave up, with
+  // whatever it wrote to `out` to be thrown away. The reader's and the
+  // output's exceptions pass through.
+  static bool skim(const utils::json::decoder::Skimmer::Reader& reader,
+                   const PasswordChange* change = nullptr,
+                   utils::io::OutputStream<char>* out = nullptr,
+                   std::size_t window = utils::json::decoder::Skimmer::defaultWindow);
+  // exact: errors name the text `path` and their line and column.
+  static void readExactly(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
+                          const PasswordChange* change = nullptr,
+                          utils::io::OutputStream<char>* out = nullptr);
+  // What rewrite() writes for a missing file.
+  static void writeNewFile(const PasswordChange& change, utils::io::OutputStream<char>& out);
 
   const std::filesystem::path& path() const noexcept { return path_; }
-  // In file order. A deque, so that growing it never copies what it holds.
-  const std::deque<Entry>& entries() const noexcept { return entries_; }
 
  private:
-  // Drops every entry and the storage.
-  void clear();
-  // The file's rules, run by both passes on their reader (ExactReader.h,
-  // SkimReader.h): replaces the entries with the file's members.
-  template <typename Reader>
-  void readEntries(Reader& reader);
-  // Makes an entry whose name and value are copied into the storage.
-  Entry makeEntry(std::string_view name, const utils::core::Uuid& uuid, std::string_view value);
-  // Room for `size` bytes in the storage.
-  char* allocate(std::size_t size);
-
   std::filesystem::path path_;
   mutable std::shared_ptr<const utils::io::ReplacementTarget> target_;
-  // The file the last read() read: std::nullopt when it was missing.
-  std::optional<utils::io::ReplacedFile> replaced_;
-  bool hasRead_ = false;
-  std::deque<Entry> entries_;
-  // The storage of names and values: blocks that never move, filled in
-  // turn, so that a file of a million entries is held in little more than
-  // its own size (one heap string per name and value would double it).
-  std::vector<std::unique_ptr<char[]>> blocks_;
-  char* free_ = nullptr;
-  std::size_t freeSize_ = 0;
 };
 
 }  // namespace korvane::setUserPassword

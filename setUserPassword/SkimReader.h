@@ -64,10 +64,15 @@ class SkimReader {
     return plain(skimmer_.readString()) == text;
   }
 
-  // The raw text: valid until the Skimmer's next operation; `room` is unused.
-  std::string_view readString(Value& /*value*/, std::string& /*room*/) {
-    return plain(skimmer_.readString());
+  // The text, whole (a string that does not fit the window gives up): its
+  // raw bytes, which are the decoded text of a string without an escape.
+  template <typename OnPiece>
+  void readStringPieces(Value& /*value*/, OnPiece&& onPiece) {
+    onPiece(plain(skimmer_.readString()));
   }
+
+  // Escapes are checked but need no decoding here.
+  void skipString(Value& /*value*/) { skimmer_.readString(); }
 
   void skip(Value& /*value*/) { skimmer_.skipValue(); }
 

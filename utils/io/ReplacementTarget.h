@@ -105,6 +105,12 @@ class ReplacementTarget {
   // 0600) when there is none. Fails when an attribute cannot be copied.
   File createTemporary(std::string_view suffix, const std::optional<ReplacedFile>& replaced) const;
 
+  // Removes the temporary file `temporary` (made by createTemporary, still
+  // open) when its name still refers to it, and closes it: what a run
+  // wrote and does not use is not left beside the target. Whatever has
+  // taken the name meanwhile stays; a failure leaves the file behind.
+  void discardTemporary(File temporary) const noexcept;
+
   // The identity of the open `file` (no attributes), for replace().
   static ReplacedFile identify(const File& file);
 

@@ -566,6 +566,20 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
   return file;
 }
 
+void ReplacementTarget::discardTemporary(File temporary) const noexcept {
+  if (!directoryExists_ || !temporary.isOpen()) return;
+  const int directory = static_cast<int>(directory_);
+  const std::filesystem::path name = temporary.path().filename();
+  struct stat opened {};
+  struct stat named {};
+  // Open, the file keeps its inode number: device and inode tell it apart.
+  if (::fstat(static_cast<int>(temporary.nativeHandle()), &opened) == 0 &&
+      ::fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+      opened.st_dev == named.st_dev && opened.st_ino == named.st_ino) {
+    ::unlinkat(directory, name.c_str(), 0);
+  }
+}
+
 ReplacedFile ReplacementTarget::identify(const File& file) {
   struct stat status {};
   if (::fstat(static_cast<int>(file.nativeHandle()), &status) != 0) {

@@ -360,6 +360,23 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
   return file;
 }
 
+void ReplacementTarget::discardTemporary(File temporary) const noexcept {
+  if (!temporary.isOpen()) return;
+  const ReplacedFile written = identityOf(reinterpret_cast<HANDLE>(temporary.nativeHandle()));
+  try {
+    const std::filesystem::path path = temporary.path();
+    temporary.close();
+    const Handle handle = openItself(path, DELETE | FILE_READ_ATTRIBUTES);
+    if (!handle.valid() || !identityOf(handle.get()).sameFileAs(written)) return;
+    FILE_DISPOSITION_INFO disposition{};
+    disposition.DeleteFile = TRUE;
+    ::SetFileInformationByHandle(handle.get(), FileDispositionInfo, &disposition,
+                                 sizeof disposition);
+  } catch (...) {
+    // Left behind, as any temporary file whose removal fails.
+  }
+}
+
 ReplacedFile ReplacementTarget::identify(const File& file) {
   return identityOf(reinterpret_cast<HANDLE>(file.nativeHandle()));
 }

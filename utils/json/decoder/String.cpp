@@ -8,44 +8,17 @@ namespace korvane::utils::json::decoder {
 String::~String() = default;
 
 void String::appendTo(std::string& out) {
-  beginWhole();
-  for (;;) {
-    const std::span<const char> run = parser().takePlainRun(frameId());
-    if (!run.empty()) {
-      out.append(run.data(), run.size());
-      continue;
-    }
-    if (!parser().nextStringUnit(frameId(), unit_)) {
-      unit_.length = 0;
-      finishWhole();
-      return;
-    }
-    out.append(unit_.bytes.data(), unit_.length);
-  }
+  forEachPiece([&out](std::string_view piece) { out.append(piece); });
 }
 
 bool String::equals(std::string_view expected) {
-  beginWhole();
   bool equal = true;
-  // Compares `count` bytes at `bytes` with the next part of `expected`.
-  const auto compare = [&](const char* bytes, std::size_t count) {
-    equal = equal && count <= expected.size() &&
-            std::char_traits<char>::compare(bytes, expected.data(), count) == 0;
-    expected.remove_prefix(equal ? count : expected.size());
-  };
-  for (;;) {
-    const std::span<const char> run = parser().takePlainRun(frameId());
-    if (!run.empty()) {
-      compare(run.data(), run.size());
-      continue;
-    }
-    if (!parser().nextStringUnit(frameId(), unit_)) {
-      unit_.length = 0;
-      finishWhole();
-      return equal && expected.empty();
-    }
-    compare(unit_.bytes.data(), unit_.length);
-  }
+  forEachPiece([&](std::string_view piece) {
+    equal = equal && piece.size() <= expected.size() &&
+            std::char_traits<char>::compare(piece.data(), expected.data(), piece.size()) == 0;
+    expected.remove_prefix(equal ? piece.size() : expected.size());
+  });
+  return equal && expected.empty();
 }
 
 bool String::stepSlow() {

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -28,6 +29,28 @@ class String : public detail::Walk<String, const char> {
   // rather than character by character; the same text as the walk yields.
   // REQUIRES: instead of begin(), called once.
   void appendTo(std::string& out);
+
+  // Hands the whole string to `onPiece(std::string_view)` in pieces, each a
+  // run of plain characters or one decoded escape or character, so that a
+  // string of any length passes in constant memory. A piece is valid only
+  // during the call. REQUIRES: instead of begin(), called once.
+  template <typename OnPiece>
+  void forEachPiece(OnPiece&& onPiece) {
+    beginWhole();
+    for (;;) {
+      const std::span<const char> run = parser().takePlainRun(frameId());
+      if (!run.empty()) {
+        onPiece(std::string_view(run.data(), run.size()));
+        continue;
+      }
+      if (!parser().nextStringUnit(frameId(), unit_)) {
+        unit_.length = 0;
+        finishWhole();
+        return;
+      }
+      onPiece(std::string_view(unit_.bytes.data(), unit_.length));
+    }
+  }
 
   // Reads the whole string, as appendTo() does, and tells whether it is
   // `expected` byte for byte; it holds none of it, so a string of any

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <stdexcept>
 
+#include "utils/core/Format.h"
 #include "utils/core/SecureZero.h"
 #include "utils/json/ScanKernels.h"
 #include "utils/json/encoder/Document.h"
@@ -25,47 +26,58 @@ std::size_t plainLength(const char* begin, const char* end) noexcept {
   }
 }
 
-// Appends `text` in double quotes, escaped.
-void appendQuoted(std::string& out, std::string_view text) {
+// Hands `text` to `write(const char*, std::size_t)` escaped: runs of plain
+// bytes as they are, each other byte as its escape.
+template <typename Write>
+void writeEscaped(std::string_view text, Write&& write) {
   static constexpr char hex[] = "0123456789abcdef";
-  out += '"';
   const char* p = text.data();
   const char* const end = p + text.size();
   for (;;) {
     const std::size_t plain = plainLength(p, end);
-    out.append(p, plain);
+    if (plain != 0) write(p, plain);
     p += plain;
-    if (p == end) break;
+    if (p == end) return;
     const auto c = static_cast<unsigned char>(*p++);
+    const char* named = nullptr;
     switch (c) {
       case '"':
-        out += "\\\"";
+        named = "\\\"";
         break;
       case '\\':
-        out += "\\\\";
+        named = "\\\\";
         break;
       case '\b':
-        out += "\\b";
+        named = "\\b";
         break;
       case '\f':
-        out += "\\f";
+        named = "\\f";
         break;
       case '\n':
-        out += "\\n";
+        named = "\\n";
         break;
       case '\r':
-        out += "\\r";
+        named = "\\r";
         break;
       case '\t':
-        out += "\\t";
+        named = "\\t";
         break;
-      default: {
-        const char escape[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
-        out.append(escape, sizeof escape);
+      default:
         break;
-      }
+    }
+    if (named != nullptr) {
+      write(named, 2);
+    } else {
+      const char escape[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
+      write(escape, sizeof escape);
     }
   }
+}
+
+// Appends `text` in double quotes, escaped.
+void appendQuoted(std::string& out, std::string_view text) {
+  out += '"';
+  writeEscaped(text, [&out](const char* bytes, std::size_t count) { out.append(bytes, count); });
   out += '"';
 }
 
@@ -78,12 +90,19 @@ Object::~Object() {
   core::secureZero(scratch_.data(), scratch_.capacity());
 }
 
-void Object::addStringView(std::string_view name, std::string_view value) {
+void Object::requireOpen(const char* operation, bool inMember) const {
   if (document_ == nullptr) {
-    throw std::logic_error(
-        "korvane::utils::json::encoder::Object::addStringView(): the document is finished");
+    throw std::logic_error(core::format(
+        "korvane::utils::json::encoder::Object::{}(): the document is finished", operation));
   }
-  // The member is composed first and written with one call.
+  if (inMember_ != inMember) {
+    throw std::logic_error(core::format("korvane::utils::json::encoder::Object::{}(): {}",
+                                        operation,
+                                        inMember ? "no member is begun" : "a member is begun"));
+  }
+}
+
+void Object::composeStart(std::string_view name) {
   const bool indented = document_->format_ == Format::indented;
   scratch_.clear();
   if (indented) {
@@ -93,9 +112,38 @@ void Object::addStringView(std::string_view name, std::string_view value) {
   }
   appendQuoted(scratch_, name);
   scratch_ += indented ? ": " : ":";
+}
+
+void Object::addStringView(std::string_view name, std::string_view value) {
+  requireOpen("add", false);
+  // The member is composed first and written with one call.
+  composeStart(name);
   appendQuoted(scratch_, value);
   document_->stream_.write(scratch_);
   empty_ = false;
+}
+
+void Object::beginMember(std::string_view name) {
+  requireOpen("beginMember", false);
+  composeStart(name);
+  scratch_ += '"';
+  document_->stream_.write(scratch_);
+  empty_ = false;
+  inMember_ = true;
+}
+
+void Object::appendToValue(std::string_view piece) {
+  requireOpen("appendToValue", true);
+  io::OutputStream<char>& stream = document_->stream_;
+  writeEscaped(piece, [&stream](const char* bytes, std::size_t count) {
+    stream.write(std::string_view(bytes, count));
+  });
+}
+
+void Object::endMember() {
+  requireOpen("endMember", true);
+  document_->stream_.put('"');
+  inMember_ = false;
 }
 
 void Object::close() noexcept {

@@ -28,15 +28,29 @@ class Object {
   // Writes one member with a string value.
   void add(std::string_view name, std::string_view value) { addStringView(name, value); }
 
+  // Writes one member whose string value comes in pieces, so that a value
+  // of any length passes in constant memory: beginMember(), then
+  // appendToValue() for each piece, then endMember(). The bytes written are
+  // add()'s for the whole value. REQUIRES: a UTF-8 character may be split
+  // between pieces only where add() would write it unchanged (any byte
+  // from 0x80 on is); no other call on the Object between the three.
+  void beginMember(std::string_view name);
+  void appendToValue(std::string_view piece);
+  void endMember();
+
  private:
   friend class Document;
   explicit Object(Document& document) noexcept;
 
   void addStringView(std::string_view name, std::string_view value);
+  // Appends the separator before the next member, its quoted name and the colon.
+  void composeStart(std::string_view name);
+  void requireOpen(const char* operation, bool inMember) const;
   void close() noexcept;
 
   Document* document_;
   bool empty_ = true;
+  bool inMember_ = false;
   std::string scratch_;  // the member being composed; wiped at the end
 };
 
