@@ -1,5 +1,6 @@
 #include "setUserPassword/Application.h"
 
+#include <exception>
 #include <iostream>
 #include <locale>
 #include <new>
@@ -58,13 +59,17 @@ Application::Application(const CommandLine& commandLine)
 
 int Application::run() {
   userUuid_ = findUser(userConfigPath_, userName_);
-  checkPasswordFile();
-  if (commandLine_.remove) {
-    confirmRemoval();
+  if (commandLine_.stdinIsConsole) {
+    checkPasswordFile();
+    if (commandLine_.remove) {
+      confirmRemoval();
+    } else {
+      hashPassword(promptNewPasswordTwice());
+    }
+    replacePasswordFile();
   } else {
-    hashNewPassword();
+    replaceUnattended();
   }
-  replacePasswordFile();
   std::cout << "Password for user \"" << userName_ << "\" was "
             << (commandLine_.remove ? "removed." : "updated.") << std::endl;
   return 0;
@@ -75,8 +80,7 @@ int Application::run() {
 // change is applied to the file as it is under the lock.
 void Application::checkPasswordFile() const { passwordFile_.check(); }
 
-void Application::hashNewPassword() {
-  const utils::core::SecureString password = readNewPassword();
+void Application::hashPassword(const utils::core::SecureString& password) {
   const security::ShaCrypt crypt(security::ShaCrypt::sha512Tag, security::ShaCrypt::defaultRounds);
   newHash_ = crypt.hash(password.view());
 }
@@ -86,9 +90,28 @@ void Application::hashNewPassword() {
 // as it is copied, so that no run's change is lost. It is the file resolved
 // before the prompt: whatever the folder's names point to now, the change
 // goes where the first read looked.
-void Application::replacePasswordFile() const {
+void Application::replacePasswordFile(const std::function<void()>& beforeReplace) const {
   const utils::io::ReplacementLock lock(passwordFile_.target());
-  passwordFile_.rewrite({userUuid_, newHash_ ? std::optional(newHash_->view()) : std::nullopt});
+  const PasswordChange change{userUuid_, newHash_ ? std::optional(newHash_->view()) : std::nullopt};
+  passwordFile_.rewrite(change, beforeReplace);
+}
+
+// Nothing is asked, so nothing is gained by checking the file first: it is
+// read once, under the lock. An error in it still comes before an unusable
+// password, which is reported once the file has been read, and then
+// nothing is replaced (the temporary file holds no entry for the user).
+void Application::replaceUnattended() {
+  std::exception_ptr unusable;
+  if (!commandLine_.remove) {
+    try {
+      hashPassword(readRedirectedPassword());
+    } catch (const WeakPasswordException&) {
+      unusable = std::current_exception();
+    }
+  }
+  replacePasswordFile([&unusable] {
+    if (unusable) std::rethrow_exception(unusable);
+  });
 }
 
 void Application::confirmRemoval() const {
@@ -105,11 +128,6 @@ void Application::confirmRemoval() const {
         break;
     }
   }
-}
-
-utils::core::SecureString Application::readNewPassword() {
-  if (commandLine_.stdinIsConsole) return promptNewPasswordTwice();
-  return readRedirectedPassword();
 }
 
 utils::core::SecureString Application::readRedirectedPassword() const {

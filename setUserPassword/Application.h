@@ -1,11 +1,14 @@
 // Application: one run of the tool, setting or removing one user's password.
 //
 // Construction resolves the user configuration file and then the password
-// file, printing the line that names each. run() finds the user, checks the
-// password file (read through, nothing kept), then either confirms the
-// removal or obtains, checks and hashes a new password; under the lock it
-// copies the file to a new one, that one change applied on the way, and
-// replaces the file with it.
+// file, printing the line that names each. run() finds the user; at a
+// console it checks the password file (read through, nothing kept), then
+// either confirms the removal or obtains, checks and hashes a new
+// password; under the lock it copies the file to a new one, that one
+// change applied on the way, and replaces the file with it. With
+// redirected input nothing is asked: the password is read first and the
+// file only once, under the lock, its errors still reported before those
+// of the password.
 // Nothing is written before that replace, so any failure or cancellation
 // before it leaves both files as they were. Only the pending change is kept
 // across the prompt, never a copy of the file.
@@ -14,6 +17,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -46,13 +50,13 @@ class Application {
 
  private:
   void checkPasswordFile() const;
-  void hashNewPassword();
-  void replacePasswordFile() const;
+  void hashPassword(const utils::core::SecureString& password);
+  void replacePasswordFile(const std::function<void()>& beforeReplace = {}) const;
+  void replaceUnattended();
   void confirmRemoval() const;
 
-  // The new password: typed twice at a console, or the first line of
-  // redirected input.
-  utils::core::SecureString readNewPassword();
+  // The new password: the first line of redirected input, or typed twice
+  // at a console.
   utils::core::SecureString readRedirectedPassword() const;
   utils::core::SecureString promptNewPasswordTwice();
   utils::core::SecureString enterPassword();

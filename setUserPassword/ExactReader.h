@@ -26,6 +26,9 @@ class ExactReader {
  public:
   using Value = utils::json::decoder::Value;
 
+  // Names and strings are handed out decoded, and may need escaping again.
+  static constexpr bool yieldsRawText = false;
+
   // `path` names the text of `stream` in messages.
   ExactReader(utils::io::InputStream<char>& stream, const std::filesystem::path& path)
       : document_(stream, path) {}

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <span>
+#include <string>
 #include <utility>
 
 #include "setUserPassword/ExactReader.h"
@@ -26,39 +27,55 @@ using utils::io::File;
 using utils::io::ReplacedFile;
 using utils::io::ReplacementTarget;
 
-// Large enough that writing a big file costs few system calls.
-constexpr std::size_t outputBufferSize = 256 * 1024;
+// Tells the names of one UUID's entries: the texts that Uuid::fromString
+// reads as that UUID, which are its canonical text with any hex digit in
+// either case. Compared byte by byte, most names differ in the first.
+class EntryName {
+ public:
+  explicit EntryName(const Uuid& uuid) : text_(uuid.toString().view()) {}
 
-bool isEntryOf(std::string_view name, const Uuid& uuid) {
-  const auto parsed = Uuid::fromString(name);
-  return parsed && *parsed == uuid;
-}
+  bool matches(std::string_view name) const noexcept {
+    if (name.size() != text_.size()) return false;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+      const char c = name[i];
+      const char lower = c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c;
+      if (lower != text_[i]) return false;
+    }
+    return true;
+  }
+
+ private:
+  std::string text_;  // lower case
+};
 
 // The file's rules, for both passes: one object whose members all have
 // string values. Only checked, without `out`; with it, each member is
 // written as it is read, `change` applied on the way.
 template <typename Reader>
-void passMembers(Reader& reader, const PasswordChange* change,
-                 utils::io::OutputStream<char>* out) {
+void passMembers(Reader& reader, const PasswordChange* change, utils::io::OutputStream<char>* out) {
   using Value = typename Reader::Value;
   if (change == nullptr || out == nullptr) {
     reader.readDocument([&](std::string_view, Value& value) { reader.skipString(value); });
     return;
   }
+  constexpr auto escape =
+      Reader::yieldsRawText ? encoder::Object::Escape::none : encoder::Object::Escape::needed;
+  const EntryName entryName(change->uuid);
   encoder::Document document(std::ref(*out), encoder::Format::indented);
   encoder::Object object = document.asObject();
   bool found = false;
   // The name is written before the value is read, which may move what it
   // points into (the fast pass's window).
   reader.readDocument([&](std::string_view name, Value& value) {
-    if (isEntryOf(name, change->uuid)) {
+    if (entryName.matches(name)) {
       if (change->hash && !found) object.add(name, *change->hash);
       found = true;
       reader.skipString(value);
       return;
     }
-    object.beginMember(name);
-    reader.readStringPieces(value, [&](std::string_view piece) { object.appendToValue(piece); });
+    object.beginMember(name, escape);
+    reader.readStringPieces(value,
+                            [&](std::string_view piece) { object.appendToValue(piece, escape); });
     object.endMember();
   });
   if (change->hash && !found) object.add(change->uuid.toString().view(), *change->hash);
@@ -70,10 +87,7 @@ void passMembers(Reader& reader, const PasswordChange* change,
 class TemporaryFile final : public utils::io::OutputStream<char> {
  public:
   TemporaryFile(const ReplacementTarget& target, const std::optional<ReplacedFile>& replaced)
-      : OutputStream<char>(outputBufferSize),
-        target_(target),
-        replaced_(replaced),
-        file_(create()) {}
+      : target_(target), replaced_(replaced), file_(create()) {}
   ~TemporaryFile() override { discard(); }
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
@@ -141,7 +155,8 @@ SearchPass PasswordFile::check() const {
       [&](utils::io::InputStream<char>& stream) { readExactly(stream, path_); });
 }
 
-SearchPass PasswordFile::rewrite(const PasswordChange& change) const {
+SearchPass PasswordFile::rewrite(const PasswordChange& change,
+                                 const std::function<void()>& beforeReplace) const {
   const ReplacementTarget& file = target();
   ReplacedFile identity;
   std::optional<File> input = file.open(&identity);
@@ -160,6 +175,7 @@ SearchPass PasswordFile::rewrite(const PasswordChange& change) const {
   } else {
     writeNewFile(change, temporary);
   }
+  if (beforeReplace) beforeReplace();
   temporary.replaceTarget();
   return pass;
 }

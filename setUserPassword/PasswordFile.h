@@ -22,6 +22,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -73,9 +74,13 @@ class PasswordFile {
   // An error in what is read throws as check() does and removes the
   // temporary file. A failure to write it or to move it leaves it behind
   // and the password file untouched, unless the in-place copy of the
-  // replace failed, which says so. Returns the pass that settled the read.
+  // replace failed, which says so. `beforeReplace`, when given, runs once
+  // the whole file has been read and checked, just before the replace;
+  // what it throws ends the rewrite and removes the temporary file.
+  // Returns the pass that settled the read.
   // REQUIRES: the caller holds the folder's ReplacementLock.
-  SearchPass rewrite(const PasswordChange& change) const;
+  SearchPass rewrite(const PasswordChange& change,
+                     const std::function<void()>& beforeReplace = {}) const;
 
   // The two passes behind check() and rewrite(), over any text; with
   // `change` and `out`, the new file is written to `out` (for a rewrite),

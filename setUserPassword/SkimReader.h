@@ -25,6 +25,10 @@ class SkimReader {
   // The Skimmer stands at the value: there is nothing to hold.
   struct Value {};
 
+  // Names and strings are handed out as they stand in the text, which
+  // holds no escape sequence in them (the pass gives up on one).
+  static constexpr bool yieldsRawText = true;
+
   // REQUIRES: `skimmer` outlives the reader.
   explicit SkimReader(utils::json::decoder::Skimmer& skimmer) noexcept : skimmer_(skimmer) {}
 

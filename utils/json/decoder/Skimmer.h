@@ -63,7 +63,9 @@ class Skimmer : private detail::Grammar<Skimmer> {
   // Reads at most into.size() bytes; returns 0 only at the end of the input.
   using Reader = std::function<std::size_t(std::span<char>)>;
 
-  static constexpr std::size_t defaultWindow = 256 * 1024;
+  // Small enough to come from the heap, where the next Skimmer finds the
+  // same pages again; large enough that refills are few.
+  static constexpr std::size_t defaultWindow = 64 * 1024;
   static constexpr std::size_t maxSkipDepth = 64;
 
   // REQUIRES: window >= 16.

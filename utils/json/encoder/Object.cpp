@@ -102,7 +102,7 @@ void Object::requireOpen(const char* operation, bool inMember) const {
   }
 }
 
-void Object::composeStart(std::string_view name) {
+void Object::composeStart(std::string_view name, Escape escape) {
   const bool indented = document_->format_ == Format::indented;
   scratch_.clear();
   if (indented) {
@@ -110,31 +110,41 @@ void Object::composeStart(std::string_view name) {
   } else if (!empty_) {
     scratch_ += ',';
   }
-  appendQuoted(scratch_, name);
+  if (escape == Escape::none) {
+    scratch_ += '"';
+    scratch_ += name;
+    scratch_ += '"';
+  } else {
+    appendQuoted(scratch_, name);
+  }
   scratch_ += indented ? ": " : ":";
 }
 
 void Object::addStringView(std::string_view name, std::string_view value) {
   requireOpen("add", false);
   // The member is composed first and written with one call.
-  composeStart(name);
+  composeStart(name, Escape::needed);
   appendQuoted(scratch_, value);
   document_->stream_.write(scratch_);
   empty_ = false;
 }
 
-void Object::beginMember(std::string_view name) {
+void Object::beginMember(std::string_view name, Escape escape) {
   requireOpen("beginMember", false);
-  composeStart(name);
+  composeStart(name, escape);
   scratch_ += '"';
   document_->stream_.write(scratch_);
   empty_ = false;
   inMember_ = true;
 }
 
-void Object::appendToValue(std::string_view piece) {
+void Object::appendToValue(std::string_view piece, Escape escape) {
   requireOpen("appendToValue", true);
   io::OutputStream<char>& stream = document_->stream_;
+  if (escape == Escape::none) {
+    stream.write(piece);
+    return;
+  }
   writeEscaped(piece, [&stream](const char* bytes, std::size_t count) {
     stream.write(std::string_view(bytes, count));
   });

@@ -28,14 +28,20 @@ class Object {
   // Writes one member with a string value.
   void add(std::string_view name, std::string_view value) { addStringView(name, value); }
 
+  // What a name or piece given below needs. Escape::none promises that it
+  // holds no byte that add() would escape (no control character, '"' or
+  // '\\'), as a string read from JSON without any escape sequence: it is
+  // then copied without a look.
+  enum class Escape : bool { needed, none };
+
   // Writes one member whose string value comes in pieces, so that a value
   // of any length passes in constant memory: beginMember(), then
   // appendToValue() for each piece, then endMember(). The bytes written are
   // add()'s for the whole value. REQUIRES: a UTF-8 character may be split
   // between pieces only where add() would write it unchanged (any byte
   // from 0x80 on is); no other call on the Object between the three.
-  void beginMember(std::string_view name);
-  void appendToValue(std::string_view piece);
+  void beginMember(std::string_view name, Escape escape = Escape::needed);
+  void appendToValue(std::string_view piece, Escape escape = Escape::needed);
   void endMember();
 
  private:
@@ -44,7 +50,7 @@ class Object {
 
   void addStringView(std::string_view name, std::string_view value);
   // Appends the separator before the next member, its quoted name and the colon.
-  void composeStart(std::string_view name);
+  void composeStart(std::string_view name, Escape escape);
   void requireOpen(const char* operation, bool inMember) const;
   void close() noexcept;
 
