@@ -21,7 +21,8 @@ packages=(
   clang-16 libclang-rt-16-dev  # fuzz targets (libFuzzer)
   unicode-data python3 # combining-marks table generator
   python3-pexpect      # end-to-end tests on a pseudo-terminal
-  whois                # mkpasswd, reference in the whole-run benchmark
+  whois                # mkpasswd, reference in the whole-run and scaling benchmarks
+  apache2-utils        # htpasswd, reference in the scaling benchmark
   valgrind
   util-linux           # script(1)
   acl                  # setfacl in the tests: the password file keeps its access control list

@@ -23,13 +23,6 @@
 // installation of 1,000,000 users in /dev/shm shows the whole process's peak
 // memory beside the password file's size.
 #include <crypt.h>
-#include <fcntl.h>
-#include <linux/magic.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/statfs.h>
-#include <sys/time.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -45,11 +38,11 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/MachineInfo.h"
+#include "bench/support/ProcessRun.h"
 #include "security/ShaCrypt.h"
 #include "setUserPassword/PasswordFile.h"
 #include "setUserPassword/PasswordStrength.h"
-
-extern char** environ;
 
 namespace {
 
@@ -69,10 +62,6 @@ struct Timing {
   double cpu = 0;
 };
 
-double milliseconds(const timeval& time) {
-  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
-}
-
 double processCpuMilliseconds() {
   timespec time{};
   ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
@@ -84,29 +73,10 @@ double processCpuMilliseconds() {
 // and `peakBytes` (if given) to its peak resident memory.
 double runProcess(const std::vector<std::string>& argv, const std::string& input, int& status,
                   long long* peakBytes = nullptr) {
-  int pipeFds[2];
-  if (::pipe(pipeFds) != 0) std::abort();
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, pipeFds[0], 0);
-  posix_spawn_file_actions_addclose(&actions, pipeFds[1]);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  std::vector<char*> raw;
-  for (const auto& a : argv) raw.push_back(const_cast<char*>(a.c_str()));
-  raw.push_back(nullptr);
-  pid_t pid = 0;
-  if (posix_spawn(&pid, raw[0], &actions, nullptr, raw.data(), environ) != 0) std::abort();
-  posix_spawn_file_actions_destroy(&actions);
-  ::close(pipeFds[0]);
-  if (::write(pipeFds[1], input.data(), input.size()) < 0) std::abort();
-  ::close(pipeFds[1]);
-  int waitStatus = 0;
-  rusage usage{};
-  ::wait4(pid, &waitStatus, 0, &usage);
-  status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
-  if (peakBytes != nullptr) *peakBytes = static_cast<long long>(usage.ru_maxrss) * 1024;
-  return milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+  const korvane::bench::ProcessOutcome outcome = korvane::bench::runProcess(argv, input);
+  status = outcome.exitStatus;
+  if (peakBytes != nullptr) *peakBytes = static_cast<long long>(outcome.cost.peakBytes);
+  return outcome.cost.cpuMs;
 }
 
 double runProcess(const std::vector<std::string>& argv, const std::string& input) {
@@ -179,31 +149,6 @@ void writeText(const fs::path& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
-// The name of the file system that holds `path`: the goal is for a disk.
-std::string fileSystemType(const fs::path& path) {
-  struct statfs info {};
-  if (::statfs(path.c_str(), &info) != 0) return "unknown";
-  switch (static_cast<unsigned long>(info.f_type)) {
-    case TMPFS_MAGIC:
-      return "tmpfs (memory)";
-    case RAMFS_MAGIC:
-      return "ramfs (memory)";
-    case EXT4_SUPER_MAGIC:
-      return "ext2/3/4 (disk)";
-    case XFS_SUPER_MAGIC:
-      return "xfs (disk)";
-    case BTRFS_SUPER_MAGIC:
-      return "btrfs (disk)";
-    case OVERLAYFS_SUPER_MAGIC:
-      return "overlayfs";
-    default:
-      break;
-  }
-  char hex[32];
-  std::snprintf(hex, sizeof hex, "type 0x%lx", static_cast<unsigned long>(info.f_type));
-  return hex;
-}
-
 // libcrypt's SHA-512-crypt of the same key under a salt of the same length:
 // the hash that mkpasswd computes.
 void libcryptHash(crypt_data& data) {
@@ -271,7 +216,7 @@ void measureIn(const std::string& program, int runs, const fs::path& base) {
   fs::remove_all(directory);
 
   std::printf("installation in %s, %s: median of %d runs, milliseconds (wall clock, CPU)\n",
-              base.c_str(), fileSystemType(base).c_str(), runs);
+              base.c_str(), korvane::bench::fileSystemType(base).c_str(), runs);
   const auto show = [](const char* what, const Timing& timing, const char* note) {
     std::printf("  %-34s %7.3f %7.3f%s\n", what, timing.wall, timing.cpu, note);
   };

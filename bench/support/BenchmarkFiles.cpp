@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
@@ -51,15 +52,41 @@ void generateUsers(const fs::path& path, std::uint64_t count) {
   if (!out) throw std::runtime_error("cannot write the users file");
 }
 
+namespace {
+
+constexpr const char* passwordsHead =
+    "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
+
+// The member of user number `i` (1-based) in the password file, after the
+// previous member.
+std::string passwordEntry(std::uint64_t i) {
+  static const std::string digest(86, 'x');
+  return ",\n  \"" + uuidText(i) + "\": \"$6$" + utils::core::format("{:016x}", i) + '$' + digest +
+         '"';
+}
+
+}  // namespace
+
 void generatePasswords(const fs::path& path, std::uint64_t count) {
   std::ofstream out(path, std::ios::binary);
-  out << "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
-  const std::string digest(86, 'x');
-  for (std::uint64_t i = 1; i <= count; ++i) {
-    out << ",\n  \"" << uuidText(i) << "\": \"$6$" << utils::core::format("{:016x}", i) << '$'
-        << digest << '"';
-  }
+  out << passwordsHead;
+  for (std::uint64_t i = 1; i <= count; ++i) out << passwordEntry(i);
   out << "\n}\n";
+  if (!out) throw std::runtime_error("cannot write the password file");
+}
+
+void generatePaddedPasswords(const fs::path& path, std::uint64_t paddingBytes) {
+  std::ofstream out(path, std::ios::binary);
+  out << passwordsHead << ",\n  \"padding\": \"";
+  // Written a piece at a time, so that the writer's memory stays small.
+  std::string piece(std::size_t{1} << 20, 'a');
+  for (std::size_t i = 0; i < piece.size(); ++i) piece[i] = static_cast<char>('a' + i % 26);
+  for (std::uint64_t left = paddingBytes; left > 0;) {
+    const std::size_t size = static_cast<std::size_t>(std::min<std::uint64_t>(left, piece.size()));
+    out.write(piece.data(), static_cast<std::streamsize>(size));
+    left -= size;
+  }
+  out << '"' << passwordEntry(1) << "\n}\n";
   if (!out) throw std::runtime_error("cannot write the password file");
 }
 
@@ -73,7 +100,10 @@ std::uint64_t benchmarkUsers(int argc, char** argv) {
 }
 
 BenchmarkFolder::BenchmarkFolder(std::string_view name)
-    : path_(fs::temp_directory_path() / utils::core::format("korvane-{}-{}", name, ::getpid())) {
+    : BenchmarkFolder(name, fs::temp_directory_path()) {}
+
+BenchmarkFolder::BenchmarkFolder(std::string_view name, const fs::path& base)
+    : path_(base / utils::core::format("korvane-{}-{}", name, ::getpid())) {
   fs::create_directories(path_);
 }
 

@@ -16,15 +16,20 @@ std::string uuidText(std::uint64_t i);
 
 void generateUsers(const std::filesystem::path& path, std::uint64_t count);
 void generatePasswords(const std::filesystem::path& path, std::uint64_t count);
+// A password file with user 1's entry and, between "$schema" and it, a
+// member "padding" whose string value is `paddingBytes` plain letters.
+void generatePaddedPasswords(const std::filesystem::path& path, std::uint64_t paddingBytes);
 
 // The number of users to generate: the first argument, else the variable
 // KORVANE_BENCH_USERS, else a million. 0 for an argument that is no number.
 std::uint64_t benchmarkUsers(int argc, char** argv);
 
-// A fresh folder for one benchmark run, removed with its content at the end.
+// A fresh folder for one benchmark run, removed with its content at the end:
+// "korvane-<name>-<process ID>" in `base` (default: the temporary folder).
 class BenchmarkFolder {
  public:
   explicit BenchmarkFolder(std::string_view name);
+  BenchmarkFolder(std::string_view name, const std::filesystem::path& base);
   ~BenchmarkFolder();
   BenchmarkFolder(const BenchmarkFolder&) = delete;
   BenchmarkFolder& operator=(const BenchmarkFolder&) = delete;
