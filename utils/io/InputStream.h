@@ -59,8 +59,9 @@ class InputStream {
   std::size_t offset() const noexcept { return consumedBefore_ + position_; }
 
  protected:
+  // The buffer is not zeroed: a small input touches only the pages it fills.
   explicit InputStream(std::size_t bufferSize = defaultBufferSize)
-      : buffer_(std::make_unique<CharT[]>(bufferSize)), capacity_(bufferSize) {}
+      : buffer_(std::make_unique_for_overwrite<CharT[]>(bufferSize)), capacity_(bufferSize) {}
 
   // Reads at most into.size() characters; returns 0 only at the end of the
   // input. Throws on failure.

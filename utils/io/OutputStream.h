@@ -66,8 +66,9 @@ class OutputStream {
   }
 
  protected:
+  // The buffer is not zeroed: a small output touches only the pages it uses.
   explicit OutputStream(std::size_t bufferSize = defaultBufferSize)
-      : buffer_(std::make_unique<CharT[]>(bufferSize)), capacity_(bufferSize) {}
+      : buffer_(std::make_unique_for_overwrite<CharT[]>(bufferSize)), capacity_(bufferSize) {}
 
   virtual void writeSome(std::span<const CharT> text) = 0;
 
