@@ -1,6 +1,5 @@
 #include "setUserPassword/Application.h"
 
-#include <exception>
 #include <iostream>
 #include <locale>
 #include <new>
@@ -90,28 +89,26 @@ void Application::hashPassword(const utils::core::SecureString& password) {
 // as it is copied, so that no run's change is lost. It is the file resolved
 // before the prompt: whatever the folder's names point to now, the change
 // goes where the first read looked.
-void Application::replacePasswordFile(const std::function<void()>& beforeReplace) const {
+void Application::replacePasswordFile() const {
   const utils::io::ReplacementLock lock(passwordFile_.target());
   const PasswordChange change{userUuid_, newHash_ ? std::optional(newHash_->view()) : std::nullopt};
-  passwordFile_.rewrite(change, beforeReplace);
+  passwordFile_.rewrite(change);
 }
 
 // Nothing is asked, so nothing is gained by checking the file first: it is
-// read once, under the lock. An error in it still comes before an unusable
-// password, which is reported once the file has been read, and then
-// nothing is replaced (the temporary file holds no entry for the user).
+// read once, under the lock, where its errors come first too. A password
+// that cannot be used is reported after the file has been checked, as at
+// a console, and nothing is written.
 void Application::replaceUnattended() {
-  std::exception_ptr unusable;
   if (!commandLine_.remove) {
     try {
       hashPassword(readRedirectedPassword());
     } catch (const WeakPasswordException&) {
-      unusable = std::current_exception();
+      checkPasswordFile();
+      throw;
     }
   }
-  replacePasswordFile([&unusable] {
-    if (unusable) std::rethrow_exception(unusable);
-  });
+  replacePasswordFile();
 }
 
 void Application::confirmRemoval() const {

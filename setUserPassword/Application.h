@@ -17,7 +17,6 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -51,7 +50,7 @@ class Application {
  private:
   void checkPasswordFile() const;
   void hashPassword(const utils::core::SecureString& password);
-  void replacePasswordFile(const std::function<void()>& beforeReplace = {}) const;
+  void replacePasswordFile() const;
   void replaceUnattended();
   void confirmRemoval() const;
 

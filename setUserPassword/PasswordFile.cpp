@@ -88,9 +88,17 @@ class TemporaryFile final : public utils::io::OutputStream<char> {
  public:
   TemporaryFile(const ReplacementTarget& target, const std::optional<ReplacedFile>& replaced)
       : target_(target), replaced_(replaced), file_(create()) {}
-  ~TemporaryFile() override { discard(); }
+  ~TemporaryFile() override {
+    if (!kept_ && !failed()) discard();
+  }
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  // Whether writing it failed (the failure was thrown).
+  using OutputStream<char>::failed;
+
+  // Removes it now.
+  void discard() noexcept { target_.discardTemporary(std::move(file_)); }
 
   // Throws away what was written; writing starts again in a new file.
   void restart() {
@@ -117,10 +125,6 @@ class TemporaryFile final : public utils::io::OutputStream<char> {
     return target_.createTemporary(Uuid::create().toString().view(), replaced_);
   }
 
-  void discard() noexcept {
-    if (!kept_ && !failed()) target_.discardTemporary(std::move(file_));
-  }
-
   void writeSome(std::span<const char> text) override { file_.write(text); }
 
   const ReplacementTarget& target_;
@@ -128,6 +132,21 @@ class TemporaryFile final : public utils::io::OutputStream<char> {
   File file_;
   bool kept_ = false;
 };
+
+// Copies `input` to `temporary` with `change` applied: the fast pass first,
+// and where it gives up, the exact pass into a new temporary file.
+SearchPass copyChanged(File input, const PasswordChange& change, TemporaryFile& temporary,
+                       const std::filesystem::path& path) {
+  return readSkimmingFirst(
+      std::move(input),
+      [&](const decoder::Skimmer::Reader& reader) {
+        return PasswordFile::skim(reader, &change, &temporary);
+      },
+      [&](utils::io::InputStream<char>& stream) {
+        temporary.restart();
+        PasswordFile::readExactly(stream, path, &change, &temporary);
+      });
+}
 
 }  // namespace
 
@@ -155,28 +174,37 @@ SearchPass PasswordFile::check() const {
       [&](utils::io::InputStream<char>& stream) { readExactly(stream, path_); });
 }
 
-SearchPass PasswordFile::rewrite(const PasswordChange& change,
-                                 const std::function<void()>& beforeReplace) const {
+SearchPass PasswordFile::rewrite(const PasswordChange& change) const {
   const ReplacementTarget& file = target();
   ReplacedFile identity;
   std::optional<File> input = file.open(&identity);
   std::optional<ReplacedFile> replaced;
   if (input) replaced = std::move(identity);
-  TemporaryFile temporary(file, replaced);
+  const bool reading = input.has_value();
+  std::optional<TemporaryFile> temporary;
   SearchPass pass = SearchPass::skim;
-  if (input) {
-    pass = readSkimmingFirst(
-        std::move(*input),
-        [&](const decoder::Skimmer::Reader& reader) { return skim(reader, &change, &temporary); },
-        [&](utils::io::InputStream<char>& stream) {
-          temporary.restart();
-          readExactly(stream, path_, &change, &temporary);
-        });
-  } else {
-    writeNewFile(change, temporary);
+  try {
+    temporary.emplace(file, replaced);
+    if (input) {
+      pass = copyChanged(std::move(*input), change, *temporary, path_);
+    } else {
+      writeNewFile(change, *temporary);
+    }
+  } catch (...) {
+    // A failure to create or write the temporary file: what is left of the
+    // text is checked first, and an error there is the one reported, with
+    // nothing written, as when the file is read whole before writing.
+    if (reading && (!temporary || temporary->failed())) {
+      try {
+        check();
+      } catch (...) {
+        if (temporary) temporary->discard();
+        throw;
+      }
+    }
+    throw;
   }
-  if (beforeReplace) beforeReplace();
-  temporary.replaceTarget();
+  temporary->replaceTarget();
   return pass;
 }
 

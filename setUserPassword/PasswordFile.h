@@ -22,7 +22,6 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -71,16 +70,15 @@ class PasswordFile {
   // name makes it fail) with the attributes of the file read, and moves
   // that over the password file (see ReplacementTarget::replace) provided
   // that the name still refers to the file read (or still to nothing).
-  // An error in what is read throws as check() does and removes the
-  // temporary file. A failure to write it or to move it leaves it behind
-  // and the password file untouched, unless the in-place copy of the
-  // replace failed, which says so. `beforeReplace`, when given, runs once
-  // the whole file has been read and checked, just before the replace;
-  // what it throws ends the rewrite and removes the temporary file.
-  // Returns the pass that settled the read.
+  // Reading and writing go together, yet errors come in the order of a
+  // file read whole first: an error in the text (thrown as check() throws
+  // it) before a failure to create or write the temporary file. An error
+  // in the text removes the temporary file. A failure to write it or to
+  // move it leaves it behind and the password file untouched, unless the
+  // in-place copy of the replace failed, which says so. Returns the pass
+  // that settled the read.
   // REQUIRES: the caller holds the folder's ReplacementLock.
-  SearchPass rewrite(const PasswordChange& change,
-                     const std::function<void()>& beforeReplace = {}) const;
+  SearchPass rewrite(const PasswordChange& change) const;
 
   // The two passes behind check() and rewrite(), over any text; with
   // `change` and `out`, the new file is written to `out` (for a rewrite),
