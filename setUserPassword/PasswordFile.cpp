@@ -38,8 +38,7 @@ bool isEntryOf(std::string_view name, const Uuid& uuid) {
 // string values. Only checked, without `out`; with it, each member is
 // written as it is read, `change` applied on the way.
 template <typename Reader>
-void passMembers(Reader& reader, const PasswordChange* change,
-                 utils::io::OutputStream<char>* out) {
+void passMembers(Reader& reader, const PasswordChange* change, utils::io::OutputStream<char>* out) {
   using Value = typename Reader::Value;
   if (change == nullptr || out == nullptr) {
     reader.readDocument([&](std::string_view, Value& value) { reader.skipString(value); });
