@@ -43,6 +43,7 @@
 #include "security/ShaCrypt.h"
 #include "setUserPassword/PasswordFile.h"
 #include "setUserPassword/PasswordStrength.h"
+#include "utils/io/ReplacementLock.h"
 
 namespace {
 
@@ -208,10 +209,9 @@ void measureIn(const std::string& program, int runs, const fs::path& base) {
     (void)bits;
   });
   const double fileIo = medianMilliseconds(runs, [&] {
-    korvane::setUserPassword::PasswordFile file(directory / "passwords.json");
-    file.read();
-    file.set(*korvane::utils::core::Uuid::fromString(uuid), "$6$x$y");
-    file.write();
+    const korvane::setUserPassword::PasswordFile file(directory / "passwords.json");
+    const korvane::utils::io::ReplacementLock lock(file.target());
+    file.rewrite({*korvane::utils::core::Uuid::fromString(uuid), "$6$x$y"});
   });
   fs::remove_all(directory);
 

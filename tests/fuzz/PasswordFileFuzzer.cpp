@@ -1,15 +1,20 @@
-// Reads arbitrary bytes as a password file, sets or removes one entry,
-// writes the file back through the real replacement (temporary file,
-// rename) and reads it again: every entry must come back with its name and
-// value, in order, and the changed UUID must have exactly one entry after a
-// set and none after a removal.
-//
-// Before that, the fast pass of read() (skim) is compared with the exact
-// one (readFrom) on the same bytes: where the skim reads the file, the exact
-// pass must read it too, to the same entries. The skim runs on the whole
-// input and on pieces of a few bytes in a small window (both chosen from
-// the input's length); a small window may give up where the usual one
-// reads, never the other way round.
+// Reads arbitrary bytes as a password file and sets or removes one entry
+// by every way the tool has, each compared with the reference (the text
+// decoded whole by the exact decoder, changed in memory and encoded again,
+// tests/support/PasswordFileReference.h):
+//   - the exact pass (readExactly) writes the reference's bytes, or both
+//     refuse the text with the same message;
+//   - the skim, over the whole input and over pieces of a few bytes in a
+//     small window (both chosen from the input's length), gives up or
+//     writes the reference's bytes; a small window may give up where the
+//     usual one completes, never the other way round; a skim that writes
+//     the file completes when it only checks;
+//   - the check-only passes agree the same way;
+//   - rewrite() through a real file writes the reference's bytes, or throws
+//     where the reference refuses and leaves the file as it was, and in
+//     both cases leaves no other file beside it.
+// The change is to the UUID of a member of the file (chosen by the input's
+// size) or to a fixed one; odd sizes remove, even ones set.
 //
 // The files live in a directory under /dev/shm (memory) when there is one.
 #include <unistd.h>
@@ -17,21 +22,30 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <deque>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "setUserPassword/PasswordFile.h"
+#include "tests/support/PasswordFileReference.h"
 #include "tests/utils/json/MemoryStreams.h"
 #include "utils/core/Uuid.h"
 
 namespace {
 
+using korvane::setUserPassword::PasswordChange;
 using korvane::setUserPassword::PasswordFile;
+using korvane::testing::exactPass;
+using korvane::testing::PassOutcome;
+using korvane::testing::referencePass;
+using korvane::testing::skimPass;
 using korvane::utils::core::Uuid;
+using korvane::utils::json::test::PieceReader;
 
 void check(bool condition) {
   if (!condition) __builtin_trap();
@@ -50,97 +64,104 @@ const std::filesystem::path& directory() {
   return path;
 }
 
-void store(const std::filesystem::path& path, const std::uint8_t* data, std::size_t size) {
+void store(const std::filesystem::path& path, const std::string& content) {
   FILE* file = std::fopen(path.c_str(), "wb");
   check(file != nullptr);
-  check(std::fwrite(data, 1, size, file) == size);
+  check(std::fwrite(content.data(), 1, content.size(), file) == content.size());
   check(std::fclose(file) == 0);
 }
 
-std::size_t count(const std::deque<PasswordFile::Entry>& entries, const Uuid& uuid) {
-  std::size_t found = 0;
-  for (const auto& entry : entries) found += entry.uuid() == uuid ? 1 : 0;
-  return found;
+std::string load(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  check(file.good());
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// The UUID to change: one the file already has (chosen by the input's
-// size), or a fixed one.
-Uuid chooseUuid(const std::deque<PasswordFile::Entry>& entries, std::size_t size) {
+// The UUID to change: one the file has (chosen by the input's size), or a
+// fixed one. The tool never changes the nil UUID (users.json may not hold
+// it), so neither does this.
+Uuid chooseUuid(const std::string& content, std::size_t size) {
   std::vector<Uuid> present;
-  for (const auto& entry : entries) {
-    if (!entry.uuid().isNull()) present.push_back(entry.uuid());
+  try {
+    for (const auto& member : korvane::testing::decodePasswordFile(content)) {
+      if (member.uuid && !member.uuid->isNull()) present.push_back(*member.uuid);
+    }
+  } catch (const std::runtime_error&) {
+    // Refused: the fixed UUID.
   }
   if (!present.empty() && size % 3 != 0) return present[size % present.size()];
   return *Uuid::fromString("3f2504e0-4f89-41d3-9a0c-0305e82c3301");
 }
 
-bool sameEntries(const PasswordFile& a, const PasswordFile& b) {
-  if (a.entries().size() != b.entries().size()) return false;
-  for (std::size_t i = 0; i < a.entries().size(); ++i) {
-    const auto& x = a.entries()[i];
-    const auto& y = b.entries()[i];
-    if (x.name() != y.name() || x.value() != y.value() || !(x.uuid() == y.uuid())) return false;
-  }
-  return true;
+// The skim's outcome against the reference's: it gives up, or it accepted
+// what the reference accepts and wrote the same.
+void checkSkim(const std::optional<std::string>& skimmed, const PassOutcome& reference) {
+  if (skimmed) check(reference.accepted && *skimmed == reference.text);
 }
 
-void compareThePasses(const std::string& content) {
-  using korvane::utils::json::test::PieceReader;
-  PasswordFile exact("passwords.json");
-  bool exactRead = true;
-  try {
-    korvane::utils::json::test::MemoryInputStream stream(content);
-    exact.readFrom(stream);
-  } catch (const std::exception&) {
-    exactRead = false;
-  }
-  PasswordFile whole("passwords.json");
-  const bool wholeRead = whole.skim(PieceReader(content));
+void comparePasses(const std::string& content, const PasswordChange& change) {
+  const PassOutcome reference = referencePass(content, &change);
+  const PassOutcome referenceCheck = referencePass(content);
+  check(reference.accepted == referenceCheck.accepted);
+
+  check(exactPass(content, &change) == reference);
+  check(exactPass(content) == referenceCheck);
+
   const std::size_t piece = 1 + content.size() % 7;
-  PasswordFile pieces("passwords.json");
-  const bool piecesRead = pieces.skim(PieceReader(content, piece, piece), 16 + content.size() % 61);
-  if (wholeRead) check(exactRead && sameEntries(whole, exact));
-  if (piecesRead) check(wholeRead && sameEntries(pieces, exact));
-  if (!wholeRead) check(whole.entries().empty());
+  const std::size_t window = 16 + content.size() % 61;
+  const std::optional<std::string> whole = skimPass(PieceReader(content), &change);
+  const std::optional<std::string> pieces =
+      skimPass(PieceReader(content, piece, piece), &change, window);
+  checkSkim(whole, reference);
+  checkSkim(pieces, reference);
+  if (pieces) check(whole.has_value());
+
+  const std::optional<std::string> wholeCheck = skimPass(PieceReader(content));
+  const std::optional<std::string> piecesCheck =
+      skimPass(PieceReader(content, piece, piece), nullptr, window);
+  checkSkim(wholeCheck, referenceCheck);
+  checkSkim(piecesCheck, referenceCheck);
+  if (piecesCheck) check(wholeCheck.has_value());
+  if (whole) check(wholeCheck.has_value());
+  if (pieces) check(piecesCheck.has_value());
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  compareThePasses(std::string(reinterpret_cast<const char*>(data), size));
+void compareRewrite(const std::string& content, const PasswordChange& change) {
+  const PassOutcome reference = referencePass(content, &change);
   const std::filesystem::path path = directory() / "passwords.json";
-  store(path, data, size);
-  PasswordFile file(path);
+  store(path, content);
+  const PasswordFile file(path);
+  bool checked = true;
   try {
-    file.read();
-  } catch (const std::exception&) {
-    return 0;  // refused; nothing is written
+    file.check();
+  } catch (const std::runtime_error&) {
+    checked = false;
   }
-  const Uuid uuid = chooseUuid(file.entries(), size);
-  const bool remove = size % 2 == 1;
-  if (remove) {
-    file.erase(uuid);
-    check(count(file.entries(), uuid) == 0);
-  } else {
-    file.set(uuid, "$6$fuzz$" + std::to_string(size));
-    check(count(file.entries(), uuid) == 1);
+  check(checked == reference.accepted);
+  bool rewritten = true;
+  try {
+    file.rewrite(change);
+  } catch (const std::runtime_error&) {
+    rewritten = false;
   }
-  file.write();
+  check(rewritten == reference.accepted);
+  check(load(path) == (rewritten ? reference.text : content));
   // Nothing but the password file is left in the directory.
   std::size_t files = 0;
   for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory())) {
     ++files;
   }
   check(files == 1);
+}
 
-  PasswordFile again(path);
-  again.read();
-  check(again.entries().size() == file.entries().size());
-  for (std::size_t i = 0; i < file.entries().size(); ++i) {
-    const auto& written = file.entries()[i];
-    const auto& read = again.entries()[i];
-    check(read.name() == written.name() && read.value() == written.value() &&
-          read.uuid() == written.uuid());
-  }
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string content(reinterpret_cast<const char*>(data), size);
+  const std::string hash = "$6$fuzz$" + std::to_string(size);
+  const PasswordChange change{chooseUuid(content, size),
+                              size % 2 == 1 ? std::nullopt : std::optional<std::string_view>(hash)};
+  comparePasses(content, change);
+  compareRewrite(content, change);
   return 0;
 }

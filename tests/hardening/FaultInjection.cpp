@@ -21,8 +21,9 @@
 //       library's own calls are left alone.
 //   KORVANE_FAULT_REPORT=<file>   when a fault strikes, one line is
 //       appended: "<call> <path> <written> <afterRename>", where <written>
-//       tells whether the descriptor was opened for writing and
-//       <afterRename> whether a rename into <dir> had already succeeded.
+//       tells whether the descriptor was opened for writing (for close:
+//       and its file still has a name) and <afterRename> whether a rename
+//       into <dir> had already succeeded.
 //
 // Every failing call behaves as the kernel would: a failing close still
 // releases the descriptor; other calls do nothing before failing.
@@ -362,6 +363,14 @@ int unlinkat(int dirfd, const char* relative, int flags) {
 }
 
 int close(int fd) {
+  // A file that has no name left (removed while open, as a temporary file
+  // that a run throws away) loses nothing when closing it fails: it counts
+  // as not written.
+  struct stat status {};
+  if (isTrackedDescriptor(fd) && tracked[fd].written && ::fstat(fd, &status) == 0 &&
+      status.st_nlink == 0) {
+    tracked[fd].written = false;
+  }
   const bool fails = strikesDescriptor(callClose, fd);
   const int savedErrno = errno;
   if (fd >= 0 && fd < maxTracked) tracked[fd].inDirectory = false;

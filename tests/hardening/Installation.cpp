@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "tests/support/PasswordFileReference.h"
 #include "utils/core/Format.h"
 
 namespace korvane::hardening {
@@ -72,11 +73,10 @@ std::vector<std::string> Installation::arguments(int user, bool remove) const {
 }
 
 std::vector<Installation::Entry> Installation::readEntries() const {
-  setUserPassword::PasswordFile file(passwordsPath());
-  file.read();
   std::vector<Entry> entries;
-  for (const auto& entry : file.entries()) {
-    entries.push_back({std::string(entry.name()), entry.uuid(), std::string(entry.value())});
+  for (auto& member : testing::readPasswordFile(passwordsPath())) {
+    entries.push_back({std::move(member.name), member.uuid.value_or(utils::core::Uuid()),
+                       std::move(member.value)});
   }
   return entries;
 }
@@ -107,17 +107,16 @@ bool hashMatches(const std::string& hash, std::string_view password) {
 
 std::string checkNewPasswordFile(const std::filesystem::path& path, std::size_t entryCount,
                                  int user, std::string_view password) {
-  setUserPassword::PasswordFile file(path);
+  testing::PasswordMembers members;
   try {
-    file.read();
+    members = testing::readPasswordFile(path);
   } catch (const std::exception& error) {
     return std::string("does not parse: ") + error.what();
   }
-  if (file.entries().size() != entryCount) return "wrong number of entries";
-  for (const auto& entry : file.entries()) {
-    if (entry.name() == Installation::userUuid(user)) {
-      return hashMatches(std::string(entry.value()), password) ? ""
-                                                               : "the new hash does not verify";
+  if (members.size() != entryCount) return "wrong number of entries";
+  for (const auto& member : members) {
+    if (member.name == Installation::userUuid(user)) {
+      return hashMatches(member.value, password) ? "" : "the new hash does not verify";
     }
   }
   return "the changed user's entry is missing";

@@ -56,7 +56,8 @@ class Installation {
     utils::core::Uuid uuid;
     std::string value;
   };
-  // Reads passwords.json with the product's own reader.
+  // Reads passwords.json with the exact decoder (the uuid is null for a
+  // name that is no UUID); throws when it does not decode.
   std::vector<Entry> readEntries() const;
 
   // Every file in the directory, by name.
