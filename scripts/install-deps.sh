@@ -27,6 +27,7 @@ packages=(
   util-linux           # script(1)
   acl                  # setfacl in the tests: the password file keeps its access control list
   clang-format git     # the layout check of every source (FormatTest)
+  clang-tidy-16        # the naming check of every source (NamingTest)
 )
 
 if [[ "${1:-}" == "--windows" ]]; then
