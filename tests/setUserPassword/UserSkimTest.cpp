@@ -246,12 +246,14 @@ TEST(UserSkimTest, LeavesLocatedAndEscapedCasesToTheExactPass) {
 
 TEST(UserSkimTest, MemberNamesAsLongAsTheExactPassTakes) {
   // The exact pass refuses a member name of the top-level object or of a
-  // user object longer than its limit; names inside skipped values have none.
+  // user object longer than its limit; names inside skipped values have
+  // none (up to the skim's window, they are skimmed too).
   const std::size_t limit = utils::json::decoder::detail::Parser::maxNameLength;
+  static_assert(utils::json::decoder::Skimmer::defaultWindow > limit + limit / 4 + 16);
   const auto withName = [&](std::size_t length) {
     return R"({"users": [{")" + std::string(length, 'n') +
            R"(": 1, "userName": "alice", "UUID": ")" + uuidA + R"("}], "x": {")" +
-           std::string(2 * limit, 'm') + R"(": 2}})";
+           std::string(limit + limit / 4, 'm') + R"(": 2}})";
   };
   expectDecides(withName(limit), "alice", std::string("found ") + uuidA);
   expectGivesUp(withName(limit + 1), "alice");

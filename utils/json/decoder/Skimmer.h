@@ -63,9 +63,10 @@ class Skimmer : private detail::Grammar<Skimmer> {
   // Reads at most into.size() bytes; returns 0 only at the end of the input.
   using Reader = std::function<std::size_t(std::span<char>)>;
 
-  // Small enough to come from the heap, where the next Skimmer finds the
-  // same pages again; large enough that refills are few.
-  static constexpr std::size_t defaultWindow = 64 * 1024;
+  // Holds the longest member name with room to spare; small enough to come
+  // from the heap (below its 128 KiB mapping threshold), where the next
+  // Skimmer finds the same pages again.
+  static constexpr std::size_t defaultWindow = detail::maxNameLength + 32 * 1024;
   static constexpr std::size_t maxSkipDepth = 64;
 
   // REQUIRES: window >= 16.
