@@ -3,8 +3,9 @@
 namespace korvane::setUserPassword {
 
 void UuidCounts::startBlock() {
-  blocks_.push_back(std::make_unique<Block>());
-  current_ = blocks_.back()->data();
+  capacity_ = blockSize(blocks_.size());
+  blocks_.push_back(std::make_unique<utils::core::Uuid[]>(capacity_));
+  current_ = blocks_.back().get();
   used_ = 0;
 }
 
@@ -12,13 +13,14 @@ void UuidCounts::choose(const utils::core::Uuid& uuid) {
   chosen_ = true;
   uuid_ = uuid;
   for (std::size_t block = 0; block < blocks_.size(); ++block) {
-    const std::size_t used = block + 1 == blocks_.size() ? used_ : blockSize;
-    const utils::core::Uuid* const uuids = blocks_[block]->data();
+    const std::size_t used = block + 1 == blocks_.size() ? used_ : blockSize(block);
+    const utils::core::Uuid* const uuids = blocks_[block].get();
     for (std::size_t i = 0; i < used; ++i) count_ += uuids[i] == uuid ? 1 : 0;
   }
   blocks_.clear();
   blocks_.shrink_to_fit();
   current_ = nullptr;
+  used_ = capacity_ = 0;
 }
 
 }  // namespace korvane::setUserPassword

@@ -14,7 +14,6 @@
 // Thread safety: one object, one thread.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -34,7 +33,7 @@ class UuidCounts {
       if (uuid == uuid_) ++count_;
       return;
     }
-    if (used_ == blockSize) startBlock();
+    if (used_ == capacity_) startBlock();
     current_[used_++] = uuid;
   }
 
@@ -47,14 +46,20 @@ class UuidCounts {
   std::uint64_t count() const noexcept { return count_; }
 
  private:
-  static constexpr std::size_t blockSize = 4096;  // 64 KiB of UUIDs
-  using Block = std::array<utils::core::Uuid, blockSize>;
+  // Blocks grow from 4 KiB to 64 KiB of UUIDs: a small file touches few
+  // pages, a large one allocates seldom.
+  static constexpr std::size_t firstBlockSize = 256;
+  static constexpr std::size_t largestBlockSize = 4096;
+  static constexpr std::size_t blockSize(std::size_t index) noexcept {
+    return index >= 4 ? largestBlockSize : firstBlockSize << index;
+  }
 
   void startBlock();
 
-  std::vector<std::unique_ptr<Block>> blocks_;
+  std::vector<std::unique_ptr<utils::core::Uuid[]>> blocks_;
   utils::core::Uuid* current_ = nullptr;
-  std::size_t used_ = blockSize;  // in the last block
+  std::size_t used_ = 0;      // in the last block
+  std::size_t capacity_ = 0;  // of the last block
   bool chosen_ = false;
   utils::core::Uuid uuid_;
   std::uint64_t count_ = 0;
