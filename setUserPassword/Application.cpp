@@ -91,24 +91,33 @@ void Application::hashPassword(const utils::core::SecureString& password) {
 // goes where the first read looked.
 void Application::replacePasswordFile() const {
   const utils::io::ReplacementLock lock(passwordFile_.target());
+  rewritePasswordFile();
+}
+
+// REQUIRES: the folder's lock is held.
+void Application::rewritePasswordFile() const {
   const PasswordChange change{userUuid_, newHash_ ? std::optional(newHash_->view()) : std::nullopt};
   passwordFile_.rewrite(change);
 }
 
 // Nothing is asked, so nothing is gained by checking the file first: it is
-// read once, under the lock, where its errors come first too. A password
-// that cannot be used is reported after the file has been checked, as at
-// a console, and nothing is written.
+// read once, under the lock, where its errors come first too. Whatever
+// fails before that read (an unusable password, a failure to read it or
+// to take the lock) is reported once the file has been checked, as at a
+// console, and then nothing is written.
 void Application::replaceUnattended() {
-  if (!commandLine_.remove) {
+  const auto checkedFirst = [this](const auto& step) {
     try {
-      hashPassword(readRedirectedPassword());
-    } catch (const WeakPasswordException&) {
+      step();
+    } catch (...) {
       checkPasswordFile();
       throw;
     }
-  }
-  replacePasswordFile();
+  };
+  if (!commandLine_.remove) checkedFirst([this] { hashPassword(readRedirectedPassword()); });
+  std::optional<utils::io::ReplacementLock> lock;
+  checkedFirst([&] { lock.emplace(passwordFile_.target()); });
+  rewritePasswordFile();
 }
 
 void Application::confirmRemoval() const {

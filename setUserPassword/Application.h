@@ -51,6 +51,7 @@ class Application {
   void checkPasswordFile() const;
   void hashPassword(const utils::core::SecureString& password);
   void replacePasswordFile() const;
+  void rewritePasswordFile() const;
   void replaceUnattended();
   void confirmRemoval() const;
 

@@ -10,6 +10,7 @@
 #include "setUserPassword/TwoPassRead.h"
 #include "utils/core/Format.h"
 #include "utils/io/File.h"
+#include "utils/json/decoder/Exception.h"
 #include "utils/json/encoder/Document.h"
 
 #ifndef KORVANE_SCHEMA_HOST
@@ -94,14 +95,17 @@ class TemporaryFile final : public utils::io::OutputStream<char> {
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-  // Whether writing it failed (the failure was thrown).
-  using OutputStream<char>::failed;
+  // Whether creating or writing it failed (the failure was thrown).
+  bool writingFailed() const noexcept { return failed() || !file_.isOpen(); }
 
   // Removes it now.
   void discard() noexcept { target_.discardTemporary(std::move(file_)); }
 
   // Throws away what was written; writing starts again in a new file.
   void restart() {
+    // A write failure kept while the first pass unwound is reported, and
+    // this file stays.
+    if (failed()) flush();
     discard();
     dropBuffered();
     file_ = create();
@@ -194,12 +198,14 @@ SearchPass PasswordFile::rewrite(const PasswordChange& change) const {
     // A failure to create or write the temporary file: what is left of the
     // text is checked first, and an error there is the one reported, with
     // nothing written, as when the file is read whole before writing.
-    if (reading && (!temporary || temporary->failed())) {
+    // A failure to read it meanwhile leaves the first failure reported.
+    if (reading && (!temporary || temporary->writingFailed())) {
       try {
         check();
-      } catch (...) {
+      } catch (const decoder::Exception&) {
         if (temporary) temporary->discard();
         throw;
+      } catch (...) {
       }
     }
     throw;

@@ -253,6 +253,54 @@ TEST(FaultInjectionTest, EveryFailingCallLeavesThePasswordFileWhole) {
   EXPECT_EQ(tally.survived, tally.tried);
 }
 
+// The password file is read and the new one written in one pass, yet an
+// error in the file's text is the one reported when creating or writing
+// the new file fails too, as when the file is read whole before writing;
+// and nothing is left behind. The error is at the end of a file that spans
+// many buffers, so every write of the pass comes before it is found.
+TEST(FaultInjectionTest, AnErrorInTheFileComesBeforeAFailureToWriteTheNewOne) {
+  Installation installation(userCount);
+  testing::TemporaryDirectory reportDirectory;
+  const std::filesystem::path report = reportDirectory.path() / "report";
+  int struck = 0;
+  for (const std::string_view call : {"open", "write"}) {
+    for (int index = 1; index <= maxCallIndex; ++index) {
+      installation.removeLeftovers();
+      installation.writePasswords({0, 1, 2, 3}, extraMembers);
+      std::string text = testing::readFile(installation.passwordsPath());
+      text.insert(text.rfind('}'), ",\n  \"broken\": 1\n");
+      testing::writeFile(installation.passwordsPath(), text);
+      std::filesystem::remove(report);
+      const std::string fault = std::string(call) + ":" + std::to_string(index) + ":ENOSPC";
+      ChildProcess::Options options;
+      options.arguments = installation.arguments(changedUser, false);
+      options.environment = faultEnvironment(installation, fault, report);
+      options.timeout = std::chrono::seconds(60);
+      ChildProcess child(programPath(), std::move(options));
+      child.send(std::string(strongPassword) + "\n");
+      child.closeInput();
+      const ChildResult result = child.wait();
+      const FaultReport fired = readReport(report);
+      if (!fired.fired) break;
+      ++struck;
+      SCOPED_TRACE(fault + " on " + fired.path + "\nstderr: " + result.err);
+      EXPECT_EQ(result.exitStatus, 1);
+      // Failing to open the users file or the password file itself comes
+      // first; any later failure gives way to the error in the text.
+      const bool readingFailed = fired.path == installation.usersPath().string() ||
+                                 fired.path == installation.passwordsPath().string();
+      if (!readingFailed) {
+        EXPECT_NE(result.err.find("expected a string, found a number"), std::string::npos);
+      }
+      EXPECT_EQ(testing::readFile(installation.passwordsPath()), text);
+      EXPECT_EQ(installation.fileNames(),
+                (std::vector<std::string>{"passwords.json", "users.json"}));
+    }
+  }
+  // Both kinds struck, the writes of the new file among them.
+  EXPECT_GT(struck, 4);
+}
+
 // The replace when rename(2) cannot replace the password file: EBUSY (it is
 // a mount point, as a file bind-mounted into a container) or EXDEV (another
 // file system). The content is copied over the file in place; every step of

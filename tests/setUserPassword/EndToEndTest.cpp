@@ -244,6 +244,29 @@ TEST_F(EndToEndTest, MalformedPasswordFileFailsBeforeAnyPasswordIsRead) {
   EXPECT_EQ(passwordFile(), malformed);
 }
 
+// With redirected input the password is read before the file, which is
+// then read once; still the file's error comes first, as when it is
+// checked before anything is read: before a weak password and before an
+// input that cannot be read (a folder).
+TEST_F(EndToEndTest, MalformedPasswordFileComesBeforeAnUnusableRedirectedPassword) {
+  const std::string malformed = R"({"a": 1})";
+  writeFile(passwordsPath(), malformed);
+  const std::string expected = "ERROR: \"" + passwordsPath().string() + "\", line 1, column";
+  const ChildResult weak = run({"alice"}, "abc\n");
+  EXPECT_EQ(weak.exitStatus, 1);
+  EXPECT_TRUE(weak.err.starts_with(expected)) << weak.err;
+  const ChildResult unreadable = runProgram(
+      "/bin/sh",
+      {"-c", "exec \"$0\" \"$@\" < /", program, "-ConfigDir", directory_.path().string(), "alice"},
+      "", {{"XDG_CONFIG_DIRS", (directory_.path() / "no-base").string()}});
+  EXPECT_EQ(unreadable.exitStatus, 1);
+  EXPECT_TRUE(unreadable.err.starts_with(expected)) << unreadable.err;
+  EXPECT_EQ(passwordFile(), malformed);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory_.path()),
+                          std::filesystem::directory_iterator()),
+            2);
+}
+
 TEST_F(EndToEndTest, MissingUsersFileListsTheSearch) {
   const ChildResult result =
       runProgram(program, {"alice"}, "", {{"XDG_CONFIG_DIRS", "/nonexistent-a:/nonexistent-b"}});

@@ -25,13 +25,17 @@ void fillSystemRandom(std::span<std::byte> out) {
 
 namespace {
 
-bool supportsToken(const char* token) {
+bool supportsGetentropy() {
+#if defined(__GLIBCXX__)
   try {
-    std::random_device device(token);
+    std::random_device device("getentropy");
     return true;
   } catch (const std::exception&) {
     return false;
   }
+#else
+  return false;
+#endif
 }
 
 }  // namespace
@@ -39,7 +43,9 @@ bool supportsToken(const char* token) {
 const std::string& randomDeviceToken() {
   // getentropy(3) asks the kernel with one system call and no file: the
   // device constructed for every salt character costs no open and close.
-  static const std::string token = supportsToken("getentropy")           ? "getentropy"
+  // Only libstdc++ knows the token (another library might open a file of
+  // that name in the working folder).
+  static const std::string token = supportsGetentropy()                  ? "getentropy"
                                    : ::access("/dev/urandom", R_OK) == 0 ? "/dev/urandom"
                                                                          : "default";
   return token;

@@ -363,6 +363,8 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
 void ReplacementTarget::discardTemporary(File temporary) const noexcept {
   if (!temporary.isOpen()) return;
   const ReplacedFile written = identityOf(reinterpret_cast<HANDLE>(temporary.nativeHandle()));
+  // Without an identity nothing can tell the file apart: it stays.
+  if (written.id == 0 && written.volume == 0) return;
   try {
     const std::filesystem::path path = temporary.path();
     temporary.close();

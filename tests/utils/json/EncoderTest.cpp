@@ -5,6 +5,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -80,6 +81,45 @@ TEST(EncoderTest, DocumentDestroyedFirstClosesTheObject) {
   document.reset();
   EXPECT_EQ(stream.text(), "{\n  \"a\": \"b\"\n}\n");
   EXPECT_THROW(object.add("c", "d"), std::logic_error);
+}
+
+// A value written in pieces, split at every point, is the same bytes as
+// the value written whole; text that needs no escape is copied as it is.
+TEST(EncoderTest, ValueInPiecesIsTheWholeValue) {
+  const std::string value = std::string("plain \"q\" \\ \n\x01\x7F") + "\xC3\xA9 end";
+  for (const Format format : {Format::indented, Format::compact}) {
+    const std::string whole = encode({{"a", "x"}, {"n\"m", value}}, format);
+    for (std::size_t split = 0; split <= value.size(); ++split) {
+      MemoryOutputStream stream(1 + split % 7);
+      {
+        Document document(stream, format);
+        Object object = document.asObject();
+        object.beginMember("a", Object::Escape::none);
+        object.appendToValue("x", Object::Escape::none);
+        object.endMember();
+        object.beginMember("n\"m");
+        object.appendToValue(std::string_view(value).substr(0, split));
+        object.appendToValue(std::string_view(value).substr(split));
+        object.endMember();
+      }
+      EXPECT_EQ(stream.text(), whole) << split;
+    }
+  }
+}
+
+TEST(EncoderTest, MembersInPiecesRefuseMisuse) {
+  MemoryOutputStream stream;
+  Document document(stream, Format::compact);
+  Object object = document.asObject();
+  EXPECT_THROW(object.appendToValue("x"), std::logic_error);
+  EXPECT_THROW(object.endMember(), std::logic_error);
+  object.beginMember("a");
+  EXPECT_THROW(object.add("b", "c"), std::logic_error);
+  EXPECT_THROW(object.beginMember("b"), std::logic_error);
+  object.appendToValue("v");
+  object.endMember();
+  object.add("b", "c");
+  EXPECT_EQ(stream.text(), "{\"a\":\"v\",\"b\":\"c\"");
 }
 
 // Random bytes made into valid UTF-8: every code point class, controls,

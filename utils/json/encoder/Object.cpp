@@ -75,7 +75,8 @@ void writeEscaped(std::string_view text, Write&& write) {
 }
 
 // Appends `text` in double quotes, escaped.
-void appendQuoted(std::string& out, std::string_view text) {
+template <typename String>
+void appendQuoted(String& out, std::string_view text) {
   out += '"';
   writeEscaped(text, [&out](const char* bytes, std::size_t count) { out.append(bytes, count); });
   out += '"';

@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "utils/core/ZeroingAllocator.h"
+
 namespace korvane::utils::json::encoder {
 
 class Document;
@@ -57,7 +59,9 @@ class Object {
   Document* document_;
   bool empty_ = true;
   bool inMember_ = false;
-  std::string scratch_;  // the member being composed; wiped at the end
+  // The member being composed: a hash among others. Wiped whenever it
+  // grows and at the end.
+  std::basic_string<char, std::char_traits<char>, core::ZeroingAllocator<char>> scratch_;
 };
 
 }  // namespace korvane::utils::json::encoder
