@@ -132,9 +132,18 @@ void Object::addStringView(std::string_view name, std::string_view value) {
 
 void Object::beginMember(std::string_view name, Escape escape) {
   requireOpen("beginMember", false);
-  composeStart(name, escape);
-  scratch_ += '"';
-  document_->stream_.write(scratch_);
+  io::OutputStream<char>& stream = document_->stream_;
+  if (escape == Escape::none) {
+    // Straight into the stream: the common case of a long file's members.
+    const bool indented = document_->format_ == Format::indented;
+    stream.write(indented ? (empty_ ? "\n  \"" : ",\n  \"") : (empty_ ? "\"" : ",\""));
+    stream.write(name);
+    stream.write(indented ? "\": \"" : "\":\"");
+  } else {
+    composeStart(name, escape);
+    scratch_ += '"';
+    stream.write(scratch_);
+  }
   empty_ = false;
   inMember_ = true;
 }
