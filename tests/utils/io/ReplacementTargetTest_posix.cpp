@@ -337,6 +337,23 @@ TEST(ReplacementTargetTest, TheTemporaryFileTakesTheReplacedFilesMode) {
   }
 }
 
+// A temporary file the run does not use is removed, but only while its name
+// still refers to it: whatever another program put at that name stays.
+TEST(ReplacementTargetTest, ADiscardedTemporaryFileIsRemovedUnlessItsNameWasTaken) {
+  TemporaryDirectory directory;
+  const ReplacementTarget target(directory.path() / "passwords.json");
+  const auto temporary = directory.path() / "passwords.json.tmp";
+  target.discardTemporary(target.createTemporary("tmp", std::nullopt));
+  EXPECT_FALSE(std::filesystem::exists(temporary));
+
+  File file = target.createTemporary("tmp", std::nullopt);
+  std::filesystem::rename(temporary, directory.path() / "moved");
+  writeFile(temporary, "planted");
+  target.discardTemporary(std::move(file));
+  EXPECT_EQ(readFile(temporary), "planted");
+  EXPECT_TRUE(std::filesystem::exists(directory.path() / "moved"));
+}
+
 TEST(ReplacementTargetTest, ANewFileIsReadableByItsOwnerOnly) {
   TemporaryDirectory directory;
   const mode_t oldMask = ::umask(0);
