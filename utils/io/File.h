@@ -91,8 +91,10 @@ class File {
 
   NativeHandle nativeHandle() const noexcept { return handle_; }
 
- private:
+  // What stands for no open file (-1, INVALID_HANDLE_VALUE).
   static const NativeHandle invalidHandle;
+
+ private:
 
   // The description that stands for a pseudo file's path in messages.
   static const char* pseudoFileName(PseudoFile pseudoFile) noexcept;

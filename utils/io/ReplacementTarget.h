@@ -5,15 +5,14 @@
 // the old file or the new one. The tool may run with more rights than the
 // owner of the target's folder (root on a folder that a service account
 // can write), so nothing in that folder may steer a write elsewhere:
-//   - The path is resolved once, when the object is made. Every later step
-//     works through a handle of the folder that holds the final target
-//     (POSIX openat, fstatat, renameat) and on the files opened there; a
+//   - The path is resolved once, when the object is made (see
+//     ResolvedPath.h: links are followed only out of folders that no other
+//     account can write). Every later step works through the handle of the
+//     folder that holds the final target and on the files opened there; a
 //     name swapped later for a link, a FIFO or another folder is never
 //     followed.
-//   - A symbolic link on the way, or at the file's own name, is followed
-//     only when it belongs to root or to the account running the program
-//     (UntrustedLinkError otherwise). Followed links are kept: the file
-//     they finally point to is replaced (or created, for a dangling one).
+//   - Followed links are kept: the file they finally point to is replaced
+//     (or created, for a dangling one).
 //   - Only a regular file is read or replaced; anything else at the name is
 //     an error naming it, and nothing is read from it.
 //   - The replace happens only while the name still refers to the file that
@@ -21,6 +20,10 @@
 //   - The new file keeps the old one's owner and group (when running as
 //     root), mode bits, access control list and extended attributes; a new
 //     file is private to its owner.
+//
+// A replacement has one shape: take the ReplacementLock, open() the file
+// to read it, begin() the new version (a Replacement, the temporary file's
+// output stream, see Replacement.h), write it, commit() it.
 //
 // A folder that does not exist is no error here: nothing is at the name,
 // and creating the temporary file fails, naming that file.
@@ -39,16 +42,9 @@
 #include <vector>
 
 #include "utils/io/File.h"
+#include "utils/io/ResolvedPath.h"
 
 namespace korvane::utils::io {
-
-// A symbolic link that belongs to another account than root or the one
-// running the program: following it would let that account choose which
-// file is written.
-class UntrustedLinkError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 // What a replacement keeps of the file it replaces, taken from the open file
 // that was read, so that the file read is the file replaced.
@@ -76,20 +72,19 @@ struct ReplacedFile {
 class ReplacementTarget {
  public:
   // Resolves `path` (see above) and opens the folder that holds the final
-  // target. Throws UntrustedLinkError for a link it must not follow, and
-  // std::system_error for a link loop or a failing query.
-  explicit ReplacementTarget(const std::filesystem::path& path);
-  ~ReplacementTarget();
+  // target. Throws what ResolvedPath throws.
+  explicit ReplacementTarget(const std::filesystem::path& path) : resolved_(path) {}
   ReplacementTarget(const ReplacementTarget&) = delete;
   ReplacementTarget& operator=(const ReplacementTarget&) = delete;
 
   // The final target, links resolved, as messages name it.
-  const std::filesystem::path& path() const noexcept { return path_; }
+  const std::filesystem::path& path() const noexcept { return resolved_.path(); }
   // The folder that holds it.
-  const std::filesystem::path& directoryPath() const noexcept { return directoryPath_; }
+  const std::filesystem::path& directoryPath() const noexcept { return resolved_.directoryPath(); }
   // Whether the folder exists; when it does, its open handle.
-  bool directoryExists() const noexcept { return directoryExists_; }
-  File::NativeHandle directoryHandle() const noexcept { return directory_; }
+  bool directoryExists() const noexcept { return resolved_.directoryExists(); }
+  File::NativeHandle directoryHandle() const noexcept { return resolved_.directoryHandle(); }
+  const ResolvedPath& resolved() const noexcept { return resolved_; }
 
   // Opens the file now at the target's name for reading, without following
   // a link. std::nullopt when nothing is there. Throws std::system_error
@@ -138,11 +133,7 @@ class ReplacementTarget {
                const std::optional<ReplacedFile>& replaced) const;
 
  private:
-  std::filesystem::path path_;
-  std::filesystem::path directoryPath_;
-  std::filesystem::path name_;
-  File::NativeHandle directory_;
-  bool directoryExists_ = false;
+  ResolvedPath resolved_;
 };
 
 }  // namespace korvane::utils::io
