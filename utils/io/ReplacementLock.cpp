@@ -7,11 +7,11 @@
 
 namespace korvane::utils::io::detail {
 
-void throwLockHeld(const std::filesystem::path& folder) {
+void throwLockHeld(std::string_view what, const std::filesystem::path& path) {
   throw std::runtime_error(core::format(
-      "could not lock the folder \"{}\": another process has held its lock for {} seconds; "
+      "could not lock the {} \"{}\": another process has held its lock for {} seconds; "
       "nothing was written, try again when it has finished",
-      filesystem::toPrintable(folder), ReplacementLock::longestWait.count()));
+      what, filesystem::toPrintable(path), ReplacementLock::longestWait.count()));
 }
 
 }  // namespace korvane::utils::io::detail

@@ -1,20 +1,29 @@
 // ReplacementLock: serialises the processes that replace one file, so that
 // each re-reads, changes and replaces it in turn and no change is lost.
 //
-// The lock is advisory and held by the operating system for the process:
-// on POSIX flock(2) on the file's folder, on Windows a named mutex derived
-// from the file's path. It creates no file, and it goes away with the
-// process, also when the process is killed. Hold it only around re-reading
-// and replacing, never while waiting for a user.
+// The lock is advisory and held by the operating system for the process,
+// on the file itself: only an account that can open the file for reading
+// can take it, so no bystander can hold up a run. On POSIX it is flock(2)
+// on the file, on Windows a byte-range lock far beyond the file's end
+// (which blocks no reader). A run replaces the file, so once it holds the
+// lock it checks that the name still refers to the file it locked, and
+// locks the new one when another run has replaced it meanwhile. Only when
+// there is no file yet is the folder locked instead (POSIX flock on the
+// folder; Windows the same byte-range lock on a handle of the folder's
+// own); then no file may have appeared once the lock is taken. It creates
+// no file, and it goes away with the process, also when the process is
+// killed. Hold it only around re-reading and replacing, never while
+// waiting for a user.
 //
-// Any account that can open the folder can take the lock, so it is waited
-// for only a bounded time: a lock held for ever must not hold a run for ever.
+// Whoever can read the file can still hold the lock, so it is waited for
+// only a bounded time: a lock held for ever must not hold a run for ever.
 //
 // Thread safety: one object, one thread.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <string_view>
 
 #include "utils/io/ReplacementTarget.h"
 
@@ -26,8 +35,10 @@ class ReplacementLock {
   static constexpr std::chrono::seconds longestWait{10};
 
   // Waits until no other process holds the lock for `target`, at most
-  // longestWait; then throws std::runtime_error naming the folder. A folder
-  // that does not exist needs no lock (the replace will fail anyway).
+  // longestWait; then throws std::runtime_error naming the file (or the
+  // folder, when there is no file). A folder that does not exist needs no
+  // lock (the replace will fail anyway). A file at the name that is no
+  // regular file is an error naming it, as ReplacementTarget::open says.
   explicit ReplacementLock(const ReplacementTarget& target);
   ~ReplacementLock();
   ReplacementLock(const ReplacementLock&) = delete;
@@ -38,8 +49,9 @@ class ReplacementLock {
 };
 
 namespace detail {
-// The error of a lock waited for in vain, the same on every system.
-[[noreturn]] void throwLockHeld(const std::filesystem::path& folder);
+// The error of a lock waited for in vain, the same on every system:
+// `what` is "file" or "folder".
+[[noreturn]] void throwLockHeld(std::string_view what, const std::filesystem::path& path);
 }  // namespace detail
 
 }  // namespace korvane::utils::io
