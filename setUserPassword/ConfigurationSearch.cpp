@@ -3,9 +3,9 @@
 #include <iostream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "utils/core/Format.h"
-#include "utils/filesystem/FileExists.h"
 #include "utils/filesystem/PrintablePath.h"
 #include "utils/filesystem/StandardPathIterator.h"
 
@@ -22,12 +22,35 @@ const std::filesystem::path& configurationSubdirectory() {
   return subdirectory;
 }
 
+// Whether the file `fileName` is at `candidate`, links resolved.
+bool configurationFileExists(const std::filesystem::path& candidate, std::string_view fileName) {
+  try {
+    return resolveConfigurationPath(candidate, fileName).exists();
+  } catch (const utils::io::UntrustedLinkError&) {
+    throw;
+  } catch (const std::system_error& error) {
+    throw std::filesystem::filesystem_error("exists", candidate, error.code());
+  }
+}
+
 std::filesystem::path standardCandidate(const std::filesystem::path& base,
                                         std::string_view fileName) {
   return base / configurationSubdirectory() / fileName;
 }
 
 }  // namespace
+
+utils::io::ResolvedPath resolveConfigurationPath(const std::filesystem::path& path,
+                                                 std::string_view fileName) {
+  try {
+    return utils::io::ResolvedPath(path);
+  } catch (const utils::io::UntrustedLinkError& error) {
+    const bool users = fileName == userConfigurationFileName;
+    throw utils::io::UntrustedLinkError(utils::core::format(
+        "{}; name the real {} with {}", error.what(),
+        users ? "user configuration file" : "password file", users ? "-Users" : "-Passwords"));
+  }
+}
 
 const std::optional<std::filesystem::path>& selectUsersPath(const CommandLine& commandLine) {
   return commandLine.usersPath;
@@ -43,12 +66,12 @@ std::optional<std::filesystem::path> findConfigurationFile(const CommandLine& co
   if (const auto& explicitPath = selectExplicit(commandLine)) return *explicitPath;
   for (const auto& directory : commandLine.configDirectories) {
     auto candidate = directory / fileName;
-    if (utils::filesystem::fileExists(candidate)) return candidate;
+    if (configurationFileExists(candidate, fileName)) return candidate;
   }
   for (StandardPathIterator base(StandardPath::configuration); base != std::default_sentinel;
        ++base) {
     auto candidate = standardCandidate(*base, fileName);
-    if (utils::filesystem::fileExists(candidate)) return candidate;
+    if (configurationFileExists(candidate, fileName)) return candidate;
   }
   return std::nullopt;
 }

@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "setUserPassword/CommandLine.h"
+#include "utils/io/ResolvedPath.h"
 
 namespace korvane::setUserPassword {
 
@@ -27,8 +28,16 @@ using ExplicitPathSelector = const std::optional<std::filesystem::path>& (*)(con
 const std::optional<std::filesystem::path>& selectUsersPath(const CommandLine& commandLine);
 const std::optional<std::filesystem::path>& selectPasswordsPath(const CommandLine& commandLine);
 
+// Resolves `path`, the configuration file `fileName`, as every file the
+// program opens is resolved (utils/io/ResolvedPath.h). A link that is not
+// followed says to name the real file with the option for it.
+utils::io::ResolvedPath resolveConfigurationPath(const std::filesystem::path& path,
+                                                 std::string_view fileName);
+
 // The explicit path when given, else the first existing candidate, else
-// nothing. A failing existence test other than "not found" throws.
+// nothing. A failing existence test other than "not found" throws
+// std::filesystem::filesystem_error for "exists"; a link that is not
+// followed, what resolveConfigurationPath throws.
 std::optional<std::filesystem::path> findConfigurationFile(const CommandLine& commandLine,
                                                            std::string_view fileName,
                                                            ExplicitPathSelector selectExplicit);

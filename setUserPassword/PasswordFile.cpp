@@ -5,11 +5,13 @@
 #include <string>
 #include <utility>
 
+#include "setUserPassword/ConfigurationSearch.h"
 #include "setUserPassword/ExactReader.h"
 #include "setUserPassword/SkimReader.h"
 #include "setUserPassword/TwoPassRead.h"
 #include "utils/core/Format.h"
 #include "utils/io/File.h"
+#include "utils/io/Replacement.h"
 #include "utils/json/decoder/Exception.h"
 #include "utils/json/encoder/Document.h"
 
@@ -82,64 +84,9 @@ void passMembers(Reader& reader, const PasswordChange* change, utils::io::Output
   if (change->hash && !found) object.add(change->uuid.toString().view(), *change->hash);
 }
 
-// The temporary file of a rewrite, written through a fixed buffer. Unless
-// it was moved over the target, or writing it failed (which leaves it
-// behind with the rest of the run's evidence), it is removed again.
-class TemporaryFile final : public utils::io::OutputStream<char> {
- public:
-  TemporaryFile(const ReplacementTarget& target, const std::optional<ReplacedFile>& replaced)
-      : target_(target), replaced_(replaced), file_(create()) {}
-  ~TemporaryFile() override {
-    if (!kept_ && !failed()) discard();
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-  // Whether creating or writing it failed (the failure was thrown).
-  bool writingFailed() const noexcept { return failed() || !file_.isOpen(); }
-
-  // Removes it now.
-  void discard() noexcept { target_.discardTemporary(std::move(file_)); }
-
-  // Throws away what was written; writing starts again in a new file.
-  void restart() {
-    // A write failure kept while the first pass unwound is reported, and
-    // this file stays.
-    if (failed()) flush();
-    discard();
-    dropBuffered();
-    file_ = create();
-  }
-
-  // Makes the content durable and moves the file over the target.
-  void replaceTarget() {
-    kept_ = true;
-    flush();
-    file_.sync();
-    const ReplacedFile written = ReplacementTarget::identify(file_);
-    const std::filesystem::path path = file_.path();
-    file_.close();
-    target_.replace(path, written, replaced_);
-  }
-
- private:
-  File create() const {
-    // Created exclusively: whatever is already at that name (a file, a
-    // link planted there) is neither followed nor truncated.
-    return target_.createTemporary(Uuid::create().toString().view(), replaced_);
-  }
-
-  void writeSome(std::span<const char> text) override { file_.write(text); }
-
-  const ReplacementTarget& target_;
-  const std::optional<ReplacedFile>& replaced_;
-  File file_;
-  bool kept_ = false;
-};
-
 // Copies `input` to `temporary` with `change` applied: the fast pass first,
 // and where it gives up, the exact pass into a new temporary file.
-SearchPass copyChanged(File input, const PasswordChange& change, TemporaryFile& temporary,
+SearchPass copyChanged(File input, const PasswordChange& change, utils::io::Replacement& temporary,
                        const std::filesystem::path& path) {
   return readSkimmingFirst(
       std::move(input),
@@ -160,12 +107,8 @@ std::string_view PasswordFile::schemaUrl() noexcept {
 
 const ReplacementTarget& PasswordFile::target() const {
   if (!target_) {
-    try {
-      target_ = std::make_shared<const ReplacementTarget>(path_);
-    } catch (const utils::io::UntrustedLinkError& error) {
-      throw utils::io::UntrustedLinkError(
-          utils::core::format("{}; name the real password file with -Passwords", error.what()));
-    }
+    target_ = std::make_shared<const ReplacementTarget>(
+        resolveConfigurationPath(path_, passwordFileName));
   }
   return *target_;
 }
@@ -185,10 +128,10 @@ SearchPass PasswordFile::rewrite(const PasswordChange& change) const {
   std::optional<ReplacedFile> replaced;
   if (input) replaced = std::move(identity);
   const bool reading = input.has_value();
-  std::optional<TemporaryFile> temporary;
+  std::optional<utils::io::Replacement> temporary;
   SearchPass pass = SearchPass::skim;
   try {
-    temporary.emplace(file, replaced);
+    temporary.emplace(file, std::move(replaced));
     if (input) {
       pass = copyChanged(std::move(*input), change, *temporary, path_);
     } else {
@@ -210,7 +153,7 @@ SearchPass PasswordFile::rewrite(const PasswordChange& change) const {
     }
     throw;
   }
-  temporary->replaceTarget();
+  temporary->commit();
   return pass;
 }
 

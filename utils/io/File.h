@@ -95,7 +95,6 @@ class File {
   static const NativeHandle invalidHandle;
 
  private:
-
   // The description that stands for a pseudo file's path in messages.
   static const char* pseudoFileName(PseudoFile pseudoFile) noexcept;
 

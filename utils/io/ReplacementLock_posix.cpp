@@ -1,13 +1,17 @@
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "utils/io/PosixCall.h"
+#include "utils/io/PosixDescriptor.h"
 #include "utils/io/ReplacementLock.h"
 #include "utils/io/SystemError.h"
 
@@ -15,36 +19,118 @@ namespace korvane::utils::io {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+using detail::PosixDescriptor;
+using detail::retryOnInterrupt;
+
 // Short at first, so that a lock released at once is taken at once.
 constexpr auto firstPause = std::chrono::milliseconds(1);
 constexpr auto longestPause = std::chrono::milliseconds(100);
+
+// Takes the lock on `fd`, waiting until `deadline`; false when another
+// process still holds it then.
+bool lockBy(int fd, Clock::time_point deadline, const std::filesystem::path& path) {
+  auto pause = firstPause;
+  while (retryOnInterrupt([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) != 0) {
+    const std::error_code error = lastSystemError();
+    if (error != std::errc::operation_would_block) throwFileError("lock", path, error);
+    if (Clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, longestPause);
+  }
+  return true;
+}
+
+// What the target's name refers to now: its device and inode, or
+// std::nullopt when nothing is there.
+std::optional<std::pair<dev_t, ino_t>> currentFile(const ReplacementTarget& target) {
+  struct stat status {};
+  if (::fstatat(static_cast<int>(target.directoryHandle()), target.resolved().name().c_str(),
+                &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    return std::pair(status.st_dev, status.st_ino);
+  }
+  if (errno != ENOENT) throwFileError("read the attributes of", target.path(), lastSystemError());
+  return std::nullopt;
+}
+
+std::pair<dev_t, ino_t> identityOf(int fd, const std::filesystem::path& path) {
+  struct stat status {};
+  if (::fstat(fd, &status) != 0) throwFileError("read the attributes of", path, lastSystemError());
+  return {status.st_dev, status.st_ino};
+}
+
+enum class Found { nothing, file, replaced };
+
+// Opens the regular file now at the target's name for reading into `fd`,
+// never following a link and never blocking. Another run may replace the
+// file between the steps: `replaced` then, to look again. Anything but a
+// regular file is the error that reading it would give.
+Found openCurrent(const ReplacementTarget& target, PosixDescriptor& fd) {
+  const int directory = static_cast<int>(target.directoryHandle());
+  const char* name = target.resolved().name().c_str();
+  const PosixDescriptor item = detail::openAt(directory, name, O_PATH | O_NOFOLLOW);
+  if (!item.valid()) {
+    if (errno == ENOENT) return Found::nothing;
+    throwFileError("open", target.path(), lastSystemError());
+  }
+  struct stat examined {};
+  if (::fstat(item.get(), &examined) != 0) {
+    throwFileError("read the attributes of", target.path(), lastSystemError());
+  }
+  if (!S_ISREG(examined.st_mode)) {
+    target.resolved().openRegularFile();
+    return Found::replaced;
+  }
+  fd = detail::openAt(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+  if (!fd.valid()) {
+    if (errno == ENOENT || errno == ELOOP) return Found::replaced;
+    throwFileError("open", target.path(), lastSystemError());
+  }
+  const bool same =
+      identityOf(fd.get(), target.path()) == std::pair(examined.st_dev, examined.st_ino);
+  return same ? Found::file : Found::replaced;
+}
 
 }  // namespace
 
 ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(-1) {
   if (!target.directoryExists()) return;
-  // A description of its own: the lock belongs to it, not to the target's.
-  const int fd = detail::retryOnInterrupt([&] {
-    return ::openat(static_cast<int>(target.directoryHandle()), ".",
-                    O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  });
-  if (fd < 0) throwFileError("open the directory", target.directoryPath(), lastSystemError());
-  const auto deadline = std::chrono::steady_clock::now() + longestWait;
-  auto pause = firstPause;
-  while (detail::retryOnInterrupt([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) != 0) {
-    const std::error_code error = lastSystemError();
-    if (error != std::errc::operation_would_block) {
-      ::close(fd);
-      throwFileError("lock the directory", target.directoryPath(), error);
+  const auto deadline = Clock::now() + longestWait;
+  // Another run may replace the file, or create it, while this one waits:
+  // the lock counts only while the name still refers to what was locked.
+  for (;;) {
+    PosixDescriptor fd;
+    const Found found = openCurrent(target, fd);
+    if (found == Found::replaced) {
+      if (Clock::now() >= deadline) detail::throwChangedDuringRun(target.path());
+      continue;
     }
-    if (std::chrono::steady_clock::now() >= deadline) {
-      ::close(fd);
-      detail::throwLockHeld(target.directoryPath());
+    if (found == Found::file) {
+      if (!lockBy(fd.get(), deadline, target.path())) {
+        detail::throwLockHeld("file", target.path());
+      }
+      if (currentFile(target) == identityOf(fd.get(), target.path())) {
+        handle_ = fd.release();
+        return;
+      }
+      if (Clock::now() >= deadline) detail::throwChangedDuringRun(target.path());
+      continue;
     }
-    std::this_thread::sleep_for(pause);
-    pause = std::min(pause * 2, longestPause);
+    // No file yet: the folder stands for it until one is there.
+    PosixDescriptor folder =
+        detail::openAt(static_cast<int>(target.directoryHandle()), ".", O_RDONLY | O_DIRECTORY);
+    if (!folder.valid()) {
+      throwFileError("open the directory", target.directoryPath(), lastSystemError());
+    }
+    if (!lockBy(folder.get(), deadline, target.directoryPath())) {
+      detail::throwLockHeld("folder", target.directoryPath());
+    }
+    if (!currentFile(target)) {
+      handle_ = folder.release();
+      return;
+    }
+    if (Clock::now() >= deadline) detail::throwChangedDuringRun(target.path());
   }
-  handle_ = fd;
 }
 
 ReplacementLock::~ReplacementLock() {

@@ -74,6 +74,8 @@ class ReplacementTarget {
   // Resolves `path` (see above) and opens the folder that holds the final
   // target. Throws what ResolvedPath throws.
   explicit ReplacementTarget(const std::filesystem::path& path) : resolved_(path) {}
+  // The target that `resolved` found.
+  explicit ReplacementTarget(ResolvedPath&& resolved) noexcept : resolved_(std::move(resolved)) {}
   ReplacementTarget(const ReplacementTarget&) = delete;
   ReplacementTarget& operator=(const ReplacementTarget&) = delete;
 

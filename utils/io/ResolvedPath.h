@@ -84,4 +84,10 @@ class ResolvedPath {
   File::NativeHandle directory_ = File::invalidHandle;
 };
 
+namespace detail {
+// The error of a name that no longer refers to what the run found there,
+// the same on every system.
+[[noreturn]] void throwChangedDuringRun(const std::filesystem::path& path);
+}  // namespace detail
+
 }  // namespace korvane::utils::io
