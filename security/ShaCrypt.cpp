@@ -6,6 +6,7 @@
 
 #include "utils/core/Format.h"
 #include "utils/core/SystemRandom.h"
+#include "utils/string/PrintableText.h"
 
 namespace korvane::security {
 
@@ -22,7 +23,7 @@ ShaCrypt::ShaCrypt(int algorithmTag, std::size_t rounds, std::string_view salt) 
     throw std::invalid_argument(utils::core::format(
         "korvane::security::ShaCrypt::ShaCrypt(): the \"salt\" parameter is invalid, "
         "salt=\"{}\"",
-        salt));
+        utils::string::toPrintableText(salt)));
   }
   switch (algorithmTag) {
     case 5:

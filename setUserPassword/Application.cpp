@@ -14,6 +14,7 @@
 #include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/io/ReplacementLock.h"
+#include "utils/string/PrintableText.h"
 
 namespace korvane::setUserPassword {
 
@@ -69,7 +70,7 @@ int Application::run() {
   } else {
     replaceUnattended();
   }
-  std::cout << "Password for user \"" << userName_ << "\" was "
+  std::cout << "Password for user \"" << utils::string::toPrintableText(userName_) << "\" was "
             << (commandLine_.remove ? "removed." : "updated.") << std::endl;
   return 0;
 }
@@ -122,8 +123,9 @@ void Application::replaceUnattended() {
 
 void Application::confirmRemoval() const {
   if (!commandLine_.stdinIsConsole) return;
-  const std::string prompt = utils::core::format(
-      "Are you sure you mant to remove the password for user \"{}\" (y|N)? ", userName_);
+  const std::string prompt =
+      utils::core::format("Are you sure you mant to remove the password for user \"{}\" (y|N)? ",
+                          utils::string::toPrintableText(userName_));
   for (;;) {
     switch (askYesNo(prompt)) {
       case Answer::yes:
@@ -168,7 +170,8 @@ utils::core::SecureString Application::readRedirectedPassword() const {
 }
 
 utils::core::SecureString Application::promptNewPasswordTwice() {
-  std::cout << "\nPlease enter the new password for user \" " << userName_ << "\"." << std::endl;
+  std::cout << "\nPlease enter the new password for user \" "
+            << utils::string::toPrintableText(userName_) << "\"." << std::endl;
   for (;;) {
     utils::core::SecureString password = enterPassword();
     const utils::core::SecureString confirmation = repeatPasswordEditor_.readLine();

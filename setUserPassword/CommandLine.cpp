@@ -7,6 +7,7 @@
 #include "setUserPassword/PlatformConsole.h"
 #include "setUserPassword/Version.h"
 #include "utils/core/Format.h"
+#include "utils/string/PrintableText.h"
 
 namespace korvane::setUserPassword {
 
@@ -70,7 +71,7 @@ class Parser {
   void parseArgument(std::string_view argument) {
     if (parseValueOption(argument) || parseFlagOption(argument)) return;
     if (!argument.empty() && (argument.front() == '-' || argument.front() == '/')) {
-      fail(utils::core::format("unknown option '{}'", argument));
+      fail(utils::core::format("unknown option '{}'", utils::string::toPrintableText(argument)));
     }
     if (!commandLine_.userName.empty()) fail("too many arguments");
     if (argument.empty()) fail("empty string specified as user name");

@@ -18,6 +18,7 @@
 #include "setUserPassword/UserTally.h"
 #include "utils/core/Format.h"
 #include "utils/core/Uuid.h"
+#include "utils/string/PrintableText.h"
 
 namespace korvane::setUserPassword {
 
@@ -42,9 +43,9 @@ void readUser(Reader& reader, typename Reader::Value& user, UserTally& tally) {
     }
   });
   if (!matches) return;
-  // `message` has one placeholder, for the name sought.
-  const auto fail = [&](utils::core::FormatString<const std::string_view&> message) {
-    const std::string_view soughtName = tally.soughtName();
+  // `message` has one placeholder, for the name sought, shown escaped.
+  const auto fail = [&](utils::core::FormatString<const std::string&> message) {
+    const std::string soughtName = utils::string::toPrintableText(tally.soughtName());
     reader.fail(user, utils::core::format(message, soughtName));
   };
   if (namesSeen > 1) fail("multiple user names specified for user \"{}\"");

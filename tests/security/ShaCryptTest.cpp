@@ -84,6 +84,10 @@ TEST(ShaCryptTest, SaltChecks) {
                   std::string(salt) + "\"");
   }
   EXPECT_NO_THROW(ShaCrypt(6, 5000, "\x01\xff\0x"sv));
+  // A refused salt shows its control characters and stray bytes as hex.
+  EXPECT_EQ(messageOf<std::invalid_argument>([] { ShaCrypt(6, 5000, "\x1b]0;t\x07$\xff"sv); }),
+            "korvane::security::ShaCrypt::ShaCrypt(): the \"salt\" parameter is invalid, "
+            "salt=\"\\x1b]0;t\\x07$\\xff\"");
 }
 
 TEST(ShaCryptTest, ColonAndSpaceStandUnchanged) {

@@ -3,6 +3,8 @@
 #include <crypt.h>
 #include <gtest/gtest.h>
 
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -389,6 +391,78 @@ TEST_F(EndToEndTest, ANameThatIsNotInTheFileIsReportedWithItsCharacters) {
                               (directory_.path() / "users.json").string() + "\"\n");
     EXPECT_FALSE(passwordFileExists());
   }
+}
+
+// Names and file bytes another account may have chosen: control characters
+// and bytes that are not UTF-8 print as "\xNN", so that none can set the
+// terminal's title, move the cursor or hide a line.
+constexpr const char* titleSequence = "\x1b]0;owned\x07";
+constexpr const char* titleSequenceShown = "\\x1b]0;owned\\x07";
+
+// Whether `text` holds a byte that a terminal acts on (C0 but the line
+// feed, or DEL).
+bool holdsControlBytes(const std::string& text) {
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((byte < 0x20 && byte != '\n') || byte == 0x7F) return true;
+  }
+  return false;
+}
+
+TEST_F(EndToEndTest, HostileFolderAndUserNamesPrintEscaped) {
+  const std::string folderName = std::string("k-") + titleSequence + "-\xFF";
+  const std::filesystem::path folder = directory_.path() / folderName;
+  const std::string folderShown =
+      (directory_.path() / (std::string("k-") + titleSequenceShown + "-\\xff")).string();
+  std::filesystem::create_directories(folder);
+  const std::string userName = std::string("ev") + titleSequence + "il";
+  const std::string userShown = std::string("ev") + titleSequenceShown + "il";
+  writeFile(folder / "users.json",
+            R"({"users": [{"userName": "ev\u001b]0;owned\u0007il", "UUID": ")" +
+                std::string(aliceUuid) + R"("}]})");
+  const std::map<std::string, std::optional<std::string>> environment{
+      {"XDG_CONFIG_DIRS", (directory_.path() / "no-base").string()}};
+
+  const ChildResult updated = runProgram(program, {"-ConfigDir", folder.string(), userName},
+                                         std::string(strongPassword) + "\n", environment);
+  EXPECT_EQ(updated.exitStatus, 0) << updated.err;
+  EXPECT_EQ(updated.err, "");
+  EXPECT_EQ(updated.out, "Using user configuration file \"" + folderShown +
+                             "/users.json\"\nWill create new password file at \"" + folderShown +
+                             "/passwords.json\"\nPassword for user \"" + userShown +
+                             "\" was updated.\n");
+  EXPECT_TRUE(verifies(strongPassword, storedHash(readFile(folder / "passwords.json"), aliceUuid)));
+
+  // A name that is not in the file, with a byte that is not UTF-8.
+  const ChildResult missing =
+      runProgram(program, {"-ConfigDir", folder.string(), userName + "\xFF"},
+                 std::string(strongPassword) + "\n", environment);
+  EXPECT_EQ(missing.exitStatus, 1);
+  EXPECT_EQ(missing.err, "ERROR: the user \"" + userShown + "\\xff\" was not found in the file \"" +
+                             folderShown + "/users.json\"\n");
+  for (const ChildResult* result : {&updated, &missing}) {
+    EXPECT_FALSE(holdsControlBytes(result->out)) << result->out;
+    EXPECT_FALSE(holdsControlBytes(result->err)) << result->err;
+  }
+}
+
+TEST_F(EndToEndTest, HostileUnknownOptionPrintsEscaped) {
+  const ChildResult result = run({std::string("-Users\x1b[2K\r") + "\xC2\x9B" + "\xFF", "alice"},
+                                 std::string(strongPassword) + "\n");
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.err,
+            "COMMAND LINE ERROR: unknown option '-Users\\x1b[2K\\x0d\\xc2\\x9b\\xff'\n\n");
+  EXPECT_EQ(result.out, "");
+}
+
+TEST_F(EndToEndTest, AControlByteInAFileIsQuotedEscaped) {
+  writeFile(passwordsPath(), std::string(titleSequence) + "{}");
+  const ChildResult result = run({"alice"}, std::string(strongPassword) + "\n");
+  EXPECT_EQ(result.exitStatus, 1);
+  EXPECT_EQ(result.err, "ERROR: \"" + passwordsPath().string() +
+                            "\", line 1, column 1: expected an object, found '\\x1b'\n");
+  EXPECT_FALSE(holdsControlBytes(result.err)) << result.err;
+  EXPECT_EQ(passwordFile(), std::string(titleSequence) + "{}");
 }
 
 TEST_F(EndToEndTest, FoldersAndFilesInSeveralScripts) {

@@ -169,6 +169,35 @@ TEST_F(InteractiveTest, RemovalConfirmedWithY) {
   EXPECT_EQ(readFile(passwordsPath()).find(aliceUuid), std::string::npos);
 }
 
+TEST_F(InteractiveTest, AHostileUserNamePrintsEscapedInPromptsAndResults) {
+  // A name that would set the terminal's title, and its printed form.
+  const std::string name = "ev\x1b]0;owned\x07il";
+  const std::string shown = "ev\\x1b]0;owned\\x07il";
+  writeFile(directory_.path() / "users.json",
+            std::string(R"({"users": [{"userName": "ev\u001b]0;owned\u0007il", "UUID": ")") +
+                aliceUuid + R"("}]})");
+  auto setting = start({name});
+  ASSERT_TRUE(setting->expect("Please enter the new password for user \" " + shown + "\"."))
+      << setting->output();
+  answer(*setting, "Password: ", strong);
+  answer(*setting, "Repeat password: ", strong);
+  ASSERT_TRUE(setting->expect("Password for user \"" + shown + "\" was updated."));
+  const ChildResult set = setting->wait();
+  EXPECT_EQ(set.exitStatus, 0) << set.err;
+
+  auto removing = start({"-Remove", name});
+  answer(*removing,
+         "Are you sure you mant to remove the password for user \"" + shown + "\" (y|N)? ", "y");
+  const ChildResult removed = removing->wait();
+  EXPECT_EQ(removed.exitStatus, 0) << removed.err;
+  EXPECT_NE(removed.out.find("Password for user \"" + shown + "\" was removed."),
+            std::string::npos);
+  for (const ChildResult* result : {&set, &removed}) {
+    EXPECT_EQ(result->out.find("\x1b]"), std::string::npos) << result->out;
+    EXPECT_EQ(result->out.find('\x07'), std::string::npos) << result->out;
+  }
+}
+
 TEST_F(InteractiveTest, RemovalDeclinedEndsSilentlyWithStatus1) {
   for (const char* reply : {"", "n", "N"}) {
     auto child = start({"-Remove", "alice"});

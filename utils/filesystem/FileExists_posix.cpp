@@ -3,7 +3,9 @@
 #include <cerrno>
 #include <system_error>
 
+#include "utils/core/Format.h"
 #include "utils/filesystem/FileExists.h"
+#include "utils/filesystem/PrintablePath.h"
 
 namespace korvane::utils::filesystem {
 
@@ -12,7 +14,9 @@ bool fileExists(const std::filesystem::path& path) {
   if (::stat(path.c_str(), &status) == 0) return true;
   const int error = errno;
   if (error == ENOENT || error == ENOTDIR) return false;
-  throw std::filesystem::filesystem_error("exists", path,
+  // The path goes into the text in its printable form only: the error's
+  // own path members would put its raw bytes into what().
+  throw std::filesystem::filesystem_error(core::format("exists \"{}\"", toPrintable(path)),
                                           std::error_code(error, std::generic_category()));
 }
 

@@ -2,7 +2,9 @@
 
 #include <system_error>
 
+#include "utils/core/Format.h"
 #include "utils/filesystem/FileExists.h"
+#include "utils/filesystem/PrintablePath.h"
 
 namespace korvane::utils::filesystem {
 
@@ -27,8 +29,11 @@ bool fileExists(const std::filesystem::path& path) {
   }
   const DWORD error = ::GetLastError();
   if (meansNotFound(error)) return false;
+  // The path goes into the text in its printable form only: the error's
+  // own path members would put its raw characters into what().
   throw std::filesystem::filesystem_error(
-      "exists", path, std::error_code(static_cast<int>(error), std::system_category()));
+      core::format("exists \"{}\"", toPrintable(path)),
+      std::error_code(static_cast<int>(error), std::system_category()));
 }
 
 }  // namespace korvane::utils::filesystem

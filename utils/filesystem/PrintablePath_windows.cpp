@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "utils/filesystem/PrintablePath.h"
+#include "utils/string/PrintableText.h"
 #include "utils/string/Utf8.h"
 
 namespace korvane::utils::filesystem {
@@ -27,7 +28,7 @@ std::string toPrintable(const std::filesystem::path& path) {
         "korvane::utils::filesystem::toPrintable(): unpaired surrogate in a path");
   }
   std::replace(narrow->begin(), narrow->end(), '/', '\\');
-  return std::move(*narrow);
+  return string::toPrintableText(*narrow);
 }
 
 }  // namespace korvane::utils::filesystem

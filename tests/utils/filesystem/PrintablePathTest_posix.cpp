@@ -28,9 +28,23 @@ TEST(PrintablePathTest, BackslashIsAnOrdinaryCharacter) {
   EXPECT_EQ(toPrintable("\\\\server\\share"), "\\\\server\\share");
 }
 
-TEST(PrintablePathTest, BytesThatAreNotUtf8AreKept) {
-  const std::string bytes = "/tmp/\xFF\xFE\x80name\x1B";
-  EXPECT_EQ(toPrintable(bytes), bytes);
+TEST(PrintablePathTest, BytesThatAreNotUtf8ShowAsHex) {
+  EXPECT_EQ(toPrintable("/tmp/\xFF\xFE\x80name"), "/tmp/\\xff\\xfe\\x80name");
+  EXPECT_EQ(toPrintable("/etc/korvane/pw-\xFF.json"), "/etc/korvane/pw-\\xff.json");
+  // A surrogate in UTF-8 form and a cut sequence at the end.
+  EXPECT_EQ(toPrintable("/a/\xED\xA0\x80/b\xE4\xB8"), "/a/\\xed\\xa0\\x80/b\\xe4\\xb8");
+}
+
+TEST(PrintablePathTest, ControlCharactersShowAsHex) {
+  EXPECT_EQ(toPrintable("/tmp/a\nb\x7F"), "/tmp/a\\x0ab\\x7f");
+  EXPECT_EQ(toPrintable("/tmp/\xC2\x85next"), "/tmp/\\xc2\\x85next");
+  // A name that would set the terminal's title keeps no ESC and no BEL.
+  EXPECT_EQ(toPrintable("/tmp/\x1B]0;owned\x07/users.json"), "/tmp/\\x1b]0;owned\\x07/users.json");
+}
+
+TEST(PrintablePathTest, AHexLookalikeStandsAsItIs) {
+  // Only the bytes decide: "\xff" typed as four characters is kept.
+  EXPECT_EQ(toPrintable("/tmp/\\xff"), "/tmp/\\xff");
 }
 
 TEST(PrintablePathTest, AVeryLongPathIsKeptWhole) {

@@ -34,6 +34,15 @@ TEST(PrintablePathTest, EveryCharacterInUtf8WhateverTheCodePage) {
   EXPECT_EQ(underOem, "x\\Łukasz");
 }
 
+TEST(PrintablePathTest, ControlCharactersShowAsHex) {
+  // NTFS allows none of C0 in a name, but other file systems and the
+  // paths given on the command line may hold them; C1 and DEL it allows.
+  EXPECT_EQ(toPrintable(L"C:/x/\u001b]0;owned\u0007/users.json"),
+            "C:\\x\\\\x1b]0;owned\\x07\\users.json");
+  EXPECT_EQ(toPrintable(L"a\u0085b\u007fc\u009bd"), "a\\xc2\\x85b\\x7fc\\xc2\\x9bd");
+  EXPECT_EQ(toPrintable(L"C:/pw-\u00ff.json"), "C:\\pw-\u00ff.json");
+}
+
 TEST(PrintablePathTest, AnUnpairedSurrogateIsAnErrorNotAnotherName) {
   try {
     toPrintable(std::wstring(L"a") + wchar_t(0xD800) + L"b");

@@ -239,10 +239,27 @@ TEST(DecoderTest, ErrorsOfEveryKindAreLocated) {
   EXPECT_EQ(typedError("[\"abc"),
             "\"t.json\", line 1, column 6: expected '\"' to end the string, found end of input");
   EXPECT_EQ(typedError("\xEF\xBB"),
-            "\"t.json\", line 1, column 1: expected a value, found byte 0xEF");
+            "\"t.json\", line 1, column 1: expected a value, found '\\xef'");
   EXPECT_EQ(typedError("\xEF\xBB\xBF{\"a\":1} x"),
             "\"t.json\", line 1, column 9: expected the end of the input after the top-level "
             "value, found 'x'");
+}
+
+TEST(DecoderTest, AByteFoundIsQuotedWithControlAndNonUtf8BytesAsHex) {
+  // A file's bytes may have been chosen to act on the terminal that shows
+  // the message: none is quoted as it is.
+  EXPECT_EQ(typedError("\x1b]0;owned\x07"),
+            "\"t.json\", line 1, column 1: expected a value, found '\\x1b'");
+  EXPECT_EQ(typedError("[1\x07]"),
+            "\"t.json\", line 1, column 3: expected ',' or ']' after an array element, found "
+            "'\\x07'");
+  EXPECT_EQ(typedError("{\"a\":1\x7f}"),
+            "\"t.json\", line 1, column 7: expected ',' or '}' after an object member, found "
+            "'\\x7f'");
+  EXPECT_EQ(typedError("\xff"), "\"t.json\", line 1, column 1: expected a value, found '\\xff'");
+  EXPECT_EQ(typedError("[\xc2\x85]"),
+            "\"t.json\", line 1, column 2: expected a value, found '\\xc2'");
+  EXPECT_EQ(typedError("[\\]"), "\"t.json\", line 1, column 2: expected a value, found '\\'");
 }
 
 TEST(DecoderTest, TypeErrorsAreLocatedExceptions) {

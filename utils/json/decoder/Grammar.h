@@ -89,7 +89,7 @@ class Grammar {
     if (in().peek() != 0xEF) return false;
     const auto at = in().mark();
     for (const int expected : {0xEF, 0xBB, 0xBF}) {
-      if (in().peek() != expected) in().failAt(at, "expected a value, found byte 0xEF");
+      if (in().peek() != expected) in().failAt(at, "expected a value, found '\\xef'");
       in().consume(1);
     }
     return true;

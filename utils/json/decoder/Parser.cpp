@@ -9,6 +9,7 @@
 
 #include "utils/core/Format.h"
 #include "utils/json/decoder/WrappedException.h"
+#include "utils/string/PrintableText.h"
 #include "utils/string/Utf8.h"
 
 namespace korvane::utils::json::decoder::detail {
@@ -59,10 +60,10 @@ std::string Parser::describeNext() {
   const int c = peek();
   if (c < 0) return "end of input";
   if (c == 0) return "a NUL byte";
-  if (c > 0x20 && c < 0x7F) return core::format("'{}'", static_cast<char>(c));
-  if (c < 0x20 || c == 0x7F) return core::format("control character U+{:04X}", c);
   if (c == 0x20) return "' '";
-  return core::format("byte 0x{:02X}", c);
+  // Any other byte is the file's and is quoted in the one form for outside
+  // text: a control byte or one that is not UTF-8 on its own as "\xNN".
+  return core::format("'{}'", string::toPrintableText(std::string(1, static_cast<char>(c))));
 }
 
 void Parser::failFound(const std::string& expected) {
