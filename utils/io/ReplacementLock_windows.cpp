@@ -1,8 +1,12 @@
 #include <windows.h>
+// After windows.h, which the security headers need.
+#include <aclapi.h>
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <optional>
+#include <string>
 #include <system_error>
 #include <thread>
 
@@ -65,6 +69,74 @@ bool nameRefersTo(const ReplacementTarget& target, HANDLE locked) {
   return named && named == identityOf(locked);
 }
 
+// Whether `sid` is SYSTEM, the Administrators group or the account running
+// the program.
+bool isTrustedAccount(PSID sid) {
+  if (::IsWellKnownSid(sid, WinLocalSystemSid) ||
+      ::IsWellKnownSid(sid, WinBuiltinAdministratorsSid)) {
+    return true;
+  }
+  HANDLE token = nullptr;
+  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return false;
+  const WindowsHandle owned(token);
+  DWORD size = 0;
+  ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  if (size == 0) return false;
+  auto buffer = std::make_unique<unsigned char[]>(size);
+  if (!::GetTokenInformation(token, TokenUser, buffer.get(), size, &size)) return false;
+  return ::EqualSid(sid, reinterpret_cast<TOKEN_USER*>(buffer.get())->User.Sid) != 0;
+}
+
+// Whether the kernel object `handle` was made by a trusted account.
+bool madeByTrustedAccount(HANDLE handle) {
+  PSID owner = nullptr;
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  if (::GetSecurityInfo(handle, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr,
+                        nullptr, nullptr, &descriptor) != ERROR_SUCCESS) {
+    return false;
+  }
+  // Wine keeps no owner for kernel objects; Windows always has one.
+  const bool trusted = owner == nullptr || isTrustedAccount(owner);
+  ::LocalFree(descriptor);
+  return trusted;
+}
+
+// The mutex that stands for the lock of the folder open as `folder` while
+// there is no file: byte-range locks need a file (Windows and Wine refuse
+// them on a folder's handle), and a folder's handle with a share mode that
+// shuts others out would also shut out the programs that list the folder
+// and the rename into it. Named after the folder's identity (volume and
+// file ID), not its path, in the namespace of every session. A
+// mutex of that name that another account made first is not waited for,
+// so that no bystander can hold up a run: only the creation of the first
+// file then goes unserialised, and the replace still refuses a file that
+// appeared meanwhile. Invalid when there is none to take.
+WindowsHandle folderMutex(HANDLE folder) {
+  BY_HANDLE_FILE_INFORMATION information{};
+  if (!::GetFileInformationByHandle(folder, &information)) return WindowsHandle();
+  std::wstring name = L"KorvanePasswordFolder-";
+  for (const DWORD part :
+       {information.dwVolumeSerialNumber, information.nFileIndexHigh, information.nFileIndexLow}) {
+    for (int shift = 28; shift >= 0; shift -= 4) name += L"0123456789abcdef"[(part >> shift) & 0xF];
+  }
+  // The token's default access rules: its account, SYSTEM (and the
+  // Administrators for an administrator).
+  // Global names reach every session (two administrators on one server);
+  // without the right to create them, the session's own namespace serves.
+  HANDLE mutex = ::CreateMutexW(nullptr, FALSE, (L"Global\\" + name).c_str());
+  if (mutex == nullptr) mutex = ::CreateMutexW(nullptr, FALSE, (L"Local\\" + name).c_str());
+  WindowsHandle owned(mutex);
+  if (owned.valid() && !madeByTrustedAccount(owned.get())) owned.reset();
+  return owned;
+}
+
+// Takes `mutex` without waiting; false when another thread holds it. A
+// holder that died leaves it to the next.
+bool tryTake(HANDLE mutex) {
+  const DWORD waited = ::WaitForSingleObject(mutex, 0);
+  return waited == WAIT_OBJECT_0 || waited == WAIT_ABANDONED;
+}
+
 }  // namespace
 
 ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(0) {
@@ -87,24 +159,31 @@ ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(0) {
       locked = WindowsHandle(duplicate);
       file->close();
     } else {
-      // No file yet: the folder itself, opened again through its handle,
-      // carries the same lock.
-      locked = WindowsHandle::openRelative(reinterpret_cast<HANDLE>(target.directoryHandle()), L"",
-                                           FILE_LIST_DIRECTORY, shareAll, FILE_OPEN,
-                                           FILE_DIRECTORY_FILE);
-      if (!locked.valid()) throwFileError("lock", target.directoryPath(), lastSystemError());
-    }
-    const std::filesystem::path& lockedPath = file ? target.path() : target.directoryPath();
-    if (tryLock(locked.get(), lockedPath)) {
-      // Another run may have replaced the file, or created the first one,
-      // while this one waited: then the lock is on the wrong file.
-      const bool current = file ? nameRefersTo(target, locked.get()) : !target.resolved().exists();
-      if (current) {
-        handle_ = reinterpret_cast<std::intptr_t>(locked.release());
-        return;
+      // No file yet: the folder's mutex (see folderMutex), then no file
+      // may have appeared meanwhile.
+      WindowsHandle mutex = folderMutex(reinterpret_cast<HANDLE>(target.directoryHandle()));
+      if (!mutex.valid()) return;
+      if (tryTake(mutex.get())) {
+        if (!target.resolved().exists()) {
+          handle_ = reinterpret_cast<std::intptr_t>(mutex.release());
+          return;
+        }
+        ::ReleaseMutex(mutex.get());
+        continue;
       }
-      unlock(locked.get());
-      continue;
+    }
+    if (file) {
+      const std::filesystem::path& lockedPath = target.path();
+      if (tryLock(locked.get(), lockedPath)) {
+        // Another run may have replaced the file while this one waited:
+        // then the lock is on the wrong file.
+        if (nameRefersTo(target, locked.get())) {
+          handle_ = reinterpret_cast<std::intptr_t>(locked.release());
+          return;
+        }
+        unlock(locked.get());
+        continue;
+      }
     }
     if (std::chrono::steady_clock::now() >= deadline) {
       if (file) detail::throwLockHeld("file", target.path());
@@ -118,7 +197,12 @@ ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(0) {
 ReplacementLock::~ReplacementLock() {
   if (handle_ == 0) return;
   const HANDLE handle = reinterpret_cast<HANDLE>(handle_);
-  unlock(handle);
+  // A file's lock, or the folder's mutex.
+  if (::GetFileType(handle) == FILE_TYPE_DISK) {
+    unlock(handle);
+  } else {
+    ::ReleaseMutex(handle);
+  }
   ::CloseHandle(handle);
 }
 
