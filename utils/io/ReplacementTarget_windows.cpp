@@ -2,6 +2,7 @@
 // After windows.h, which the security headers need.
 #include <aclapi.h>
 #include <sddl.h>
+#include <winternl.h>
 
 #include <chrono>
 #include <cstddef>
@@ -36,7 +37,8 @@ constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELET
 // open with delete sharing; they keep reading the old file. Older headers
 // lack the information class and FILE_RENAME_INFO's Flags member, which
 // shares its place with the BOOLEAN ReplaceIfExists.
-constexpr auto fileRenameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+constexpr int fileRenameInformation = 10;
+constexpr int fileRenameInformationEx = 65;
 constexpr DWORD renameReplaceIfExists = 0x1;
 constexpr DWORD renamePosixSemantics = 0x2;
 
@@ -199,11 +201,14 @@ RenameResult renameTo(HANDLE source, HANDLE directory, const std::wstring& name,
   information->rootDirectory = directory;
   information->fileNameLength = static_cast<DWORD>(name.size() * sizeof(WCHAR));
   std::memcpy(information->fileName, name.c_str(), (name.size() + 1) * sizeof(WCHAR));
-  if (::SetFileInformationByHandle(source, posix ? fileRenameInfoEx : FileRenameInfo, information,
-                                   static_cast<DWORD>(bytes))) {
-    return {};
-  }
-  const DWORD error = ::GetLastError();
+  // The native call: Wine's SetFileInformationByHandle takes no rename
+  // relative to a folder.
+  IO_STATUS_BLOCK status{};
+  const NTSTATUS result = ::NtSetInformationFile(
+      source, &status, information, static_cast<ULONG>(bytes),
+      static_cast<FILE_INFORMATION_CLASS>(posix ? fileRenameInformationEx : fileRenameInformation));
+  if (result >= 0) return {};
+  const DWORD error = ::RtlNtStatusToDosError(result);
   // Older systems and Wine reject the information class, other file
   // systems the flags.
   const bool unsupported = error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED ||
@@ -302,9 +307,13 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
     RenameResult result{true, source.valid() ? ERROR_SUCCESS : ::GetLastError()};
     if (source.valid()) {
       if (!isFile(source, written)) throwChanged(temporary);
-      const WindowsHandle current = openEntry(directory, resolved_.name(), 0, path());
-      if (current.valid() ? !replaced || !isFile(current, *replaced) : replaced.has_value()) {
-        throwChanged(path());
+      {
+        // Closed before the move: a rename without POSIX semantics cannot
+        // replace a file that is open.
+        const WindowsHandle current = openEntry(directory, resolved_.name(), 0, path());
+        if (current.valid() ? !replaced || !isFile(current, *replaced) : replaced.has_value()) {
+          throwChanged(path());
+        }
       }
       result = renameTo(source.get(), directory, resolved_.name().native(), posixRename);
       if (!result.supported) {
