@@ -2,6 +2,7 @@
 // After windows.h, which the security headers need.
 #include <aclapi.h>
 #include <sddl.h>
+#include <winternl.h>
 
 #include <chrono>
 #include <cstddef>
@@ -17,13 +18,11 @@
 #include "utils/filesystem/PrintablePath.h"
 #include "utils/io/ReplacementTarget.h"
 #include "utils/io/SystemError.h"
+#include "utils/io/WindowsHandle.h"
 
 namespace korvane::utils::io {
 
 namespace {
-
-// As many links as the system follows before it gives up.
-constexpr int maxLinksFollowed = 40;
 
 // A move refused because another program holds the file open is tried
 // again for about this long.
@@ -38,7 +37,8 @@ constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELET
 // open with delete sharing; they keep reading the old file. Older headers
 // lack the information class and FILE_RENAME_INFO's Flags member, which
 // shares its place with the BOOLEAN ReplaceIfExists.
-constexpr auto fileRenameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+constexpr int fileRenameInformation = 10;
+constexpr int fileRenameInformationEx = 65;
 constexpr DWORD renameReplaceIfExists = 0x1;
 constexpr DWORD renamePosixSemantics = 0x2;
 
@@ -60,23 +60,6 @@ static_assert(offsetof(RenameInformation, fileName) == offsetof(FILE_RENAME_INFO
 // user of ProgramData read the hashes.
 constexpr const wchar_t* privateDacl = L"D:P(A;;FA;;;SY)(A;;FA;;;BA)";
 
-class Handle {
- public:
-  explicit Handle(HANDLE handle = INVALID_HANDLE_VALUE) noexcept : handle_(handle) {}
-  ~Handle() {
-    if (valid()) ::CloseHandle(handle_);
-  }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-
-  bool valid() const noexcept { return handle_ != INVALID_HANDLE_VALUE && handle_ != nullptr; }
-  HANDLE get() const noexcept { return handle_; }
-  HANDLE release() noexcept { return std::exchange(handle_, INVALID_HANDLE_VALUE); }
-
- private:
-  HANDLE handle_;
-};
-
 struct LocalMemory {
   void operator()(void* memory) const noexcept { ::LocalFree(memory); }
 };
@@ -91,53 +74,6 @@ std::string printable(const std::filesystem::path& path) { return filesystem::to
   throw std::runtime_error(core::format(
       "\"{}\" was changed or replaced by another program during the run; nothing was replaced",
       printable(path)));
-}
-
-// Opens `path` itself, a link or junction as such, with `access`.
-Handle openItself(const std::filesystem::path& path, DWORD access) {
-  return Handle(::CreateFileW(path.c_str(), access, shareAll, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-}
-
-// Whether `sid` is SYSTEM, the Administrators group or the account running
-// the program: those who could write the target anyway.
-bool isTrustedOwner(PSID sid) {
-  if (::IsWellKnownSid(sid, WinLocalSystemSid) ||
-      ::IsWellKnownSid(sid, WinBuiltinAdministratorsSid)) {
-    return true;
-  }
-  HANDLE token = nullptr;
-  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return false;
-  const Handle owned(token);
-  DWORD size = 0;
-  ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
-  auto buffer = std::make_unique<unsigned char[]>(size);
-  if (!::GetTokenInformation(token, TokenUser, buffer.get(), size, &size)) return false;
-  return ::EqualSid(sid, reinterpret_cast<TOKEN_USER*>(buffer.get())->User.Sid) != 0;
-}
-
-void requireTrustedLink(const std::filesystem::path& link) {
-  const Handle handle = openItself(link, READ_CONTROL);
-  if (!handle.valid()) throwFileError("open the link", link, lastSystemError());
-  PSID owner = nullptr;
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  const DWORD error = ::GetSecurityInfo(handle.get(), SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION,
-                                        &owner, nullptr, nullptr, nullptr, &descriptor);
-  if (error != ERROR_SUCCESS) {
-    throwFileError("read the owner of", link, {static_cast<int>(error), std::system_category()});
-  }
-  const std::unique_ptr<void, LocalMemory> release(descriptor);
-  if (isTrustedOwner(owner)) return;
-  LPWSTR text = nullptr;
-  std::string ownerText = "another account";
-  if (::ConvertSidToStringSidW(owner, &text)) {
-    const std::unique_ptr<void, LocalMemory> releaseText(text);
-    ownerText = core::format("the account {}", printable(std::filesystem::path(text)));
-  }
-  throw UntrustedLinkError(core::format(
-      "the symbolic link \"{}\" belongs to {}, neither an administrator nor the account running "
-      "this program, and is not followed",
-      printable(link), ownerText));
 }
 
 ReplacedFile identityOf(HANDLE handle) {
@@ -178,7 +114,7 @@ std::string readDacl(HANDLE handle, const std::filesystem::path& path) {
 std::wstring currentUserSid() {
   HANDLE token = nullptr;
   if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
-  const Handle owned(token);
+  const WindowsHandle owned(token);
   DWORD size = 0;
   ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
   auto buffer = std::make_unique<unsigned char[]>(size);
@@ -191,45 +127,58 @@ std::wstring currentUserSid() {
   return text;
 }
 
-void applyDacl(const std::filesystem::path& path, const std::wstring& sddl) {
+// The security descriptor that `sddl` describes, freed with LocalFree.
+std::unique_ptr<void, LocalMemory> descriptorOf(const std::wstring& sddl,
+                                                const std::filesystem::path& path) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (!::ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl.c_str(), SDDL_REVISION_1,
                                                               &descriptor, nullptr)) {
     throwFileError("set the access rules of", path, lastSystemError());
   }
-  const std::unique_ptr<void, LocalMemory> release(descriptor);
+  return std::unique_ptr<void, LocalMemory>(descriptor);
+}
+
+// Gives the open file `handle` the access rules `sddl`, protected from the
+// folder's or not as they say.
+void applyDacl(HANDLE handle, const std::filesystem::path& path, const std::wstring& sddl) {
+  const auto descriptor = descriptorOf(sddl, path);
   BOOL present = FALSE;
   BOOL defaulted = FALSE;
   PACL dacl = nullptr;
-  ::GetSecurityDescriptorDacl(descriptor, &present, &dacl, &defaulted);
+  ::GetSecurityDescriptorDacl(descriptor.get(), &present, &dacl, &defaulted);
   SECURITY_DESCRIPTOR_CONTROL control = 0;
   DWORD revision = 0;
-  ::GetSecurityDescriptorControl(descriptor, &control, &revision);
+  ::GetSecurityDescriptorControl(descriptor.get(), &control, &revision);
   const SECURITY_INFORMATION information =
       DACL_SECURITY_INFORMATION |
       ((control & SE_DACL_PROTECTED) != 0 ? PROTECTED_DACL_SECURITY_INFORMATION
                                           : UNPROTECTED_DACL_SECURITY_INFORMATION);
-  std::wstring name = path.wstring();
-  const DWORD error = ::SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, information, nullptr,
-                                              nullptr, dacl, nullptr);
+  const DWORD error =
+      ::SetSecurityInfo(handle, SE_FILE_OBJECT, information, nullptr, nullptr, dacl, nullptr);
   if (error != ERROR_SUCCESS) {
     throwFileError("set the access rules of", path,
                    {static_cast<int>(error), std::system_category()});
   }
 }
 
-// Whether the name still refers to the file `replaced` describes (or to
-// nothing when there is none).
-void requireUnchanged(const std::filesystem::path& path,
-                      const std::optional<ReplacedFile>& replaced) {
-  const Handle handle = openItself(path, 0);
+// Opens what is now at `name` in `directory`, a link as itself, to look at
+// it (and, with `access`, to move it). Invalid when nothing is there.
+WindowsHandle openEntry(HANDLE directory, const std::filesystem::path& name, ACCESS_MASK access,
+                        const std::filesystem::path& path) {
+  WindowsHandle handle = WindowsHandle::openRelative(
+      directory, name.native(), access | FILE_READ_ATTRIBUTES, shareAll, FILE_OPEN, 0);
   if (!handle.valid()) {
     const DWORD error = ::GetLastError();
-    if (meansNotFound(error) && !replaced) return;
-    if (meansNotFound(error)) throwChanged(path);
-    throwFileError("open", path, {static_cast<int>(error), std::system_category()});
+    if (!meansNotFound(error)) {
+      throwFileError("open", path, {static_cast<int>(error), std::system_category()});
+    }
   }
-  if (!replaced || !identityOf(handle.get()).sameFileAs(*replaced)) throwChanged(path);
+  return handle;
+}
+
+// Whether the open `handle` is the file `expected` describes.
+bool isFile(const WindowsHandle& handle, const ReplacedFile& expected) {
+  return handle.valid() && identityOf(handle.get()).sameFileAs(expected);
 }
 
 struct RenameResult {
@@ -237,118 +186,62 @@ struct RenameResult {
   DWORD error = ERROR_SUCCESS;
 };
 
-// Renames `from` to `to` (an absolute path) with POSIX semantics.
-RenameResult renameWithPosixSemantics(const std::filesystem::path& from, const std::wstring& to) {
-  // The temporary file itself, never a link planted at its name.
-  const Handle source(::CreateFileW(from.c_str(), DELETE | SYNCHRONIZE, shareAll, nullptr,
-                                    OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-  // Without delete access to the file itself, the move by name may still
-  // be allowed through the folder's rights.
-  if (!source.valid()) return {false, ::GetLastError()};
+// Renames the open `source` to `name` in the open folder `directory`; with
+// POSIX semantics when `posix`, otherwise the classic rename, which cannot
+// replace a file that is open.
+RenameResult renameTo(HANDLE source, HANDLE directory, const std::wstring& name, bool posix) {
   // The name with its terminating NUL, which the system's path conversion
   // reads; the length excludes it.
-  const std::size_t bytes = offsetof(RenameInformation, fileName) + (to.size() + 1) * sizeof(WCHAR);
+  const std::size_t bytes =
+      offsetof(RenameInformation, fileName) + (name.size() + 1) * sizeof(WCHAR);
   std::vector<std::uint64_t> storage((bytes + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t));
   auto* information = reinterpret_cast<RenameInformation*>(storage.data());
-  information->flags = renameReplaceIfExists | renamePosixSemantics;
-  information->rootDirectory = nullptr;
-  information->fileNameLength = static_cast<DWORD>(to.size() * sizeof(WCHAR));
-  std::memcpy(information->fileName, to.c_str(), (to.size() + 1) * sizeof(WCHAR));
-  if (::SetFileInformationByHandle(source.get(), fileRenameInfoEx, information,
-                                   static_cast<DWORD>(bytes))) {
-    return {};
-  }
-  const DWORD error = ::GetLastError();
-  // Older systems and Wine reject the information class, other file systems
-  // the flags; a move to another volume must copy. MoveFileExW does both.
+  // The classic layout's BOOLEAN ReplaceIfExists is the first byte of flags.
+  information->flags = posix ? renameReplaceIfExists | renamePosixSemantics : TRUE;
+  information->rootDirectory = directory;
+  information->fileNameLength = static_cast<DWORD>(name.size() * sizeof(WCHAR));
+  std::memcpy(information->fileName, name.c_str(), (name.size() + 1) * sizeof(WCHAR));
+  // The native call: Wine's SetFileInformationByHandle takes no rename
+  // relative to a folder.
+  IO_STATUS_BLOCK status{};
+  const NTSTATUS result = ::NtSetInformationFile(
+      source, &status, information, static_cast<ULONG>(bytes),
+      static_cast<FILE_INFORMATION_CLASS>(posix ? fileRenameInformationEx : fileRenameInformation));
+  if (result >= 0) return {};
+  const DWORD error = ::RtlNtStatusToDosError(result);
+  // Older systems and Wine reject the information class, other file
+  // systems the flags.
   const bool unsupported = error == ERROR_INVALID_PARAMETER || error == ERROR_NOT_SUPPORTED ||
-                           error == ERROR_INVALID_FUNCTION || error == ERROR_NOT_SAME_DEVICE;
-  return {!unsupported, error};
+                           error == ERROR_INVALID_FUNCTION;
+  return {!(posix && unsupported), error};
 }
 
-// MoveFileExW: the classic move, which cannot replace a file that is open.
-DWORD moveReplacing(const std::filesystem::path& from, const std::filesystem::path& to) {
-  const DWORD flags = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED | MOVEFILE_WRITE_THROUGH;
-  return ::MoveFileExW(from.c_str(), to.c_str(), flags) ? ERROR_SUCCESS : ::GetLastError();
+HANDLE folderOf(const ReplacementTarget& target) {
+  return reinterpret_cast<HANDLE>(target.directoryHandle());
 }
 
 }  // namespace
 
-ReplacementTarget::ReplacementTarget(const std::filesystem::path& path)
-    : directory_(reinterpret_cast<File::NativeHandle>(INVALID_HANDLE_VALUE)) {
-  std::filesystem::path current = path;
-  for (int followed = 0;; ++followed) {
-    std::error_code error;
-    const auto status = std::filesystem::symlink_status(current, error);
-    if (error && status.type() != std::filesystem::file_type::not_found) {
-      throwFileError("read the attributes of", current, error);
-    }
-    if (status.type() != std::filesystem::file_type::symlink) break;
-    if (followed == maxLinksFollowed) {
-      throwFileError("follow the links of", path,
-                     std::make_error_code(std::errc::too_many_symbolic_link_levels));
-    }
-    requireTrustedLink(current);
-    std::error_code readError;
-    const std::filesystem::path target = std::filesystem::read_symlink(current, readError);
-    if (readError) throwFileError("read the link", current, readError);
-    current = target.is_absolute() ? target : current.parent_path() / target;
-  }
-  path_ = current;
-  name_ = current.filename();
-  directoryPath_ =
-      current.parent_path().empty() ? std::filesystem::path(".") : current.parent_path();
-  Handle directory(::CreateFileW(directoryPath_.c_str(), FILE_LIST_DIRECTORY, shareAll, nullptr,
-                                 OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  if (!directory.valid()) {
-    const DWORD error = ::GetLastError();
-    if (meansNotFound(error) || error == ERROR_DIRECTORY) return;
-    throwFileError("open the directory", directoryPath_,
-                   {static_cast<int>(error), std::system_category()});
-  }
-  directory_ = reinterpret_cast<File::NativeHandle>(directory.release());
-  directoryExists_ = true;
-}
-
-ReplacementTarget::~ReplacementTarget() {
-  if (directoryExists_) ::CloseHandle(reinterpret_cast<HANDLE>(directory_));
-}
-
 std::optional<File> ReplacementTarget::open(ReplacedFile* replaced) const {
-  if (!directoryExists_) return std::nullopt;
-  // Delete sharing: another run may replace the file while this one reads.
-  Handle handle(::CreateFileW(path_.c_str(), GENERIC_READ | READ_CONTROL, shareAll, nullptr,
-                              OPEN_EXISTING,
-                              FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-  if (!handle.valid()) {
-    const DWORD error = ::GetLastError();
-    if (meansNotFound(error)) return std::nullopt;
-    throwFileError("open", path_, {static_cast<int>(error), std::system_category()});
+  std::optional<File> file = resolved_.openRegularFile();
+  if (file && replaced != nullptr) {
+    const HANDLE handle = reinterpret_cast<HANDLE>(file->nativeHandle());
+    *replaced = identityOf(handle);
+    replaced->attributes.emplace_back("dacl", readDacl(handle, path()));
   }
-  BY_HANDLE_FILE_INFORMATION information{};
-  if (!::GetFileInformationByHandle(handle.get(), &information)) {
-    throwFileError("open", path_, lastSystemError());
-  }
-  if ((information.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) throwChanged(path_);
-  if ((information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ||
-      ::GetFileType(handle.get()) != FILE_TYPE_DISK) {
-    throw std::runtime_error(core::format(
-        "could not open \"{}\": it is no regular file and is not read", printable(path_)));
-  }
-  if (replaced != nullptr) {
-    *replaced = identityOf(handle.get());
-    replaced->attributes.emplace_back("dacl", readDacl(handle.get(), path_));
-  }
-  return File(reinterpret_cast<File::NativeHandle>(handle.release()), path_);
+  return file;
 }
 
 File ReplacementTarget::createTemporary(std::string_view suffix,
                                         const std::optional<ReplacedFile>& replaced) const {
-  std::filesystem::path temporary = path_;
+  std::filesystem::path temporary = path();
   temporary += core::format(".{}", suffix);
-  File file(temporary, File::Access::createNew);
+  if (!directoryExists()) {
+    throwFileError("open", temporary, {ERROR_PATH_NOT_FOUND, std::system_category()});
+  }
   std::wstring sddl;
-  if (replaced && !replaced->attributes.empty()) {
+  const bool copied = replaced && !replaced->attributes.empty();
+  if (copied) {
     const std::string& bytes = replaced->attributes.front().second;
     sddl.assign(reinterpret_cast<const wchar_t*>(bytes.data()), bytes.size() / sizeof(wchar_t));
   } else {
@@ -356,24 +249,39 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
     const std::wstring user = currentUserSid();
     if (!user.empty()) sddl += L"(A;;FA;;;" + user + L")";
   }
-  applyDacl(temporary, sddl);
+  // A new file is private from its creation on; a copied rule set is set
+  // afterwards, as the system merges it with the folder's inherited rules.
+  const auto privateDescriptor = copied ? nullptr : descriptorOf(sddl, temporary);
+  // Created exclusively in the folder itself: whatever is already at that
+  // name, a link included, makes it fail and is neither followed nor
+  // truncated. Shared for reading only while it is written; DELETE so that
+  // it can be removed through this handle.
+  WindowsHandle handle = WindowsHandle::openRelative(
+      folderOf(*this), temporary.filename().native(),
+      GENERIC_WRITE | READ_CONTROL | WRITE_DAC | DELETE | FILE_READ_ATTRIBUTES,
+      FILE_SHARE_READ | FILE_SHARE_DELETE, FILE_CREATE, FILE_NON_DIRECTORY_FILE,
+      privateDescriptor.get());
+  if (!handle.valid()) throwFileError("open", temporary, lastSystemError());
+  File file(reinterpret_cast<File::NativeHandle>(handle.release()), temporary);
+  applyDacl(reinterpret_cast<HANDLE>(file.nativeHandle()), temporary, sddl);
   return file;
 }
 
 void ReplacementTarget::discardTemporary(File temporary) const noexcept {
-  if (!temporary.isOpen()) return;
-  const ReplacedFile written = identityOf(reinterpret_cast<HANDLE>(temporary.nativeHandle()));
+  if (!temporary.isOpen() || !directoryExists()) return;
+  const HANDLE handle = reinterpret_cast<HANDLE>(temporary.nativeHandle());
+  const ReplacedFile written = identityOf(handle);
   // Without an identity nothing can tell the file apart: it stays.
   if (written.id == 0 && written.volume == 0) return;
   try {
-    const std::filesystem::path path = temporary.path();
-    temporary.close();
-    const Handle handle = openItself(path, DELETE | FILE_READ_ATTRIBUTES);
-    if (!handle.valid() || !identityOf(handle.get()).sameFileAs(written)) return;
+    const WindowsHandle atName =
+        openEntry(folderOf(*this), temporary.path().filename(), 0, temporary.path());
+    if (!isFile(atName, written)) return;
+    // Removed through the handle that created it: the file removed is the
+    // file written, whatever happens to names meanwhile.
     FILE_DISPOSITION_INFO disposition{};
     disposition.DeleteFile = TRUE;
-    ::SetFileInformationByHandle(handle.get(), FileDispositionInfo, &disposition,
-                                 sizeof disposition);
+    ::SetFileInformationByHandle(handle, FileDispositionInfo, &disposition, sizeof disposition);
   } catch (...) {
     // Left behind, as any temporary file whose removal fails.
   }
@@ -385,32 +293,52 @@ ReplacedFile ReplacementTarget::identify(const File& file) {
 
 void ReplacementTarget::replace(const std::filesystem::path& temporary, const ReplacedFile& written,
                                 const std::optional<ReplacedFile>& replaced) const {
-  std::error_code absoluteError;
-  std::filesystem::path absoluteTarget = std::filesystem::absolute(path_, absoluteError);
-  if (absoluteError) absoluteTarget = path_;
+  if (!directoryExists()) throwChanged(temporary);
+  const HANDLE directory = folderOf(*this);
   bool posixRename = true;
   const auto deadline = std::chrono::steady_clock::now() + longestMoveRetry;
   auto pause = firstMovePause;
   for (;;) {
-    // Checked again before every attempt: a wait may be long.
-    requireUnchanged(temporary, written);
-    requireUnchanged(path_, replaced);
-    DWORD error = ERROR_SUCCESS;
-    if (posixRename) {
-      const RenameResult result = renameWithPosixSemantics(temporary, absoluteTarget.native());
-      posixRename = result.supported;
-      error = result.error;
+    // Checked again before every attempt, through handles opened in the
+    // folder: a wait may be long. The file moved is the one checked.
+    const WindowsHandle source =
+        WindowsHandle::openRelative(directory, temporary.filename().native(),
+                                    DELETE | FILE_READ_ATTRIBUTES, shareAll, FILE_OPEN, 0);
+    RenameResult result{true, source.valid() ? ERROR_SUCCESS : ::GetLastError()};
+    if (source.valid()) {
+      if (!isFile(source, written)) throwChanged(temporary);
+      {
+        // Closed before the move: a rename without POSIX semantics cannot
+        // replace a file that is open.
+        const WindowsHandle current = openEntry(directory, resolved_.name(), 0, path());
+        if (current.valid() ? !replaced || !isFile(current, *replaced) : replaced.has_value()) {
+          throwChanged(path());
+        }
+      }
+      result = renameTo(source.get(), directory, resolved_.name().native(), posixRename);
+      if (!result.supported) {
+        posixRename = false;
+        result = renameTo(source.get(), directory, resolved_.name().native(), false);
+      }
+    } else if (meansNotFound(result.error)) {
+      throwChanged(temporary);
     }
-    if (!posixRename) error = moveReplacing(temporary, path_);
-    if (error == ERROR_SUCCESS) return;
+    if (result.error == ERROR_SUCCESS) {
+      // Write-through: the folder's new entry on disk now, where the file
+      // system lets a folder be flushed (NTFS); elsewhere its journal
+      // keeps the rename.
+      ::FlushFileBuffers(directory);
+      return;
+    }
     // Another program (a service, a scanner, a backup agent) holds the
     // file open without delete sharing, or the classic move meets any open
     // handle: wait it out, for a bounded time.
-    const bool heldOpen = error == ERROR_SHARING_VIOLATION || error == ERROR_ACCESS_DENIED;
+    const bool heldOpen =
+        result.error == ERROR_SHARING_VIOLATION || result.error == ERROR_ACCESS_DENIED;
     if (!heldOpen || std::chrono::steady_clock::now() >= deadline) {
       throw std::filesystem::filesystem_error(
-          "rename", temporary, path_,
-          std::error_code(static_cast<int>(error), std::system_category()));
+          "rename", temporary, path(),
+          std::error_code(static_cast<int>(result.error), std::system_category()));
     }
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2,

@@ -1,6 +1,9 @@
 // ReplacementTarget on Windows: replacing and creating the target, the
-// "rename" error with both paths, a folder at the name refused, and a file
-// that another one took the place of between the read and the replace.
+// "rename" error with both paths, a folder at the name refused, a file
+// that another one took the place of between the read and the replace,
+// every step done in the folder resolved at the start (a relative name,
+// a folder renamed meanwhile), and the temporary file removed only while
+// its name still refers to it.
 #include <windows.h>
 
 #include "utils/io/ReplacementTarget.h"
@@ -13,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "tests/support/TemporaryDirectory_windows.h"
 
@@ -83,6 +87,14 @@ void setDacl(const std::filesystem::path& path, const wchar_t* sddl) {
                                     nullptr, nullptr, dacl, nullptr),
             static_cast<DWORD>(ERROR_SUCCESS));
   ::LocalFree(descriptor);
+}
+
+// Wine keeps no access rules of its own (it shows rules made up from the
+// Unix mode bits of the file), and finds a name relative to a folder's
+// handle through the folder's path.
+bool runsUnderWine() {
+  const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
+  return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
 }
 
 TEST(ReplacementTargetTest, ReplacesAnExistingFile) {
@@ -156,11 +168,72 @@ TEST(ReplacementTargetTest, AFileThatAppearsWhereNoneWasIsNotReplaced) {
   EXPECT_EQ(readText(path), "appeared");
 }
 
-// Wine keeps no access rules of its own: it shows rules made up from the
-// Unix mode bits of the file.
-bool runsUnderWine() {
-  const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
-  return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr;
+TEST(ReplacementTargetTest, ARelativeNameIsReplacedInTheCurrentFolder) {
+  const TemporaryDirectory directory;
+  writeText(directory.path() / "passwords.json", "old");
+  const std::filesystem::path previous = std::filesystem::current_path();
+  std::filesystem::current_path(directory.path());
+  {
+    const ReplacementTarget target("passwords.json");
+    EXPECT_EQ(target.directoryPath(), ".");
+    const auto replaced = readAt(target);
+    ASSERT_TRUE(replaced);
+    const Written temporary = writeTemporary(target, replaced, "new");
+    target.replace(temporary.path, temporary.identity, replaced);
+  }
+  std::filesystem::current_path(previous);
+  EXPECT_EQ(readText(directory.path() / "passwords.json"), "new");
+}
+
+TEST(ReplacementTargetTest, EveryStepWorksInTheFolderResolvedAtTheStart) {
+  if (runsUnderWine()) GTEST_SKIP() << "Wine looks names up through the folder's path";
+  const TemporaryDirectory directory;
+  const std::filesystem::path folder = directory.path() / "config";
+  std::filesystem::create_directory(folder);
+  writeText(folder / "passwords.json", "old");
+  const ReplacementTarget target(folder / "passwords.json");
+  const auto replaced = readAt(target);
+  ASSERT_TRUE(replaced);
+  // The folder moves and another takes its name: the replace still
+  // happens in the folder that was resolved.
+  std::filesystem::rename(folder, directory.path() / "moved");
+  std::filesystem::create_directory(folder);
+  writeText(folder / "passwords.json", "other");
+  const Written temporary = writeTemporary(target, replaced, "new");
+  target.replace(temporary.path, temporary.identity, replaced);
+  EXPECT_EQ(readText(directory.path() / "moved" / "passwords.json"), "new");
+  EXPECT_EQ(readText(folder / "passwords.json"), "other");
+}
+
+TEST(ReplacementTargetTest, ATemporaryNameThatIsTakenIsNeitherFollowedNorTruncated) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path path = directory.path() / "passwords.json";
+  writeText(directory.path() / "passwords.json.tmp", "taken");
+  const ReplacementTarget target(path);
+  try {
+    (void)target.createTemporary("tmp", std::nullopt);
+    ADD_FAILURE() << "a taken name was opened";
+  } catch (const std::system_error& error) {
+    EXPECT_EQ(error.code(), std::errc::file_exists) << error.what();
+  }
+  EXPECT_EQ(readText(directory.path() / "passwords.json.tmp"), "taken");
+}
+
+TEST(ReplacementTargetTest, ADiscardedTemporaryFileIsRemovedOnlyWhileItsNameRefersToIt) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path path = directory.path() / "passwords.json";
+  const ReplacementTarget target(path);
+  File first = target.createTemporary("first", std::nullopt);
+  const std::filesystem::path firstPath = first.path();
+  target.discardTemporary(std::move(first));
+  EXPECT_FALSE(std::filesystem::exists(firstPath));
+  File second = target.createTemporary("second", std::nullopt);
+  const std::filesystem::path secondPath = second.path();
+  // Another file takes the name: it stays.
+  std::filesystem::rename(secondPath, directory.path() / "aside");
+  writeText(secondPath, "another");
+  target.discardTemporary(std::move(second));
+  EXPECT_EQ(readText(secondPath), "another");
 }
 
 TEST(ReplacementTargetTest, ANewFileIsPrivate) {
