@@ -7,9 +7,10 @@
 // Configuration, read from the environment once:
 //   KORVANE_FAULT=<call>:<n>:<action>   the n-th (1-based) call of <call>
 //       fails. <call> is open, read, write, fsync, rename, close, flock,
-//       fchmod, fchown, ftruncate or unlink (each covers its variants:
-//       openat, fdatasync, renameat, ...). <action> is an errno name
-//       (ENOSPC, EIO, EACCES, EINTR, EROFS, EDQUOT, EPERM, EXDEV, EBUSY) or
+//       fchmod, fchown, ftruncate, unlink, readlink, getxattr or listxattr
+//       (each covers its variants: openat, fdatasync, renameat, readlinkat,
+//       fgetxattr, flistxattr, ...). <action> is an errno name (ENOSPC, EIO,
+//       EACCES, EINTR, EROFS, EDQUOT, EPERM, EXDEV, EBUSY, ENODATA, ERANGE) or
 //       STALL, which blocks the call forever (to catch the program in the
 //       middle of its work), or PAUSE, which holds the call until a byte
 //       can be read from the FIFO KORVANE_FAULT_RESUME and then lets it
@@ -33,6 +34,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -55,12 +57,15 @@ enum Call {
   callFchown,
   callFtruncate,
   callUnlink,
+  callReadlink,
+  callGetxattr,
+  callListxattr,
   callCount
 };
 
-constexpr const char* callNames[callCount] = {"open",   "read",      "write", "fsync",
-                                              "rename", "close",     "flock", "fchmod",
-                                              "fchown", "ftruncate", "unlink"};
+constexpr const char* callNames[callCount] = {
+    "open",   "read",   "write",     "fsync",  "rename",   "close",    "flock",
+    "fchmod", "fchown", "ftruncate", "unlink", "readlink", "getxattr", "listxattr"};
 
 constexpr int stallAction = -1;
 constexpr int pauseAction = -2;
@@ -105,9 +110,11 @@ int errnoByName(const char* name) {
   static constexpr struct {
     const char* name;
     int value;
-  } names[] = {{"ENOSPC", ENOSPC}, {"EIO", EIO},           {"EACCES", EACCES},    {"EINTR", EINTR},
-               {"EROFS", EROFS},   {"EDQUOT", EDQUOT},     {"EPERM", EPERM},      {"EXDEV", EXDEV},
-               {"EBUSY", EBUSY},   {"STALL", stallAction}, {"PAUSE", pauseAction}};
+  } names[] = {{"ENOSPC", ENOSPC},    {"EIO", EIO},       {"EACCES", EACCES},
+               {"EINTR", EINTR},      {"EROFS", EROFS},   {"EDQUOT", EDQUOT},
+               {"EPERM", EPERM},      {"EXDEV", EXDEV},   {"EBUSY", EBUSY},
+               {"ENODATA", ENODATA},  {"ERANGE", ERANGE}, {"STALL", stallAction},
+               {"PAUSE", pauseAction}};
   for (const auto& entry : names) {
     if (std::strcmp(entry.name, name) == 0) return entry.value;
   }
@@ -229,10 +236,13 @@ const char* pathAt(int dirfd, const char* path, char (&buffer)[maxPath]) {
   if (path == nullptr || dirfd == AT_FDCWD || path[0] == '/') return path;
   char link[64];
   std::snprintf(link, sizeof link, "/proc/self/fd/%d", dirfd);
-  const ssize_t length = ::readlink(link, buffer, maxPath - 1);
+  // The real call: this library's own lookups are no calls of the program.
+  const ssize_t length =
+      next<ssize_t (*)(const char*, char*, size_t)>("readlink")(link, buffer, maxPath - 1);
   if (length <= 0) return "";
   buffer[length] = '\0';
-  if (std::strcmp(path, ".") == 0) return buffer;
+  // An empty name (AT_EMPTY_PATH) is the descriptor's own file.
+  if (std::strcmp(path, ".") == 0 || path[0] == '\0') return buffer;
   const std::size_t used = static_cast<std::size_t>(length);
   std::snprintf(buffer + used, maxPath - used, "/%s", path);
   return buffer;
@@ -360,6 +370,51 @@ int unlinkat(int dirfd, const char* relative, int flags) {
   const char* path = pathAt(dirfd, relative, buffer);
   if (isInDirectory(path) && strikes(callUnlink, path, true)) return -1;
   return next<int (*)(int, const char*, int)>("unlinkat")(dirfd, relative, flags);
+}
+
+ssize_t readlink(const char* path, char* buffer, size_t size) {
+  if (isInDirectory(path) && strikes(callReadlink, path, false)) return -1;
+  return next<ssize_t (*)(const char*, char*, size_t)>("readlink")(path, buffer, size);
+}
+
+ssize_t readlinkat(int dirfd, const char* relative, char* buffer, size_t size) {
+  char resolved[maxPath];
+  const char* path = pathAt(dirfd, relative, resolved);
+  if (isInDirectory(path) && strikes(callReadlink, path, false)) return -1;
+  return next<ssize_t (*)(int, const char*, char*, size_t)>("readlinkat")(dirfd, relative, buffer,
+                                                                          size);
+}
+
+ssize_t getxattr(const char* path, const char* name, void* value, size_t size) {
+  if (isInDirectory(path) && strikes(callGetxattr, path, false)) return -1;
+  return next<ssize_t (*)(const char*, const char*, void*, size_t)>("getxattr")(path, name, value,
+                                                                                size);
+}
+
+ssize_t lgetxattr(const char* path, const char* name, void* value, size_t size) {
+  if (isInDirectory(path) && strikes(callGetxattr, path, false)) return -1;
+  return next<ssize_t (*)(const char*, const char*, void*, size_t)>("lgetxattr")(path, name, value,
+                                                                                 size);
+}
+
+ssize_t fgetxattr(int fd, const char* name, void* value, size_t size) {
+  if (strikesDescriptor(callGetxattr, fd)) return -1;
+  return next<ssize_t (*)(int, const char*, void*, size_t)>("fgetxattr")(fd, name, value, size);
+}
+
+ssize_t listxattr(const char* path, char* list, size_t size) {
+  if (isInDirectory(path) && strikes(callListxattr, path, false)) return -1;
+  return next<ssize_t (*)(const char*, char*, size_t)>("listxattr")(path, list, size);
+}
+
+ssize_t llistxattr(const char* path, char* list, size_t size) {
+  if (isInDirectory(path) && strikes(callListxattr, path, false)) return -1;
+  return next<ssize_t (*)(const char*, char*, size_t)>("llistxattr")(path, list, size);
+}
+
+ssize_t flistxattr(int fd, char* list, size_t size) {
+  if (strikesDescriptor(callListxattr, fd)) return -1;
+  return next<ssize_t (*)(int, char*, size_t)>("flistxattr")(fd, list, size);
 }
 
 int close(int fd) {

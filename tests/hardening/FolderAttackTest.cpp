@@ -27,6 +27,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/hardening/Attacker.h"
 #include "tests/hardening/Installation.h"
 
 namespace korvane::hardening {
@@ -39,92 +40,12 @@ using testing::readFile;
 using testing::TemporaryDirectory;
 using testing::writeFile;
 
-constexpr uid_t nobody = 65534;
-constexpr gid_t nogroup = 65534;
-
 const std::string victimContent = "#!/bin/sh\necho the administrator's own script\n";
-
-// A process of the user nobody. It runs `prepare`, reports that it is
-// ready, and then, when told to go (or when the test ends), runs `finish`
-// and exits. Whatever `prepare` opens stays open until then.
-class Attacker {
- public:
-  explicit Attacker(
-      const std::function<void()>& prepare, const std::function<void()>& finish = [] {}) {
-    int ready[2];
-    int go[2];
-    if (::pipe(ready) != 0 || ::pipe(go) != 0) throw std::runtime_error("pipe");
-    std::fflush(nullptr);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::close(ready[0]);
-      ::close(go[1]);
-      if (::setgroups(0, nullptr) != 0 || ::setgid(nogroup) != 0 || ::setuid(nobody) != 0) {
-        ::_exit(4);
-      }
-      prepare();
-      if (::write(ready[1], "R", 1) != 1) ::_exit(5);
-      char byte = 0;
-      (void)::read(go[0], &byte, 1);
-      finish();
-      ::_exit(::testing::Test::HasFailure() ? 1 : 0);
-    }
-    ::close(ready[1]);
-    ::close(go[0]);
-    readyFd_ = ready[0];
-    goFd_ = go[1];
-  }
-  ~Attacker() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGKILL);
-      ::waitpid(pid_, nullptr, 0);
-    }
-    ::close(readyFd_);
-    if (goFd_ >= 0) ::close(goFd_);
-  }
-  Attacker(const Attacker&) = delete;
-  Attacker& operator=(const Attacker&) = delete;
-
-  bool ready() const {
-    pollfd fd{readyFd_, POLLIN, 0};
-    char byte = 0;
-    return ::poll(&fd, 1, 10000) == 1 && ::read(readyFd_, &byte, 1) == 1 && byte == 'R';
-  }
-
-  // Lets it finish; returns its exit status.
-  int finish() {
-    ::close(goFd_);
-    goFd_ = -1;
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  pid_t pid_ = -1;
-  int readyFd_ = -1;
-  int goFd_ = -1;
-};
-
-// Does `act` as the user nobody, to its end.
-void asAttacker(const std::function<void()>& act) {
-  Attacker attacker(act);
-  ASSERT_TRUE(attacker.ready());
-  EXPECT_EQ(attacker.finish(), 0) << "the attacker's own steps failed";
-}
-
-void mustSucceed(int result, const char* what) {
-  if (result != 0) {
-    std::perror(what);
-    ADD_FAILURE() << what;
-  }
-}
 
 class FolderAttackTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (::geteuid() != 0) GTEST_SKIP() << "the attacks are on runs of root";
+    if (::geteuid() != 0) KORVANE_SKIP_OR_FAIL_UNDER_CI("the attacks are on runs of root");
     installation_.writePasswords({0}, 2);
     original_ = readFile(installation_.passwordsPath());
     // The service's folder: its account may change anything in it.
@@ -161,8 +82,9 @@ class FolderAttackTest : public ::testing::Test {
     return child;
   }
   // The program with the password on redirected input, to its end.
-  ChildResult runRedirected() const {
-    ChildProcess tool(programPath(), options(configDirArguments()));
+  ChildResult runRedirected() const { return runRedirected(configDirArguments()); }
+  ChildResult runRedirected(std::vector<std::string> arguments) const {
+    ChildProcess tool(programPath(), options(std::move(arguments)));
     tool.send(std::string(strongPassword) + "\n");
     tool.closeInput();
     return tool.wait();
@@ -262,14 +184,18 @@ TEST_F(FolderAttackTest, ADanglingLinkPlantedBeforehandCreatesNothing) {
   EXPECT_TRUE(std::filesystem::is_symlink(passwords()));
 }
 
-// Links that root made keep working: the file they point to is replaced.
+// Links that root made in a folder only root can write keep working: the
+// file they point to is replaced.
 TEST_F(FolderAttackTest, ALinkOfRootIsStillFollowed) {
   const auto real = rootOnly_.path() / "passwords.json";
+  const auto link = rootOnly_.path() / "link.json";
   std::filesystem::rename(passwords(), real);
-  std::filesystem::create_symlink(real, passwords());
-  const ChildResult result = runRedirected();
+  std::filesystem::create_symlink(real, link);
+  const ChildResult result =
+      runRedirected({"-Users", installation_.usersPath().string(), "-Passwords", link.string(),
+                     Installation::userName(0)});
   EXPECT_EQ(result.exitStatus, 0) << result.err;
-  EXPECT_TRUE(std::filesystem::is_symlink(passwords()));
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
   EXPECT_EQ(checkNewPasswordFile(real, 4, 0, strongPassword), "");
 }
 
@@ -317,18 +243,21 @@ TEST_F(FolderAttackTest, AFolderDefaultAccessControlListGrantsNothing) {
   }
 }
 
-// Anyone who can open the folder can lock it; root must not wait for ever.
+// The lock is on the password file, which only those who may read it can
+// take; root must not wait for ever even for them.
 TEST_F(FolderAttackTest, ALockHeldForEverEndsTheRunWithAnError) {
-  Attacker holder([&] {
-    const int fd = ::open(folder().c_str(), O_RDONLY | O_DIRECTORY);
-    mustSucceed(::flock(fd, LOCK_EX), "flock");
-  });
+  Attacker holder(
+      [&] {
+        const int fd = ::open(passwords().c_str(), O_RDONLY);
+        mustSucceed(::flock(fd, LOCK_EX), "flock");
+      },
+      [] {}, Account{0, 0});
   ASSERT_TRUE(holder.ready());
   const auto start = Clock::now();
   const ChildResult result = runRedirected();
   EXPECT_FALSE(result.timedOut) << "still waiting for the lock";
   EXPECT_EQ(result.exitStatus, 1);
-  EXPECT_EQ(result.err, "ERROR: could not lock the folder \"" + folder().string() +
+  EXPECT_EQ(result.err, "ERROR: could not lock the file \"" + passwords().string() +
                             "\": another process has held its lock for 10 seconds; nothing was "
                             "written, try again when it has finished\n");
   EXPECT_LT(Clock::now() - start, std::chrono::seconds(20));

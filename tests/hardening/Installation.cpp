@@ -3,6 +3,7 @@
 #include <crypt.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 
 #include "tests/support/PasswordFileReference.h"
@@ -11,6 +12,8 @@
 namespace korvane::hardening {
 
 std::filesystem::path programPath() { return KORVANE_PASSWORD_PROGRAM; }
+
+bool underContinuousIntegration() { return std::getenv("CI") != nullptr; }
 
 Environment isolatedEnvironment() { return {{"XDG_CONFIG_DIRS", "/nonexistent-korvane-base"}}; }
 

@@ -225,6 +225,14 @@ void ChildProcess::signal(int number) {
   if (!exited_) ::kill(pid_, number);
 }
 
+bool ChildProcess::running() {
+  // Read what is there, so that a program that fills a pipe is not taken
+  // for one that hangs.
+  while (pump(std::chrono::milliseconds(0))) {
+  }
+  return !reap(false);
+}
+
 bool ChildProcess::reap(bool block) {
   if (exited_) return true;
   int status = 0;

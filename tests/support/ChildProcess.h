@@ -79,6 +79,9 @@ class ChildProcess {
 
   void signal(int number);
 
+  // Whether the program has not ended yet; collects what it has printed.
+  bool running();
+
   // Waits for the end (bounded by the options' timeout), collecting output.
   ChildResult wait();
 
