@@ -14,6 +14,7 @@
 #include "utils/io/PosixCall.h"
 #include "utils/io/ResolvedPath.h"
 #include "utils/io/SystemError.h"
+#include "utils/string/PrintableText.h"
 
 namespace korvane::utils::io::detail {
 
@@ -49,8 +50,9 @@ std::vector<std::pair<std::string, std::string>> readAttributes(int fd,
       // Listed a moment ago: another program changed the file meanwhile.
       if (size < 0 && errno == ENODATA) throwChangedDuringRun(path);
       if (size < 0) {
-        throwFileError(core::format("read the extended attribute {} of", name), path,
-                       lastSystemError());
+        throwFileError(
+            core::format("read the extended attribute {} of", string::toPrintableText(name)), path,
+            lastSystemError());
       }
       value.resize(static_cast<std::size_t>(size));
       const ssize_t got = ::fgetxattr(fd, name.c_str(), value.data(), value.size());
@@ -60,8 +62,9 @@ std::vector<std::pair<std::string, std::string>> readAttributes(int fd,
       }
       if (errno == ENODATA) throwChangedDuringRun(path);
       if (errno != ERANGE) {
-        throwFileError(core::format("read the extended attribute {} of", name), path,
-                       lastSystemError());
+        throwFileError(
+            core::format("read the extended attribute {} of", string::toPrintableText(name)), path,
+            lastSystemError());
       }
     }
     attributes.emplace_back(name, std::move(value));
@@ -82,8 +85,9 @@ void removeInherited(const File& file,
     // A security label is the system's to give; the old file's, if any,
     // is written over it below.
     if (name.starts_with("security.")) continue;
-    throwFileError(core::format("remove the extended attribute {} of", name), file.path(),
-                   lastSystemError());
+    throwFileError(
+        core::format("remove the extended attribute {} of", string::toPrintableText(name)),
+        file.path(), lastSystemError());
   }
 }
 
@@ -132,8 +136,9 @@ void copyAttributes(const File& file, const ReplacedFile& replaced) {
   removeInherited(file, replaced.attributes);
   for (const auto& [name, value] : replaced.attributes) {
     if (::fsetxattr(fd, name.c_str(), value.data(), value.size(), 0) != 0) {
-      throwFileError(core::format("copy the extended attribute {} to", name), file.path(),
-                     lastSystemError());
+      throwFileError(
+          core::format("copy the extended attribute {} to", string::toPrintableText(name)),
+          file.path(), lastSystemError());
     }
   }
   if (retryOnInterrupt([&] { return ::fchmod(fd, replaced.mode); }) != 0) {

@@ -1,19 +1,19 @@
 // ReplacementLock: serialises the processes that replace one file, so that
 // each re-reads, changes and replaces it in turn and no change is lost.
 //
-// The lock is advisory and held by the operating system for the process,
-// on the file itself: only an account that can open the file for reading
-// can take it, so no bystander can hold up a run. On POSIX it is flock(2)
-// on the file, on Windows a byte-range lock far beyond the file's end
-// (which blocks no reader). A run replaces the file, so once it holds the
-// lock it checks that the name still refers to the file it locked, and
-// locks the new one when another run has replaced it meanwhile. Only when
-// there is no file yet is the folder locked instead (POSIX flock on the
-// folder; Windows the same byte-range lock on a handle of the folder's
-// own); then no file may have appeared once the lock is taken. It creates
-// no file, and it goes away with the process, also when the process is
-// killed. Hold it only around re-reading and replacing, never while
-// waiting for a user.
+// The lock is advisory and held by the operating system for the process.
+// On POSIX it is flock(2) on the file itself: only an account that can
+// open the file for reading can take it, so no bystander can hold up a
+// run. A run replaces the file, so once it holds the lock it checks that
+// the name still refers to the file it locked, and locks the new one when
+// another run has replaced it meanwhile. Only when there is no file yet is
+// the folder locked instead; then no file may have appeared once the lock
+// is taken. On Windows, where a file held open cannot be replaced without
+// the POSIX-semantics rename, it is a mutex named after the folder's
+// identity, and one that another account made first is not waited for.
+// It creates no file, and it goes away with the process, also when the
+// process is killed. Hold it only around re-reading and replacing, never
+// while waiting for a user.
 //
 // Whoever can read the file can still hold the lock, so it is waited for
 // only a bounded time: a lock held for ever must not hold a run for ever.
