@@ -176,9 +176,10 @@ TEST_F(FolderAttackTest, ADanglingLinkPlantedBeforehandCreatesNothing) {
   const ChildResult result = runRedirected();
   EXPECT_EQ(result.exitStatus, 1);
   EXPECT_EQ(result.err, "ERROR: the symbolic link \"" + passwords().string() +
-                            "\" belongs to \"nobody\" (user ID 65534), neither root nor the "
-                            "account running this program, and is not followed; name the real "
-                            "password file with -Passwords\n");
+                            "\" is in the folder \"" + folder().string() +
+                            "\", which another account than root and the account running this "
+                            "program can write, and is not followed; name the real password file "
+                            "with -Passwords\n");
   EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(planted)));
   expectRootsFolderUntouched();
   EXPECT_TRUE(std::filesystem::is_symlink(passwords()));

@@ -177,47 +177,91 @@ TEST(ReplacementTargetTest, AFolderThatMayNotBeSearchedIsAnErrorWhenResolving) {
   ::chmod(closed.c_str(), 0700);
 }
 
-// --- links that belong to another account ---
+// --- links in folders that another account can write ---
 
-TEST(ReplacementTargetTest, ALinkOfAnotherAccountAtTheNameIsNotFollowed) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a link to another user";
+// The message of a link that is not followed.
+std::string untrustedLink(const std::filesystem::path& link) {
+  return "the symbolic link " + quoted(link) + " is in the folder " + quoted(link.parent_path()) +
+         ", which another account than root and the account running this program can write, "
+         "and is not followed";
+}
+
+TEST(ReplacementTargetTest, ALinkInAFolderThatOthersCanWriteIsNotFollowed) {
   TemporaryDirectory directory;
   const auto file = directory.path() / "elsewhere";
   writeFile(file, "{}");
   const auto link = directory.path() / "passwords.json";
   std::filesystem::create_symlink(file, link);
+  for (const mode_t mode : {0775, 0757, 0777, 01777}) {
+    SCOPED_TRACE(mode);
+    ASSERT_EQ(::chmod(directory.path().c_str(), mode), 0);
+    try {
+      (void)resolved(link);
+      ADD_FAILURE() << "followed";
+    } catch (const UntrustedLinkError& error) {
+      EXPECT_EQ(std::string(error.what()), untrustedLink(link));
+    }
+  }
+  // Nobody else may write the folder: the same link is followed.
+  ASSERT_EQ(::chmod(directory.path().c_str(), 0755), 0);
+  EXPECT_EQ(resolved(link), file);
+}
+
+// Whoever owns the link: the folder's owner can rename it, or hard-link
+// another account's link into its folder.
+TEST(ReplacementTargetTest, ALinkIsTrustedByItsFolderNotByItsOwner) {
+  if (::geteuid() != 0) {
+    if (std::getenv("CI") != nullptr) FAIL() << "only the superuser can give a folder away";
+    GTEST_SKIP() << "only the superuser can give a folder away";
+  }
+  TemporaryDirectory directory;
+  ASSERT_EQ(::chmod(directory.path().c_str(), 0755), 0);
+  const auto file = directory.path() / "elsewhere";
+  writeFile(file, "{}");
+  const auto folder = directory.path() / "service";
+  std::filesystem::create_directory(folder);
+  ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
+  const auto link = folder / "passwords.json";
+  std::filesystem::create_symlink(file, link);
+  // Root's link in a folder of root's: followed, even when another account
+  // owns the link.
   giveToNobody(link);
+  EXPECT_EQ(resolved(link), file);
+  // Root's link in another account's folder: not followed.
+  ASSERT_EQ(::lchown(link.c_str(), 0, 0), 0);
+  ASSERT_EQ(::chown(folder.c_str(), 65534, 65534), 0);
   try {
     (void)resolved(link);
-    FAIL() << "followed";
+    ADD_FAILURE() << "followed";
   } catch (const UntrustedLinkError& error) {
-    EXPECT_EQ(std::string(error.what()),
-              "the symbolic link " + quoted(link) +
-                  " belongs to \"nobody\" (user ID 65534), neither root nor the account running "
-                  "this program, and is not followed");
+    EXPECT_EQ(std::string(error.what()), untrustedLink(link));
   }
 }
 
-TEST(ReplacementTargetTest, ADanglingLinkOfAnotherAccountIsNotFollowed) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a link to another user";
+TEST(ReplacementTargetTest, ADanglingLinkInAFolderThatOthersCanWriteIsNotFollowed) {
   TemporaryDirectory directory;
+  ASSERT_EQ(::chmod(directory.path().c_str(), 0777), 0);
   const auto link = directory.path() / "passwords.json";
-  std::filesystem::create_symlink(directory.path() / "created-by-root", link);
-  giveToNobody(link);
+  std::filesystem::create_symlink(directory.path() / "created", link);
   EXPECT_THROW((void)resolved(link), UntrustedLinkError);
+  EXPECT_FALSE(
+      std::filesystem::exists(std::filesystem::symlink_status(directory.path() / "created")));
 }
 
-TEST(ReplacementTargetTest, ALinkOfAnotherAccountOnTheWayIsNotFollowed) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a link to another user";
+TEST(ReplacementTargetTest, ALinkOnTheWayInAFolderThatOthersCanWriteIsNotFollowed) {
   TemporaryDirectory directory;
   std::filesystem::create_directory(directory.path() / "data");
   writeFile(directory.path() / "data" / "passwords.json", "{}");
   const auto link = directory.path() / "config";
   std::filesystem::create_directory_symlink("data", link);
-  giveToNobody(link);
-  EXPECT_THROW((void)resolved(link / "passwords.json"), UntrustedLinkError);
-  // The same link given back to root is followed.
-  ASSERT_EQ(::lchown(link.c_str(), 0, 0), 0);
+  ASSERT_EQ(::chmod(directory.path().c_str(), 0777), 0);
+  try {
+    (void)resolved(link / "passwords.json");
+    ADD_FAILURE() << "followed";
+  } catch (const UntrustedLinkError& error) {
+    EXPECT_EQ(std::string(error.what()), untrustedLink(link));
+  }
+  ASSERT_EQ(::chmod(directory.path().c_str(), 0755), 0);
   EXPECT_EQ(resolved(link / "passwords.json"), directory.path() / "data" / "passwords.json");
 }
 
