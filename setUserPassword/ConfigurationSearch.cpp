@@ -29,7 +29,11 @@ bool configurationFileExists(const std::filesystem::path& candidate, std::string
   } catch (const utils::io::UntrustedLinkError&) {
     throw;
   } catch (const std::system_error& error) {
-    throw std::filesystem::filesystem_error("exists", candidate, error.code());
+    // The path goes into the text in its printable form only: the error's
+    // own path members would put its raw bytes into what().
+    throw std::filesystem::filesystem_error(
+        utils::core::format("exists \"{}\"", utils::filesystem::toPrintable(candidate)),
+        error.code());
   }
 }
 

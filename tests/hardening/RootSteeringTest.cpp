@@ -232,6 +232,54 @@ TEST_F(RootSteeringTest, ALinkOfRootExchangedBeforeItIsReadIsNotFollowed) {
   expectRootsFolderHolds({"maintenance.sh", "passwords.json"});
 }
 
+// A trusted link is examined and read through one descriptor: a link
+// exchanged for another between the two steps does not change where the
+// run goes. Root itself exchanges two of its links in its own folder here,
+// at the moment the run reads the link; a run that looks the name up again
+// to read it would follow the other link and change the decoy.
+TEST_F(RootSteeringTest, TheLinkExaminedIsTheLinkRead) {
+  const auto conf = rootOnly_.path() / "conf";
+  std::filesystem::create_directory(conf);
+  ASSERT_EQ(::chmod(conf.c_str(), 0755), 0);
+  const auto real = rootOnly_.path() / "real.json";
+  const auto decoy = rootOnly_.path() / "decoy.json";
+  std::filesystem::rename(passwords(), real);
+  writeFile(decoy, original_);
+  const auto link = conf / "passwords.json";
+  const auto other = conf / "other.link";
+  std::filesystem::create_symlink("../real.json", link);
+  std::filesystem::create_symlink("../decoy.json", other);
+  TemporaryDirectory control;
+  const auto report = control.path() / "report";
+  const auto resume = control.path() / "resume";
+  ASSERT_EQ(::mkfifo(resume.c_str(), 0600), 0);
+  ChildProcess::Options held =
+      options({"-Users", users().string(), "-Passwords", link.string(), Installation::userName(0)});
+  held.environment["LD_PRELOAD"] = KORVANE_FAULT_LIBRARY;
+  held.environment["KORVANE_FAULT"] = "readlink:1:PAUSE";
+  held.environment["KORVANE_FAULT_DIR"] = conf.string();
+  held.environment["KORVANE_FAULT_REPORT"] = report.string();
+  held.environment["KORVANE_FAULT_RESUME"] = resume.string();
+  held.environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+  ChildProcess tool(programPath(), std::move(held));
+  tool.send(std::string(strongPassword) + "\n");
+  tool.closeInput();
+  const auto deadline = Clock::now() + std::chrono::seconds(30);
+  while (Clock::now() < deadline && !std::filesystem::exists(report) && tool.running()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ASSERT_TRUE(std::filesystem::exists(report)) << "the run never read the link";
+  ASSERT_EQ(::renameat2(AT_FDCWD, link.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE), 0);
+  const int go = ::open(resume.c_str(), O_WRONLY);
+  ASSERT_GE(go, 0);
+  ASSERT_EQ(::write(go, "G", 1), 1);
+  ::close(go);
+  const ChildResult result = tool.wait();
+  EXPECT_EQ(result.exitStatus, 0) << result.err;
+  EXPECT_EQ(readFile(decoy), original_) << "the run followed the link swapped in";
+  EXPECT_EQ(checkNewPasswordFile(real, 4, 0, strongPassword), "");
+}
+
 // The same link without a race: in the service's folder, even root's own
 // link is refused, since its account could exchange it at any moment.
 TEST_F(RootSteeringTest, ALinkOfRootInTheServicesFolderIsRefused) {

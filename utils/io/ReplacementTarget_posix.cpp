@@ -25,6 +25,14 @@ using detail::throwChangedDuringRun;
 
 std::string printable(const std::filesystem::path& path) { return filesystem::toPrintable(path); }
 
+// The error of a failed move. Its paths are the printable forms, which
+// what() shows: a name's control bytes never reach the terminal raw.
+[[noreturn]] void throwRenameError(const std::filesystem::path& from,
+                                   const std::filesystem::path& to, std::error_code code) {
+  throw std::filesystem::filesystem_error("rename", std::filesystem::path(printable(from)),
+                                          std::filesystem::path(printable(to)), code);
+}
+
 // Whether `name` in `directory` still refers to the file `replaced`
 // describes, or to nothing when there is none; otherwise the run stops.
 void requireUnchanged(int directory, const std::filesystem::path& name,
@@ -125,8 +133,7 @@ ReplacedFile ReplacementTarget::identify(const File& file) {
 void ReplacementTarget::replace(const std::filesystem::path& temporary, const ReplacedFile& written,
                                 const std::optional<ReplacedFile>& replaced) const {
   if (!directoryExists()) {
-    throw std::filesystem::filesystem_error(
-        "rename", temporary, path(), std::make_error_code(std::errc::no_such_file_or_directory));
+    throwRenameError(temporary, path(), std::make_error_code(std::errc::no_such_file_or_directory));
   }
   const int directory = static_cast<int>(directoryHandle());
   const std::filesystem::path temporaryName = temporary.filename();
@@ -148,7 +155,7 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
   if ((renameError != std::errc::device_or_resource_busy &&
        renameError != std::errc::cross_device_link) ||
       !replaced) {
-    throw std::filesystem::filesystem_error("rename", temporary, path(), renameError);
+    throwRenameError(temporary, path(), renameError);
   }
   detail::copyInPlace({temporary, path(), renameError, directory, temporaryName, name}, written,
                       *replaced);
