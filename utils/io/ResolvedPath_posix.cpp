@@ -145,7 +145,7 @@ class Walk {
     if (!item.valid()) {
       const std::error_code error = lastSystemError();
       if (error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory) {
-        throwFileError("read the attributes of", folderPath_ / component, error);
+        throwFileError("open", folderPath_ / component, error);
       }
       return item;
     }

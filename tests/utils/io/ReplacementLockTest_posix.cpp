@@ -198,9 +198,9 @@ TEST(ReplacementLockTest, AFolderThatCannotBeOpenedIsAnError) {
           FAIL() << "no error";
         } catch (const std::system_error& error) {
           EXPECT_EQ(error.code(), std::errc::permission_denied);
-          EXPECT_EQ(std::string(error.what()), "could not read the attributes of \"" +
-                                                   (closed / "passwords.json").string() +
-                                                   "\": Permission denied");
+          EXPECT_EQ(
+              std::string(error.what()),
+              "could not open \"" + (closed / "passwords.json").string() + "\": Permission denied");
         }
       },
       {directory.path()});

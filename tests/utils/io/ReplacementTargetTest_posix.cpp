@@ -168,9 +168,8 @@ TEST(ReplacementTargetTest, AFolderThatMayNotBeSearchedIsAnErrorWhenResolving) {
           FAIL() << "no error";
         } catch (const std::system_error& error) {
           EXPECT_EQ(error.code(), std::errc::permission_denied);
-          EXPECT_EQ(std::string(error.what()), "could not read the attributes of " +
-                                                   quoted(closed / "passwords.json") +
-                                                   ": Permission denied");
+          EXPECT_EQ(std::string(error.what()),
+                    "could not open " + quoted(closed / "passwords.json") + ": Permission denied");
         }
       },
       {directory.path()});
