@@ -29,6 +29,7 @@
 
 #include "tests/hardening/Attacker.h"
 #include "tests/hardening/Installation.h"
+#include "tests/hardening/ServiceFolderTest.h"
 
 namespace korvane::hardening {
 namespace {
@@ -40,38 +41,8 @@ using testing::readFile;
 using testing::TemporaryDirectory;
 using testing::writeFile;
 
-const std::string victimContent = "#!/bin/sh\necho the administrator's own script\n";
-
-class FolderAttackTest : public ::testing::Test {
+class FolderAttackTest : public ServiceFolderTest {
  protected:
-  void SetUp() override {
-    if (::geteuid() != 0) KORVANE_SKIP_OR_FAIL_UNDER_CI("the attacks are on runs of root");
-    installation_.writePasswords({0}, 2);
-    original_ = readFile(installation_.passwordsPath());
-    // The service's folder: its account may change anything in it.
-    ASSERT_EQ(::chown(folder().c_str(), nobody, nogroup), 0);
-    ASSERT_EQ(::chmod(folder().c_str(), 0755), 0);
-    // Root's own folder and script, which nobody may not write.
-    ASSERT_EQ(::chmod(rootOnly_.path().c_str(), 0755), 0);
-    writeFile(victim(), victimContent);
-    ASSERT_EQ(::chmod(victim().c_str(), 0700), 0);
-  }
-
-  const std::filesystem::path& folder() const { return installation_.directory(); }
-  std::filesystem::path passwords() const { return installation_.passwordsPath(); }
-  std::filesystem::path victim() const { return rootOnly_.path() / "maintenance.sh"; }
-
-  ChildProcess::Options options(std::vector<std::string> arguments) const {
-    ChildProcess::Options options;
-    options.arguments = std::move(arguments);
-    options.environment = isolatedEnvironment();
-    options.timeout = std::chrono::seconds(40);
-    return options;
-  }
-  std::vector<std::string> configDirArguments() const {
-    return {"-ConfigDir", folder().string(), Installation::userName(0)};
-  }
-
   // The program at a console, waiting at its first prompt.
   std::unique_ptr<ChildProcess> startAtPrompt(std::vector<std::string> arguments) const {
     ChildProcess::Options console = options(std::move(arguments));
@@ -81,37 +52,11 @@ class FolderAttackTest : public ::testing::Test {
     EXPECT_TRUE(child->expect("Password: ")) << child->output();
     return child;
   }
-  // The program with the password on redirected input, to its end.
-  ChildResult runRedirected() const { return runRedirected(configDirArguments()); }
-  ChildResult runRedirected(std::vector<std::string> arguments) const {
-    ChildProcess tool(programPath(), options(std::move(arguments)));
-    tool.send(std::string(strongPassword) + "\n");
-    tool.closeInput();
-    return tool.wait();
-  }
   static void typePasswordTwice(ChildProcess& child) {
     child.send(std::string(strongPassword) + "\r");
     EXPECT_TRUE(child.expect("Repeat password: ")) << child.output();
     child.send(std::string(strongPassword) + "\r");
   }
-
-  // Everything in root's folder is as it was.
-  void expectRootsFolderUntouched() const {
-    EXPECT_EQ(readFile(victim()), victimContent) << "root's script was replaced";
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(rootOnly_.path())) {
-      names.push_back(entry.path().filename().string());
-    }
-    EXPECT_EQ(names, std::vector<std::string>{"maintenance.sh"}) << "a file appeared in it";
-    struct stat status {};
-    ASSERT_EQ(::stat(victim().c_str(), &status), 0);
-    EXPECT_EQ(status.st_uid, 0u);
-    EXPECT_EQ(status.st_mode & 07777, 0700u);
-  }
-
-  Installation installation_{1};
-  TemporaryDirectory rootOnly_;
-  std::string original_;
 };
 
 // While root types, the attacker puts a FIFO at the password file's name
@@ -193,8 +138,8 @@ TEST_F(FolderAttackTest, ALinkOfRootIsStillFollowed) {
   std::filesystem::rename(passwords(), real);
   std::filesystem::create_symlink(real, link);
   const ChildResult result =
-      runRedirected({"-Users", installation_.usersPath().string(), "-Passwords", link.string(),
-                     Installation::userName(0)});
+      runRedirected(options({"-Users", installation_.usersPath().string(), "-Passwords",
+                             link.string(), Installation::userName(0)}));
   EXPECT_EQ(result.exitStatus, 0) << result.err;
   EXPECT_TRUE(std::filesystem::is_symlink(link));
   EXPECT_EQ(checkNewPasswordFile(real, 4, 0, strongPassword), "");

@@ -27,6 +27,7 @@
 
 #include "tests/hardening/Attacker.h"
 #include "tests/hardening/Installation.h"
+#include "tests/hardening/ServiceFolderTest.h"
 
 namespace korvane::hardening {
 namespace {
@@ -37,8 +38,6 @@ using testing::ChildResult;
 using testing::readFile;
 using testing::TemporaryDirectory;
 using testing::writeFile;
-
-const std::string victimContent = "#!/bin/sh\necho the administrator's own script\n";
 
 // A third account: neither root, nor the service's, nor the running one.
 constexpr Account bystander{65533, 65533};
@@ -81,25 +80,8 @@ std::string controlBytes(const std::string& text) {
   return found;
 }
 
-class RootSteeringTest : public ::testing::Test {
+class RootSteeringTest : public ServiceFolderTest {
  protected:
-  void SetUp() override {
-    if (::geteuid() != 0) KORVANE_SKIP_OR_FAIL_UNDER_CI("the attacks are on runs of root");
-    installation_.writePasswords({0}, 2);
-    original_ = readFile(installation_.passwordsPath());
-    // The service's folder: its account may change anything in it.
-    ASSERT_EQ(::chown(folder().c_str(), nobody, nogroup), 0);
-    ASSERT_EQ(::chmod(folder().c_str(), 0755), 0);
-    // Root's own folder and script, which nobody may not write.
-    ASSERT_EQ(::chmod(rootOnly_.path().c_str(), 0755), 0);
-    writeFile(victim(), victimContent);
-    ASSERT_EQ(::chmod(victim().c_str(), 0700), 0);
-  }
-
-  const std::filesystem::path& folder() const { return installation_.directory(); }
-  std::filesystem::path passwords() const { return installation_.passwordsPath(); }
-  std::filesystem::path users() const { return installation_.usersPath(); }
-  std::filesystem::path victim() const { return rootOnly_.path() / "maintenance.sh"; }
   // A folder in root's folder that only root may even look into.
   std::filesystem::path hidden() {
     const auto path = rootOnly_.path() / "hidden";
@@ -109,26 +91,6 @@ class RootSteeringTest : public ::testing::Test {
     }
     return path;
   }
-
-  ChildProcess::Options options(std::vector<std::string> arguments) const {
-    ChildProcess::Options options;
-    options.arguments = std::move(arguments);
-    options.environment = isolatedEnvironment();
-    options.timeout = std::chrono::seconds(40);
-    return options;
-  }
-  std::vector<std::string> configDirArguments() const {
-    return {"-ConfigDir", folder().string(), Installation::userName(0)};
-  }
-  // The program with `password` on redirected input, to its end.
-  static ChildResult runRedirected(ChildProcess::Options options,
-                                   std::string_view password = strongPassword) {
-    ChildProcess tool(programPath(), std::move(options));
-    tool.send(std::string(password) + "\n");
-    tool.closeInput();
-    return tool.wait();
-  }
-  ChildResult runRedirected() const { return runRedirected(options(configDirArguments())); }
 
   // The options that make the preloaded library inject `fault` into calls
   // on the service's folder.
@@ -174,19 +136,6 @@ class RootSteeringTest : public ::testing::Test {
     return tool.wait();
   }
 
-  // Root's folder holds `names` (sorted) and nothing else, and its script
-  // is as it was.
-  void expectRootsFolderHolds(std::vector<std::string> names) const {
-    EXPECT_EQ(readFile(victim()), victimContent) << "root's script was replaced";
-    std::vector<std::string> found;
-    for (const auto& entry : std::filesystem::directory_iterator(rootOnly_.path())) {
-      found.push_back(entry.path().filename().string());
-    }
-    std::sort(found.begin(), found.end());
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(found, names) << "root's folder changed";
-  }
-
   // `text` without the test's own folders' paths, whose random letters
   // could be taken for a leak.
   std::string withoutPaths(std::string text) const {
@@ -196,10 +145,6 @@ class RootSteeringTest : public ::testing::Test {
     }
     return text;
   }
-
-  Installation installation_{1};
-  TemporaryDirectory rootOnly_;
-  std::string original_;
 };
 
 // Root's link to its real password file, checked by one lookup and read by

@@ -1,9 +1,19 @@
 #include "utils/io/ResolvedPath.h"
 
+#include <utility>
+
 #include "utils/core/Format.h"
 #include "utils/filesystem/PrintablePath.h"
 
-namespace korvane::utils::io::detail {
+namespace korvane::utils::io {
+
+ResolvedPath::ResolvedPath(ResolvedPath&& other) noexcept
+    : path_(std::move(other.path_)),
+      directoryPath_(std::move(other.directoryPath_)),
+      name_(std::move(other.name_)),
+      directory_(std::exchange(other.directory_, File::invalidHandle)) {}
+
+namespace detail {
 
 void throwChangedDuringRun(const std::filesystem::path& path) {
   throw std::runtime_error(core::format(
@@ -11,4 +21,6 @@ void throwChangedDuringRun(const std::filesystem::path& path) {
       filesystem::toPrintable(path)));
 }
 
-}  // namespace korvane::utils::io::detail
+}  // namespace detail
+
+}  // namespace korvane::utils::io

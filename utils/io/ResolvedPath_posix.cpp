@@ -221,12 +221,6 @@ ResolvedPath::~ResolvedPath() {
   if (directoryExists()) ::close(static_cast<int>(directory_));
 }
 
-ResolvedPath::ResolvedPath(ResolvedPath&& other) noexcept
-    : path_(std::move(other.path_)),
-      directoryPath_(std::move(other.directoryPath_)),
-      name_(std::move(other.name_)),
-      directory_(std::exchange(other.directory_, File::invalidHandle)) {}
-
 bool ResolvedPath::exists() const {
   if (!directoryExists()) return false;
   struct stat status {};

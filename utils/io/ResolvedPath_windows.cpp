@@ -16,6 +16,7 @@
 #include "utils/filesystem/PrintablePath.h"
 #include "utils/io/ResolvedPath.h"
 #include "utils/io/SystemError.h"
+#include "utils/io/WindowsAccount.h"
 #include "utils/io/WindowsHandle.h"
 
 namespace korvane::utils::io {
@@ -85,24 +86,6 @@ bool attributesOf(HANDLE handle, FILE_ATTRIBUTE_TAG_INFO* information) {
 
 bool isLinkTag(DWORD tag) {
   return tag == IO_REPARSE_TAG_SYMLINK || tag == IO_REPARSE_TAG_MOUNT_POINT;
-}
-
-// Whether `sid` is SYSTEM, the Administrators group or the account running
-// the program: those who could write the target anyway.
-bool isTrustedAccount(PSID sid) {
-  if (::IsWellKnownSid(sid, WinLocalSystemSid) ||
-      ::IsWellKnownSid(sid, WinBuiltinAdministratorsSid)) {
-    return true;
-  }
-  HANDLE token = nullptr;
-  if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return false;
-  const WindowsHandle owned(token);
-  DWORD size = 0;
-  ::GetTokenInformation(token, TokenUser, nullptr, 0, &size);
-  if (size == 0) return false;
-  auto buffer = std::make_unique<unsigned char[]>(size);
-  if (!::GetTokenInformation(token, TokenUser, buffer.get(), size, &size)) return false;
-  return ::EqualSid(sid, reinterpret_cast<TOKEN_USER*>(buffer.get())->User.Sid) != 0;
 }
 
 // Whether no account but the trusted ones can write the open folder
@@ -358,12 +341,6 @@ ResolvedPath::ResolvedPath(const std::filesystem::path& path) {
 ResolvedPath::~ResolvedPath() {
   if (directory_ != File::invalidHandle) ::CloseHandle(reinterpret_cast<HANDLE>(directory_));
 }
-
-ResolvedPath::ResolvedPath(ResolvedPath&& other) noexcept
-    : path_(std::move(other.path_)),
-      directoryPath_(std::move(other.directoryPath_)),
-      name_(std::move(other.name_)),
-      directory_(std::exchange(other.directory_, File::invalidHandle)) {}
 
 bool ResolvedPath::exists() const {
   if (!directoryExists()) return false;
