@@ -13,8 +13,6 @@ namespace korvane::hardening {
 
 std::filesystem::path programPath() { return KORVANE_PASSWORD_PROGRAM; }
 
-bool underContinuousIntegration() { return std::getenv("CI") != nullptr; }
-
 Environment isolatedEnvironment() { return {{"XDG_CONFIG_DIRS", "/nonexistent-korvane-base"}}; }
 
 Installation::Installation(int userCount) {

@@ -18,6 +18,7 @@
 
 #include "setUserPassword/PasswordFile.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/SkipOrFail.h"
 
 namespace korvane::hardening {
 
@@ -28,21 +29,6 @@ std::filesystem::path programPath();
 
 // An environment in which no standard location holds an installation.
 Environment isolatedEnvironment();
-
-// Whether the tests run in continuous integration (the variable CI is
-// set). There a test that cannot run must fail: a skip would pass unseen.
-bool underContinuousIntegration();
-
-// Ends a test that cannot run here (not root, no access control lists, ...):
-// skipped, or failed under continuous integration. `reason` is a string.
-#define KORVANE_SKIP_OR_FAIL_UNDER_CI(reason)                    \
-  do {                                                           \
-    if (::korvane::hardening::underContinuousIntegration()) {    \
-      GTEST_FAIL() << "cannot run, and CI is set: " << (reason); \
-    } else {                                                     \
-      GTEST_SKIP() << (reason);                                  \
-    }                                                            \
-  } while (false)
 
 // A password the strength policy accepts.
 inline constexpr std::string_view strongPassword = "Vq7#tR2!mX9@kL4$wZ";

@@ -95,7 +95,8 @@ std::unique_ptr<ChildProcess> startUnprivileged(const std::string& program,
 }
 
 TEST(ProcessProtectionTest, WaitingProgramIsNotDumpableAndWritesNoCore) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs root to run the program as another user";
+  if (::geteuid() != 0)
+    KORVANE_SKIP_OR_FAIL_UNDER_CI("needs root to run the program as another user");
   Installation installation(1);
   installation.writePasswords({0}, 1);
   // The unprivileged program must be able to read the installation.

@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/SkipOrFail.h"
 #include "tests/support/Unprivileged.h"
 #include "utils/io/File.h"
 #include "utils/io/ReplacementTarget.h"
@@ -39,7 +40,6 @@ mode_t modeOf(const File& file) {
 
 std::string quoted(const std::filesystem::path& path) { return "\"" + path.string() + "\""; }
 
-
 // Replaces `path` with `content` the way the password file's writer does.
 void replaceWith(const std::filesystem::path& path, std::string_view content) {
   const ReplacementTarget target(path);
@@ -54,7 +54,6 @@ void replaceWith(const std::filesystem::path& path, std::string_view content) {
   file.close();
   target.replace(file.path(), written, expected);
 }
-
 
 // --- opening what is at the name ---
 
@@ -203,7 +202,8 @@ TEST(ReplacementTargetTest, TheTemporaryFileIsCreatedExclusively) {
 }
 
 TEST(ReplacementTargetTest, TheSuperuserGivesItTheOwnerAndGroupAndThenTheMode) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a file to another user";
+  if (::geteuid() != 0)
+    KORVANE_SKIP_OR_FAIL_UNDER_CI("only the superuser can give a file to another user");
   TemporaryDirectory directory;
   const auto path = directory.path() / "passwords.json";
   writeFile(path, "{}");
@@ -264,7 +264,8 @@ TEST(ReplacementTargetTest, TheAccessControlListIsKeptAndTheGroupNotWidened) {
   writeFile(path, "{}");
   ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
   const std::string command = "setfacl -m u:nobody:r " + quoted(path) + " 2>/dev/null";
-  if (std::system(command.c_str()) != 0) GTEST_SKIP() << "no access control lists here";
+  if (std::system(command.c_str()) != 0)
+    KORVANE_SKIP_OR_FAIL_UNDER_CI("no access control lists here");
   replaceWith(path, "{\"new\":\"\"}");
   EXPECT_EQ(readFile(path), "{\"new\":\"\"}");
   // The group's own bits stay empty; the mask shows as the group bits.
@@ -430,7 +431,8 @@ TEST(ReplacementTargetTest, AFolderDefaultAccessControlListIsNotInherited) {
   TemporaryDirectory directory;
   const std::string grant =
       "setfacl -d -m u:nobody:rw " + quoted(directory.path()) + " 2>/dev/null";
-  if (std::system(grant.c_str()) != 0) GTEST_SKIP() << "no access control lists here";
+  if (std::system(grant.c_str()) != 0)
+    KORVANE_SKIP_OR_FAIL_UNDER_CI("no access control lists here");
   const auto path = directory.path() / "passwords.json";
   const auto listed = [](const std::filesystem::path& file) {
     return ::listxattr(file.c_str(), nullptr, 0);
