@@ -26,14 +26,10 @@ const std::filesystem::path& configurationSubdirectory() {
 bool configurationFileExists(const std::filesystem::path& candidate, std::string_view fileName) {
   try {
     return resolveConfigurationPath(candidate, fileName).exists();
-  } catch (const utils::io::UntrustedLinkError&) {
-    throw;
   } catch (const std::system_error& error) {
-    // The path goes into the text in its printable form only: the error's
-    // own path members would put its raw bytes into what().
+    // The printable path only: the raw one would put its bytes into what().
     throw std::filesystem::filesystem_error(
-        utils::core::format("exists \"{}\"", utils::filesystem::toPrintable(candidate)),
-        error.code());
+        "exists", std::filesystem::path(utils::filesystem::toPrintable(candidate)), error.code());
   }
 }
 

@@ -159,6 +159,12 @@ class FaultMatrix {
             "the error does not name the operation");
     require(result.err.find(report.path) != std::string::npos, "the error does not name the file");
     require(result.out.find(success) == std::string::npos, "a success line was printed");
+    // A temporary file that could not be given its attributes is of no use
+    // and goes; only what writing or moving it leaves is kept as evidence.
+    if (report.call == "fchmod" || report.call == "fchown") {
+      require(installation_.fileNames() == std::vector<std::string>{"passwords.json", "users.json"},
+              "the temporary file was left behind");
+    }
     if (report.afterRename) {
       // The new file is in place; only making that durable failed.
       checkNewFile(remove, require);

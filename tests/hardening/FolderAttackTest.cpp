@@ -288,6 +288,8 @@ TEST_F(FolderAttackTest, AFileSwappedBetweenTheReadAndTheRenameIsNotReplaced) {
                             "\" was changed or replaced by another program during the run; "
                             "nothing was replaced\n");
   EXPECT_EQ(readFile(passwords()), swapped);
+  // The file written for the file that was read is of no use.
+  EXPECT_EQ(installation_.fileNames(), (std::vector<std::string>{"passwords.json", "users.json"}));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <span>
+#include <utility>
 
 namespace korvane::utils::io {
 
@@ -90,6 +91,9 @@ class File {
   const std::filesystem::path& path() const noexcept { return path_; }
 
   NativeHandle nativeHandle() const noexcept { return handle_; }
+
+  // Gives up the open handle, which the caller then owns and closes.
+  NativeHandle releaseHandle() noexcept { return std::exchange(handle_, invalidHandle); }
 
   // What stands for no open file (-1, INVALID_HANDLE_VALUE).
   static const NativeHandle invalidHandle;

@@ -20,16 +20,14 @@ namespace korvane::utils::io::detail {
 
 namespace {
 
-// Every extended attribute of the open file `fd`: on Linux its access
-// control lists and its security label among them.
-std::vector<std::pair<std::string, std::string>> readAttributes(int fd,
-                                                                const std::filesystem::path& path) {
-  std::vector<std::pair<std::string, std::string>> attributes;
+// The names of every extended attribute of the open file `fd`: on Linux its
+// access control lists and its security label among them.
+std::vector<std::string> listAttributeNames(int fd, const std::filesystem::path& path) {
   std::string names;
   for (;;) {
     const ssize_t size = ::flistxattr(fd, nullptr, 0);
     if (size < 0) {
-      if (errno == ENOTSUP) return attributes;  // the file system keeps none
+      if (errno == ENOTSUP) return {};  // the file system keeps none
       throwFileError("list the extended attributes of", path, lastSystemError());
     }
     names.resize(static_cast<std::size_t>(size));
@@ -40,14 +38,25 @@ std::vector<std::pair<std::string, std::string>> readAttributes(int fd,
     }
     if (errno != ERANGE) throwFileError("list the extended attributes of", path, lastSystemError());
   }
+  std::vector<std::string> list;
   for (std::size_t at = 0; at < names.size();) {
-    const std::string name(names.c_str() + at);
+    std::string name(names.c_str() + at);
     at += name.size() + 1;
-    if (name.empty()) continue;
+    if (!name.empty()) list.push_back(std::move(name));
+  }
+  return list;
+}
+
+// Every extended attribute of the open file `fd`, name and value. One that
+// vanishes between the listing and the reading means that another program
+// changed the file during the run.
+std::vector<std::pair<std::string, std::string>> readAttributes(int fd,
+                                                                const std::filesystem::path& path) {
+  std::vector<std::pair<std::string, std::string>> attributes;
+  for (const std::string& name : listAttributeNames(fd, path)) {
     std::string value;
     for (;;) {
       const ssize_t size = ::fgetxattr(fd, name.c_str(), nullptr, 0);
-      // Listed a moment ago: another program changed the file meanwhile.
       if (size < 0 && errno == ENODATA) throwChangedDuringRun(path);
       if (size < 0) {
         throwFileError(
@@ -78,7 +87,7 @@ std::vector<std::pair<std::string, std::string>> readAttributes(int fd,
 void removeInherited(const File& file,
                      const std::vector<std::pair<std::string, std::string>>& keep) {
   const int fd = static_cast<int>(file.nativeHandle());
-  for (const auto& [name, value] : readAttributes(fd, file.path())) {
+  for (const std::string& name : listAttributeNames(fd, file.path())) {
     const bool kept = std::any_of(keep.begin(), keep.end(),
                                   [&](const auto& attribute) { return attribute.first == name; });
     if (kept || ::fremovexattr(fd, name.c_str()) == 0 || errno == ENODATA) continue;

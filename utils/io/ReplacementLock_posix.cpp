@@ -59,53 +59,18 @@ std::pair<dev_t, ino_t> identityOf(int fd, const std::filesystem::path& path) {
   return {status.st_dev, status.st_ino};
 }
 
-enum class Found { nothing, file, replaced };
-
-// Opens the regular file now at the target's name for reading into `fd`,
-// never following a link and never blocking. Another run may replace the
-// file between the steps: `replaced` then, to look again. Anything but a
-// regular file is the error that reading it would give.
-Found openCurrent(const ReplacementTarget& target, PosixDescriptor& fd) {
-  const int directory = static_cast<int>(target.directoryHandle());
-  const char* name = target.resolved().name().c_str();
-  const PosixDescriptor item = detail::openAt(directory, name, O_PATH | O_NOFOLLOW);
-  if (!item.valid()) {
-    if (errno == ENOENT) return Found::nothing;
-    throwFileError("open", target.path(), lastSystemError());
-  }
-  struct stat examined {};
-  if (::fstat(item.get(), &examined) != 0) {
-    throwFileError("read the attributes of", target.path(), lastSystemError());
-  }
-  if (!S_ISREG(examined.st_mode)) {
-    target.resolved().openRegularFile();
-    return Found::replaced;
-  }
-  fd = detail::openAt(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
-  if (!fd.valid()) {
-    if (errno == ENOENT || errno == ELOOP) return Found::replaced;
-    throwFileError("open", target.path(), lastSystemError());
-  }
-  const bool same =
-      identityOf(fd.get(), target.path()) == std::pair(examined.st_dev, examined.st_ino);
-  return same ? Found::file : Found::replaced;
-}
-
 }  // namespace
 
 ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(-1) {
   if (!target.directoryExists()) return;
   const auto deadline = Clock::now() + longestWait;
+  auto pause = firstPause;
   // Another run may replace the file, or create it, while this one waits:
   // the lock counts only while the name still refers to what was locked.
   for (;;) {
-    PosixDescriptor fd;
-    const Found found = openCurrent(target, fd);
-    if (found == Found::replaced) {
-      if (Clock::now() >= deadline) detail::throwChangedDuringRun(target.path());
-      continue;
-    }
-    if (found == Found::file) {
+    if (std::optional<File> file = target.resolved().openRegularFile()) {
+      // Open for reading: only an account that may read the file can lock it.
+      PosixDescriptor fd(static_cast<int>(file->releaseHandle()));
       if (!lockBy(fd.get(), deadline, target.path())) {
         detail::throwLockHeld("file", target.path());
       }
@@ -113,23 +78,24 @@ ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(-1) 
         handle_ = fd.release();
         return;
       }
-      if (Clock::now() >= deadline) detail::throwChangedDuringRun(target.path());
-      continue;
-    }
-    // No file yet: the folder stands for it until one is there.
-    PosixDescriptor folder =
-        detail::openAt(static_cast<int>(target.directoryHandle()), ".", O_RDONLY | O_DIRECTORY);
-    if (!folder.valid()) {
-      throwFileError("open the directory", target.directoryPath(), lastSystemError());
-    }
-    if (!lockBy(folder.get(), deadline, target.directoryPath())) {
-      detail::throwLockHeld("folder", target.directoryPath());
-    }
-    if (!currentFile(target)) {
-      handle_ = folder.release();
-      return;
+    } else {
+      // No file yet: the folder stands for it until one is there.
+      PosixDescriptor folder =
+          detail::openAt(static_cast<int>(target.directoryHandle()), ".", O_RDONLY | O_DIRECTORY);
+      if (!folder.valid()) {
+        throwFileError("open the directory", target.directoryPath(), lastSystemError());
+      }
+      if (!lockBy(folder.get(), deadline, target.directoryPath())) {
+        detail::throwLockHeld("folder", target.directoryPath());
+      }
+      if (!currentFile(target)) {
+        handle_ = folder.release();
+        return;
+      }
     }
     if (Clock::now() >= deadline) detail::throwChangedDuringRun(target.path());
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, longestPause);
   }
 }
 

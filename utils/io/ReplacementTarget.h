@@ -89,10 +89,11 @@ class ReplacementTarget {
   const ResolvedPath& resolved() const noexcept { return resolved_; }
 
   // Opens the file now at the target's name for reading, without following
-  // a link. std::nullopt when nothing is there. Throws std::system_error
-  // naming the file when it is no regular file (nothing is read from it) or
-  // a link has appeared at the name since the resolution. `*replaced`
-  // receives the file's identity and attributes.
+  // a link and without blocking (see ResolvedPath::openRegularFile).
+  // std::nullopt when nothing is there. Throws std::runtime_error naming the
+  // file when it is no regular file (nothing is read from it), and
+  // ChangedDuringRunError when a link has appeared at the name since the
+  // resolution. `*replaced` receives the file's identity and attributes.
   std::optional<File> open(ReplacedFile* replaced) const;
 
   // Creates "<name>.<suffix>" beside the target exclusively (anything

@@ -99,11 +99,17 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
   if (!fd.valid()) throwFileError("open", temporary, lastSystemError());
   File file(fd.release(), temporary);
-  if (replaced) {
-    detail::copyAttributes(file, *replaced);
-  } else {
-    // It will hold password hashes.
-    detail::makePrivate(file);
+  try {
+    if (replaced) {
+      detail::copyAttributes(file, *replaced);
+    } else {
+      // It will hold password hashes.
+      detail::makePrivate(file);
+    }
+  } catch (...) {
+    // Nothing of it is of use, and it may hold the wrong attributes.
+    discardTemporary(std::move(file));
+    throw;
   }
   return file;
 }
@@ -139,15 +145,24 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
   const std::filesystem::path temporaryName = temporary.filename();
   const std::filesystem::path& name = resolved_.name();
   // Whatever is renamed is the file this run wrote, and it replaces the
-  // file this run read.
+  // file this run read. When the target has changed, the file written is
+  // of no use: it goes, as the name was just seen to refer to it.
   requireUnchanged(directory, temporaryName, temporary, written);
-  requireUnchanged(directory, name, path(), replaced);
+  const auto discardAndThrowChanged = [&] {
+    ::unlinkat(directory, temporaryName.c_str(), 0);
+    throwChangedDuringRun(path());
+  };
+  try {
+    requireUnchanged(directory, name, path(), replaced);
+  } catch (const ChangedDuringRunError&) {
+    discardAndThrowChanged();
+  }
   if (renameOver(directory, temporaryName, name, replaced.has_value()) == 0) {
     syncFolder(directory, directoryPath(), path());
     return;
   }
   const std::error_code renameError = lastSystemError();
-  if (renameError == std::errc::file_exists) throwChangedDuringRun(path());
+  if (renameError == std::errc::file_exists) discardAndThrowChanged();
   // A mount point (a file bind-mounted into a container) cannot be renamed
   // over, nor a file moved across file systems: copy the content instead,
   // as the Windows move does across volumes. Only into the regular file

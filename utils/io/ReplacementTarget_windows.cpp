@@ -70,12 +70,6 @@ bool meansNotFound(DWORD error) {
 
 std::string printable(const std::filesystem::path& path) { return filesystem::toPrintable(path); }
 
-[[noreturn]] void throwChanged(const std::filesystem::path& path) {
-  throw std::runtime_error(core::format(
-      "\"{}\" was changed or replaced by another program during the run; nothing was replaced",
-      printable(path)));
-}
-
 ReplacedFile identityOf(HANDLE handle) {
   BY_HANDLE_FILE_INFORMATION information{};
   ReplacedFile replaced;
@@ -293,7 +287,7 @@ ReplacedFile ReplacementTarget::identify(const File& file) {
 
 void ReplacementTarget::replace(const std::filesystem::path& temporary, const ReplacedFile& written,
                                 const std::optional<ReplacedFile>& replaced) const {
-  if (!directoryExists()) throwChanged(temporary);
+  if (!directoryExists()) detail::throwChangedDuringRun(temporary);
   const HANDLE directory = folderOf(*this);
   bool posixRename = true;
   const auto deadline = std::chrono::steady_clock::now() + longestMoveRetry;
@@ -306,13 +300,13 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
                                     DELETE | FILE_READ_ATTRIBUTES, shareAll, FILE_OPEN, 0);
     RenameResult result{true, source.valid() ? ERROR_SUCCESS : ::GetLastError()};
     if (source.valid()) {
-      if (!isFile(source, written)) throwChanged(temporary);
+      if (!isFile(source, written)) detail::throwChangedDuringRun(temporary);
       {
         // Closed before the move: a rename without POSIX semantics cannot
         // replace a file that is open.
         const WindowsHandle current = openEntry(directory, resolved_.name(), 0, path());
         if (current.valid() ? !replaced || !isFile(current, *replaced) : replaced.has_value()) {
-          throwChanged(path());
+          detail::throwChangedDuringRun(path());
         }
       }
       result = renameTo(source.get(), directory, resolved_.name().native(), posixRename);
@@ -321,7 +315,7 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
         result = renameTo(source.get(), directory, resolved_.name().native(), false);
       }
     } else if (meansNotFound(result.error)) {
-      throwChanged(temporary);
+      detail::throwChangedDuringRun(temporary);
     }
     if (result.error == ERROR_SUCCESS) {
       // Write-through: the folder's new entry on disk now, where the file

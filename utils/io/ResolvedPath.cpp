@@ -16,7 +16,7 @@ ResolvedPath::ResolvedPath(ResolvedPath&& other) noexcept
 namespace detail {
 
 void throwChangedDuringRun(const std::filesystem::path& path) {
-  throw std::runtime_error(core::format(
+  throw ChangedDuringRunError(core::format(
       "\"{}\" was changed or replaced by another program during the run; nothing was replaced",
       filesystem::toPrintable(path)));
 }

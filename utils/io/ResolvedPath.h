@@ -42,6 +42,13 @@ class UntrustedLinkError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A name that no longer refers to what the run found there: another program
+// changed or replaced the file during the run.
+class ChangedDuringRunError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 class ResolvedPath {
  public:
   // Resolves `path`. Throws UntrustedLinkError for a link it must not
@@ -85,8 +92,7 @@ class ResolvedPath {
 };
 
 namespace detail {
-// The error of a name that no longer refers to what the run found there,
-// the same on every system.
+// Throws the ChangedDuringRunError of `path`, the same text on every system.
 [[noreturn]] void throwChangedDuringRun(const std::filesystem::path& path);
 }  // namespace detail
 

@@ -82,6 +82,47 @@ std::string readLink(int link, const std::filesystem::path& path) {
   }
 }
 
+// How often a file replaced while it is opened is looked at again.
+constexpr int maxOpenAttempts = 8;
+
+// What is at a name: nothing, a regular file (open for reading), or one that
+// was replaced between its examination and its open.
+struct Examined {
+  enum class Kind { nothing, regularFile, replaced };
+  Kind kind = Kind::nothing;
+  std::optional<File> file;
+};
+
+// Examines what is at `name` in `directory` as itself (a FIFO or a device is
+// never opened for reading, so nothing waits on it and no driver sees an
+// open), then opens a regular file for reading, never blocking even if a
+// FIFO has taken its place meanwhile. Anything but a regular file, or a
+// link (which was not there when the path was resolved), is an error.
+Examined examineAndOpen(int directory, const std::filesystem::path& name,
+                        const std::filesystem::path& path) {
+  struct stat examined {};
+  const PosixDescriptor item = openAt(directory, name.c_str(), O_PATH | O_NOFOLLOW);
+  if (!item.valid()) {
+    if (errno == ENOENT) return {};
+    throwFileError("open", path, lastSystemError());
+  }
+  statOpen(item.get(), examined, path);
+  if (S_ISLNK(examined.st_mode)) detail::throwChangedDuringRun(path);
+  requireRegularFile(examined, path);
+  PosixDescriptor fd =
+      openAt(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+  if (!fd.valid()) {
+    if (errno == ENOENT || errno == ELOOP) return {Examined::Kind::replaced, std::nullopt};
+    throwFileError("open", path, lastSystemError());
+  }
+  struct stat opened {};
+  statOpen(fd.get(), opened, path);
+  if (opened.st_dev != examined.st_dev || opened.st_ino != examined.st_ino) {
+    return {Examined::Kind::replaced, std::nullopt};
+  }
+  return {Examined::Kind::regularFile, File(fd.release(), path)};
+}
+
 // Resolves a path one component at a time. Each component is opened as
 // itself relative to the folder before it, examined through that
 // descriptor and, when it is a trusted link, read through it too; its
@@ -233,33 +274,13 @@ bool ResolvedPath::exists() const {
 
 std::optional<File> ResolvedPath::openRegularFile() const {
   if (!directoryExists()) return std::nullopt;
-  const int directory = static_cast<int>(directory_);
-  // Examined as itself first: a FIFO or a device is never opened for
-  // reading, so nothing waits on it and no driver sees an open.
-  struct stat examined {};
-  const PosixDescriptor item = openAt(directory, name_.c_str(), O_PATH | O_NOFOLLOW);
-  if (!item.valid()) {
-    if (errno == ENOENT) return std::nullopt;
-    throwFileError("open", path_, lastSystemError());
+  // Another run may replace the file between the two opens below; then the
+  // new file is examined again. Only a name that keeps changing is an error.
+  for (int attempt = 1;; ++attempt) {
+    Examined examined = examineAndOpen(static_cast<int>(directory_), name_, path_);
+    if (examined.kind != Examined::Kind::replaced) return std::move(examined.file);
+    if (attempt == maxOpenAttempts) detail::throwChangedDuringRun(path_);
   }
-  statOpen(item.get(), examined, path_);
-  // A link here was not here when the path was resolved.
-  if (S_ISLNK(examined.st_mode)) detail::throwChangedDuringRun(path_);
-  requireRegularFile(examined, path_);
-  // Never blocks, even if a FIFO has taken the file's place meanwhile.
-  PosixDescriptor fd =
-      openAt(directory, name_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
-  if (!fd.valid()) {
-    if (errno == ENOENT || errno == ELOOP) detail::throwChangedDuringRun(path_);
-    throwFileError("open", path_, lastSystemError());
-  }
-  struct stat opened {};
-  statOpen(fd.get(), opened, path_);
-  requireRegularFile(opened, path_);
-  if (opened.st_dev != examined.st_dev || opened.st_ino != examined.st_ino) {
-    detail::throwChangedDuringRun(path_);
-  }
-  return File(fd.release(), path_);
 }
 
 }  // namespace korvane::utils::io

@@ -55,12 +55,6 @@ bool meansNotFound(DWORD error) {
          error == ERROR_DIRECTORY || error == ERROR_BAD_NETPATH || error == ERROR_BAD_NET_NAME;
 }
 
-[[noreturn]] void throwChanged(const std::filesystem::path& path) {
-  throw std::runtime_error(core::format(
-      "\"{}\" was changed or replaced by another program during the run; nothing was replaced",
-      printable(path)));
-}
-
 [[noreturn]] void throwNotRegular(const std::filesystem::path& path, bool folder) {
   if (folder) {
     throw std::runtime_error(
@@ -370,7 +364,8 @@ std::optional<File> ResolvedPath::openRegularFile() const {
   }
   FILE_ATTRIBUTE_TAG_INFO information{};
   if (!attributesOf(examined.get(), &information)) throwFileError("open", path_, lastSystemError());
-  if ((information.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) throwChanged(path_);
+  if ((information.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+    detail::throwChangedDuringRun(path_);
   if ((information.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) throwNotRegular(path_, true);
   // Then opened for reading through the handle examined, so that the file
   // read is the file examined. Delete sharing: another run may replace
@@ -379,7 +374,8 @@ std::optional<File> ResolvedPath::openRegularFile() const {
                                                    shareAll, FILE_OPEN, FILE_NON_DIRECTORY_FILE);
   if (!file.valid()) throwFileError("open", path_, lastSystemError());
   if (!attributesOf(file.get(), &information)) throwFileError("open", path_, lastSystemError());
-  if ((information.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) throwChanged(path_);
+  if ((information.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+    detail::throwChangedDuringRun(path_);
   if ((information.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ||
       ::GetFileType(file.get()) != FILE_TYPE_DISK) {
     throwNotRegular(path_, (information.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
