@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "utils/core/Format.h"
-#include "utils/filesystem/PrintablePath.h"
 #include "utils/io/ReplacementTarget.h"
 #include "utils/io/SystemError.h"
 #include "utils/io/WindowsHandle.h"
@@ -67,8 +66,6 @@ struct LocalMemory {
 bool meansNotFound(DWORD error) {
   return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
-
-std::string printable(const std::filesystem::path& path) { return filesystem::toPrintable(path); }
 
 ReplacedFile identityOf(HANDLE handle) {
   BY_HANDLE_FILE_INFORMATION information{};
