@@ -1,7 +1,6 @@
-#include "utils/io/WindowsAccount.h"
-
 #include <memory>
 
+#include "utils/io/WindowsAccount.h"
 #include "utils/io/WindowsHandle.h"
 
 namespace korvane::utils::io {
