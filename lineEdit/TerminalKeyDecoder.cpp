@@ -14,8 +14,9 @@ namespace {
 
 constexpr unsigned char escape = 27;
 
-// Longest escape sequence read before it is given up as noise.
-constexpr std::size_t maxSequenceLength = 32;
+// Parameter bytes of a control sequence kept to recognise a key. No key has
+// more than one; a longer sequence is still read to its end, only counted.
+constexpr std::size_t keptParameterLength = 4;
 
 bool isParameterByte(unsigned char byte) { return byte >= 0x30 && byte <= 0x3F; }
 bool isIntermediateByte(unsigned char byte) { return byte >= 0x20 && byte <= 0x2F; }
@@ -111,28 +112,34 @@ char32_t TerminalKeyDecoder::decodeEscape() {
 }
 
 char32_t TerminalKeyDecoder::decodeControlSequence() {
-  char parameters[maxSequenceLength] = {};
+  std::array<char, keptParameterLength> parameters{};
+  // Counts past what is kept, up to one more: enough to tell the sequence is
+  // no key, and it cannot overflow however long the sequence is.
   std::size_t parameterCount = 0;
   bool wellFormed = true;  // parameters, then intermediates, then the final
   bool sawIntermediate = false;
-  for (std::size_t length = 0; length < maxSequenceLength; ++length) {
+  // However many bytes come, the sequence ends only at its final byte, so
+  // that none of it is taken for typed text.
+  for (;;) {
     unsigned char byte = 0;
     if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;
     if (isParameterByte(byte)) {
       if (sawIntermediate) wellFormed = false;
-      parameters[parameterCount++] = static_cast<char>(byte);
+      if (parameterCount < parameters.size()) {
+        parameters[parameterCount] = static_cast<char>(byte);
+      }
+      if (parameterCount <= parameters.size()) ++parameterCount;
     } else if (isIntermediateByte(byte)) {
       sawIntermediate = true;
     } else if (isFinalByte(byte)) {
-      if (!wellFormed || sawIntermediate) return 0;
-      return keyForCsi(std::string_view(parameters, parameterCount), byte);
+      if (!wellFormed || sawIntermediate || parameterCount > parameters.size()) return 0;
+      return keyForCsi(std::string_view(parameters.data(), parameterCount), byte);
     } else {
       // Not part of a sequence: a key of its own that cut this one short.
       pushBack(byte);
       return 0;
     }
   }
-  return 0;
 }
 
 char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {

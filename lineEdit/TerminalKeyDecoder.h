@@ -7,7 +7,8 @@
 //   - ESC [ H, ESC O H, ESC [ 1 ~, ESC [ 7 ~ are 1 (Home);
 //   - ESC [ F, ESC O F, ESC [ 4 ~, ESC [ 8 ~ are 5 (End);
 //   - ESC [ 3 ~ is 4 (Delete);
-//   - any other escape sequence is read to its end and ignored;
+//   - any other escape sequence is read to its end, however long, and
+//     ignored;
 //   - UTF-8 becomes code points, handed on as UTF-16 code units (a surrogate
 //     pair above U+FFFF). NUL bytes are skipped;
 //   - bytes that are not well-formed UTF-8 are keys::notUtf8, once for each

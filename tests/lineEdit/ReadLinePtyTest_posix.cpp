@@ -255,6 +255,16 @@ TEST(ReadLinePtyTest, UnknownSequencesAreIgnored) {
   expectRead("a\x1b[5~\x1b[1;5C\x1bOPb\r", "RESULT [6162]");
 }
 
+// A control sequence longer than any key, typed between the characters of
+// a password, leaves exactly the typed characters.
+TEST(ReadLinePtyTest, LongSequencesAreIgnored) {
+  std::string thirtyParameters = "\x1b[";
+  for (int i = 0; i < 30; ++i) thirtyParameters += "1;";
+  std::string longer = "\x1b[";
+  for (int i = 0; i < 1000; ++i) longer += "1;";
+  expectRead("ab" + thirtyParameters + "12mcd" + longer + "12me\r", "RESULT [6162636465]");
+}
+
 // Ctrl+@ and Ctrl+Space send a NUL byte: it never becomes part of the line
 // and is not echoed.
 TEST(ReadLinePtyTest, NulByteIsIgnored) {

@@ -126,11 +126,59 @@ TEST(TerminalKeyDecoderTest, IncompleteSequenceIsDropped) {
   EXPECT_EQ(decode("\x1b[1;5", {5}), u"");
 }
 
+// ESC [ and `count` parameter bytes ("1;1;1;..."), without the final byte.
+std::string longSequenceStart(std::size_t count) {
+  std::string bytes = "\x1b[";
+  for (std::size_t i = 0; i < count; ++i) bytes += i % 2 == 0 ? '1' : ';';
+  return bytes;
+}
+
 TEST(TerminalKeyDecoderTest, RunawaySequenceEnds) {
-  const std::string bytes = "\x1b[" + std::string(100, '1') + "~x";
-  const std::u16string keys = decode(bytes);
-  EXPECT_FALSE(keys.empty());
-  EXPECT_EQ(keys.back(), u'x');
+  EXPECT_EQ(decode("\x1b[" + std::string(100, '1') + "~x"), u"x");
+}
+
+// Sequences longer than any key are read to their final byte: none of their
+// bytes becomes part of the line, whatever their length.
+TEST(TerminalKeyDecoderTest, LongSequencesAreIgnoredEntirely) {
+  std::string thirtyParameters = "\x1b[";
+  for (int i = 0; i < 30; ++i) thirtyParameters += "1;";
+  EXPECT_EQ(decode("a" + thirtyParameters + "12mb"), u"ab");
+  for (const std::size_t count : {std::size_t{60}, std::size_t{1000}, std::size_t{100000}}) {
+    SCOPED_TRACE(count);
+    EXPECT_EQ(decode("a" + longSequenceStart(count) + "mb"), u"ab");
+    EXPECT_EQ(decode(longSequenceStart(count) + "m"), u"");
+  }
+}
+
+TEST(TerminalKeyDecoderTest, LongSequenceThenKnownKey) {
+  const std::string noise = longSequenceStart(1000) + "m";
+  EXPECT_EQ(decode(noise + "\x1b[D"), u"\x02");
+  EXPECT_EQ(decode(noise + "\x1b[3~x"), u"\x04x");
+  EXPECT_EQ(decode("\x1b[A" + noise + "\x1bOH" + noise + "\x1b[8~"), u"\x10\x01\x05");
+  EXPECT_EQ(decode(noise + noise + "\x1b"), u"\x03");
+}
+
+// A long sequence whose first parameter bytes are those of a key is still
+// no key.
+TEST(TerminalKeyDecoderTest, LongSequenceIsNoKey) {
+  EXPECT_EQ(decode("a\x1b[3" + std::string(60, ';') + "~b"), u"ab");
+  EXPECT_EQ(decode("a\x1b[" + std::string(4, '1') + "~b"), u"ab");
+  EXPECT_EQ(decode("a\x1b[" + std::string(5, '1') + "~b"), u"ab");
+  EXPECT_EQ(decode("a" + longSequenceStart(1000) + "Ab"), u"ab");
+}
+
+TEST(TerminalKeyDecoderTest, LongSequenceWithIntermediatesIsIgnored) {
+  EXPECT_EQ(decode("a" + longSequenceStart(1000) + " qb"), u"ab");
+  EXPECT_EQ(decode("a\x1b[" + std::string(1000, ' ') + "qb"), u"ab");
+}
+
+TEST(TerminalKeyDecoderTest, LongSequenceCutShortByControlKeyKeepsTheKey) {
+  EXPECT_EQ(decode(longSequenceStart(1000) + "\x03"), u"\x03");
+  EXPECT_EQ(decode("a" + longSequenceStart(1000) + "\rb"), u"a\rb");
+}
+
+TEST(TerminalKeyDecoderTest, LongIncompleteSequenceIsDropped) {
+  EXPECT_EQ(decode(longSequenceStart(1000)), u"");
 }
 
 TEST(TerminalKeyDecoderTest, Utf8BecomesUtf16) {
