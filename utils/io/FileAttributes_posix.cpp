@@ -10,13 +10,15 @@
 #include <vector>
 
 #include "utils/core/Format.h"
+#include "utils/core/PosixCall.h"
 #include "utils/io/FileAttributes.h"
-#include "utils/io/PosixCall.h"
 #include "utils/io/ResolvedPath.h"
 #include "utils/io/SystemError.h"
 #include "utils/string/PrintableText.h"
 
 namespace korvane::utils::io::detail {
+
+using core::retryOnInterrupt;
 
 namespace {
 

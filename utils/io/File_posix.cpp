@@ -5,13 +5,13 @@
 #include <cerrno>
 #include <utility>
 
+#include "utils/core/PosixCall.h"
 #include "utils/io/File.h"
-#include "utils/io/PosixCall.h"
 #include "utils/io/SystemError.h"
 
 namespace korvane::utils::io {
 
-using detail::retryOnInterrupt;
+using core::retryOnInterrupt;
 
 namespace {
 

@@ -9,15 +9,17 @@
 #include <vector>
 
 #include "utils/core/Format.h"
+#include "utils/core/PosixCall.h"
 #include "utils/filesystem/PrintablePath.h"
 #include "utils/io/FileAttributes.h"
 #include "utils/io/InPlaceCopy.h"
-#include "utils/io/PosixCall.h"
 #include "utils/io/PosixDescriptor.h"
 #include "utils/io/ResolvedPath.h"
 #include "utils/io/SystemError.h"
 
 namespace korvane::utils::io::detail {
+
+using core::retryOnInterrupt;
 
 namespace {
 

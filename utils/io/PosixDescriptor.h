@@ -10,7 +10,7 @@
 
 #include <utility>
 
-#include "utils/io/PosixCall.h"
+#include "utils/core/PosixCall.h"
 
 namespace korvane::utils::io::detail {
 
@@ -47,7 +47,7 @@ class PosixDescriptor {
 // descriptor with errno set on failure.
 inline PosixDescriptor openAt(int directory, const char* name, int flags, mode_t mode = 0) {
   return PosixDescriptor(
-      retryOnInterrupt([&] { return ::openat(directory, name, flags | O_CLOEXEC, mode); }));
+      core::retryOnInterrupt([&] { return ::openat(directory, name, flags | O_CLOEXEC, mode); }));
 }
 
 }  // namespace korvane::utils::io::detail

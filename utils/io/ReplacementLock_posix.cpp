@@ -10,7 +10,7 @@
 #include <thread>
 #include <utility>
 
-#include "utils/io/PosixCall.h"
+#include "utils/core/PosixCall.h"
 #include "utils/io/PosixDescriptor.h"
 #include "utils/io/ReplacementLock.h"
 #include "utils/io/SystemError.h"
@@ -20,8 +20,8 @@ namespace korvane::utils::io {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using core::retryOnInterrupt;
 using detail::PosixDescriptor;
-using detail::retryOnInterrupt;
 
 // Short at first, so that a lock released at once is taken at once.
 constexpr auto firstPause = std::chrono::milliseconds(1);

@@ -7,10 +7,10 @@
 #include <system_error>
 
 #include "utils/core/Format.h"
+#include "utils/core/PosixCall.h"
 #include "utils/filesystem/PrintablePath.h"
 #include "utils/io/FileAttributes.h"
 #include "utils/io/InPlaceCopy.h"
-#include "utils/io/PosixCall.h"
 #include "utils/io/PosixDescriptor.h"
 #include "utils/io/ReplacementTarget.h"
 #include "utils/io/SystemError.h"
@@ -19,8 +19,8 @@ namespace korvane::utils::io {
 
 namespace {
 
+using core::retryOnInterrupt;
 using detail::isSameFile;
-using detail::retryOnInterrupt;
 using detail::throwChangedDuringRun;
 
 std::string printable(const std::filesystem::path& path) { return filesystem::toPrintable(path); }

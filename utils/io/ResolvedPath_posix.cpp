@@ -10,7 +10,6 @@
 
 #include "utils/core/Format.h"
 #include "utils/filesystem/PrintablePath.h"
-#include "utils/io/PosixCall.h"
 #include "utils/io/PosixDescriptor.h"
 #include "utils/io/ResolvedPath.h"
 #include "utils/io/SystemError.h"

@@ -1,12 +1,14 @@
 // retryOnInterrupt: the one place where a POSIX call interrupted by a signal
-// (EINTR) is made again. Only for the _posix sources of this library.
+// (EINTR) is made again, for the _posix sources of every library. In the
+// core library so that the libraries that do not depend on each other (the
+// files', the line editor's) share it.
 //
 // Thread safety: reentrant.
 #pragma once
 
 #include <cerrno>
 
-namespace korvane::utils::io::detail {
+namespace korvane::utils::core {
 
 // Calls `call` until it succeeds or fails for another reason than EINTR;
 // returns its last result (negative with errno set on failure).
@@ -18,4 +20,4 @@ auto retryOnInterrupt(Call call) {
   }
 }
 
-}  // namespace korvane::utils::io::detail
+}  // namespace korvane::utils::core
