@@ -16,10 +16,13 @@
 
 #include "lineEdit/RawTerminal.h"
 #include "lineEdit/TerminalKeyDecoder.h"
+#include "utils/core/PosixCall.h"
 
 namespace korvane::lineEdit {
 
 namespace {
+
+using utils::core::retryOnInterrupt;
 
 // The signals whose default action ends the process (with or without a core
 // dump). Raw mode is process state that outlives the process on its
@@ -184,15 +187,17 @@ class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
   Result read(unsigned char& byte, int timeoutMilliseconds) override {
     for (;;) {
       pollfd input{STDIN_FILENO, POLLIN, 0};
-      const int ready = poll(&input, 1, timeoutMilliseconds);
+      // An interrupted wait starts again with the whole timeout: a signal
+      // only lengthens the pause allowed inside a key.
+      const int ready = retryOnInterrupt([&] { return poll(&input, 1, timeoutMilliseconds); });
       if (ready == 0) return Result::timeout;
-      if (ready < 0) {
-        if (errno == EINTR) continue;
-        return fail();
-      }
+      if (ready < 0) return fail();
       const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
       if (count == 1) return Result::byte;
       if (count == 0) return Result::end;  // also a terminal that hung up
+      // Not retried as a read: an interrupted read, or nothing to read after
+      // all on input made non-blocking, goes back to the wait, so that the
+      // timeout still bounds it instead of a read that may block.
       if (errno == EINTR || errno == EAGAIN) continue;
       return fail();
     }
@@ -227,9 +232,9 @@ class PosixTerminal final : public RawTerminal {
 
   bool write(std::string_view bytes) override {
     while (!bytes.empty()) {
-      const ssize_t count = ::write(outputFd_, bytes.data(), bytes.size());
+      const ssize_t count =
+          retryOnInterrupt([&] { return ::write(outputFd_, bytes.data(), bytes.size()); });
       if (count < 0) {
-        if (errno == EINTR) continue;
         error_.assign(errno, std::generic_category());
         return false;
       }
@@ -271,14 +276,11 @@ class PosixTerminal final : public RawTerminal {
 bool RawTerminal::inputIsConsole() { return isatty(STDIN_FILENO) != 0; }
 
 ReadResult RawTerminal::readInputByte(char& byte, std::error_code& error) {
-  for (;;) {
-    const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
-    if (count == 1) return ReadResult::read;
-    if (count == 0) return ReadResult::ended;
-    if (errno == EINTR) continue;
-    error.assign(errno, std::generic_category());
-    return ReadResult::failed;
-  }
+  const ssize_t count = retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); });
+  if (count == 1) return ReadResult::read;
+  if (count == 0) return ReadResult::ended;
+  error.assign(errno, std::generic_category());
+  return ReadResult::failed;
 }
 
 std::unique_ptr<RawTerminal> RawTerminal::open() {

@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+#include "utils/core/PosixCall.h"
 #include "utils/core/SystemRandom.h"
 
 namespace korvane::utils::core {
@@ -14,11 +15,9 @@ namespace korvane::utils::core {
 void fillSystemRandom(std::span<std::byte> out) {
   std::size_t done = 0;
   while (done < out.size()) {
-    const ssize_t got = ::getrandom(out.data() + done, out.size() - done, 0);
-    if (got < 0) {
-      if (errno == EINTR) continue;
-      throw std::system_error(errno, std::generic_category(), "getrandom");
-    }
+    const ssize_t got =
+        retryOnInterrupt([&] { return ::getrandom(out.data() + done, out.size() - done, 0); });
+    if (got < 0) throw std::system_error(errno, std::generic_category(), "getrandom");
     done += static_cast<std::size_t>(got);
   }
 }
