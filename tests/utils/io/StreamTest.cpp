@@ -14,7 +14,7 @@ namespace {
 
 // A source that hands out its text a few characters at a time, so that
 // every buffer boundary is crossed.
-class ChunkedInputStream : public virtual InputStream<char> {
+class ChunkedInputStream : public InputStream<char> {
  public:
   ChunkedInputStream(std::string text, std::size_t bufferSize)
       : InputStream<char>(bufferSize), text_(std::move(text)) {}
@@ -32,7 +32,7 @@ class ChunkedInputStream : public virtual InputStream<char> {
   std::size_t offset_ = 0;
 };
 
-class RecordingOutputStream : public virtual OutputStream<char> {
+class RecordingOutputStream : public OutputStream<char> {
  public:
   explicit RecordingOutputStream(std::size_t bufferSize) : OutputStream<char>(bufferSize) {}
   std::string written;
