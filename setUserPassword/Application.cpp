@@ -122,7 +122,6 @@ void Application::replaceUnattended() {
 }
 
 void Application::confirmRemoval() const {
-  if (!commandLine_.stdinIsConsole) return;
   const std::string prompt =
       utils::core::format("Are you sure you mant to remove the password for user \"{}\" (y|N)? ",
                           utils::string::toPrintableText(userName_));
