@@ -2,7 +2,6 @@
 
 #include <iostream>
 #include <locale>
-#include <new>
 #include <string>
 
 #include "lineEdit/CancelledException.h"
@@ -145,7 +144,7 @@ utils::core::SecureString Application::readRedirectedPassword() const {
   password.reserve(longestPassword + 1);
   // One byte more than allowed is enough to know the line is too long, so
   // an endless line is refused at once.
-  while (password.size() <= longestPassword && input.ensureBuffer(std::nothrow)) {
+  while (password.size() <= longestPassword && input.ensureBuffer()) {
     const int c = input.get();
     if (c == '\n' || c == '\r') break;
     password.push_back(static_cast<char>(c));

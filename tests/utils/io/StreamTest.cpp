@@ -60,25 +60,41 @@ TEST(InputStreamTest, ReadsAcrossEveryBufferBoundary) {
     ChunkedInputStream stream(text, size);
     EXPECT_EQ(readAll(stream), text) << size;
     EXPECT_EQ(stream.offset(), text.size());
-    EXPECT_FALSE(stream.ensureBuffer(std::nothrow));
+    EXPECT_FALSE(stream.ensureBuffer());
     EXPECT_EQ(stream.get(), -1);
   }
 }
 
 TEST(InputStreamTest, EmptyInputEndsAtOnce) {
   ChunkedInputStream stream("", 4);
-  EXPECT_FALSE(stream.ensureBuffer(std::nothrow));
+  EXPECT_FALSE(stream.ensureBuffer());
   EXPECT_EQ(stream.get(), -1);
 }
 
 TEST(InputStreamTest, BufferedSpanAndConsume) {
   ChunkedInputStream stream("abcdef", 4);
-  ASSERT_TRUE(stream.ensureBuffer(std::nothrow));
+  ASSERT_TRUE(stream.ensureBuffer());
   EXPECT_EQ(std::string(stream.buffered().begin(), stream.buffered().end()), "abcd");
   stream.consume(3);
   EXPECT_EQ(stream.get(), 'd');
   EXPECT_EQ(stream.buffered().size(), 0u);
   EXPECT_EQ(stream.get(), 'e');
+}
+
+// A source whose every read fails.
+class FailingInputStream : public InputStream<char> {
+ public:
+  FailingInputStream() : InputStream<char>(4) {}
+
+ protected:
+  std::size_t readSome(std::span<char>) override { throw std::runtime_error("source failed"); }
+};
+
+// A read failure is never taken for the end of the input.
+TEST(InputStreamTest, AReadFailureIsThrownNotTheEnd) {
+  FailingInputStream stream;
+  EXPECT_THROW((void)stream.ensureBuffer(), std::runtime_error);
+  EXPECT_THROW((void)stream.get(), std::runtime_error);
 }
 
 TEST(OutputStreamTest, BuffersAndFlushes) {
