@@ -2,7 +2,6 @@
 
 #include <iostream>
 #include <locale>
-#include <new>
 #include <string>
 
 #include "lineEdit/CancelledException.h"
@@ -122,7 +121,6 @@ void Application::replaceUnattended() {
 }
 
 void Application::confirmRemoval() const {
-  if (!commandLine_.stdinIsConsole) return;
   const std::string prompt =
       utils::core::format("Are you sure you mant to remove the password for user \"{}\" (y|N)? ",
                           utils::string::toPrintableText(userName_));
@@ -146,7 +144,7 @@ utils::core::SecureString Application::readRedirectedPassword() const {
   password.reserve(longestPassword + 1);
   // One byte more than allowed is enough to know the line is too long, so
   // an endless line is refused at once.
-  while (password.size() <= longestPassword && input.ensureBuffer(std::nothrow)) {
+  while (password.size() <= longestPassword && input.ensureBuffer()) {
     const int c = input.get();
     if (c == '\n' || c == '\r') break;
     password.push_back(static_cast<char>(c));

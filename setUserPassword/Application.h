@@ -53,6 +53,8 @@ class Application {
   void replacePasswordFile() const;
   void rewritePasswordFile() const;
   void replaceUnattended();
+  // Asks whether to remove the password; throws CancelledException unless
+  // the answer is yes. REQUIRES: standard input is a console.
   void confirmRemoval() const;
 
   // The new password: the first line of redirected input, or typed twice

@@ -34,11 +34,11 @@
 
 #include "bench/support/BenchmarkFiles.h"
 #include "bench/support/ChildMeasurement.h"
+#include "bench/support/FileOutputStream.h"
 #include "bench/support/RapidJsonReference.h"
 #include "utils/core/Format.h"
 #include "utils/core/Uuid.h"
 #include "utils/io/FileInputStream.h"
-#include "utils/io/FileOutputStream.h"
 #include "utils/json/decoder/Document.h"
 #include "utils/json/encoder/Document.h"
 
@@ -92,7 +92,7 @@ Entries readPasswordsKorvane(const fs::path& path) {
 }
 
 void writePasswordsKorvane(const fs::path& path, const Entries& entries, encoder::Format format) {
-  utils::io::FileOutputStream<char> stream(path, utils::io::File::Access::createOrTruncate);
+  FileOutputStream stream(path);
   {
     encoder::Document document(stream, format);
     encoder::Object object = document.asObject();

@@ -48,15 +48,6 @@ class BasicSecureString {
   }
   ~BasicSecureString() { wipe(); }
 
-  // Copies `line` and zeroes the ordinary string's bytes, leaving it empty:
-  // for text that arrived in a std::string, such as an editor's line.
-  static BasicSecureString consume(std::string& line) {
-    BasicSecureString secure(line);
-    secureZero(line.data(), line.capacity());
-    line.clear();
-    return secure;
-  }
-
   // Zeroes and releases everything the string holds; it is empty afterwards.
   void wipe() noexcept {
     // The characters first, wherever they are; then the heap block goes

@@ -27,25 +27,6 @@ constexpr bool isHyphenPosition(std::size_t i) noexcept {
   return i == 8 || i == 13 || i == 18 || i == 23;
 }
 
-std::uint64_t mix64(std::uint64_t x) noexcept {
-  // splitmix64 finaliser: every input bit affects every output bit.
-  x ^= x >> 30;
-  x *= 0xbf58476d1ce4e5b9ULL;
-  x ^= x >> 27;
-  x *= 0x94d049bb133111ebULL;
-  x ^= x >> 31;
-  return x;
-}
-
-std::uint64_t processHashSeed() {
-  static const std::uint64_t seed = [] {
-    std::uint64_t value = 0;
-    fillSystemRandom(std::as_writable_bytes(std::span(&value, 1)));
-    return value;
-  }();
-  return seed;
-}
-
 #if !KORVANE_UUID_SSE2
 
 // Where the two digits of each of the 16 bytes stand in the text form.
@@ -118,12 +99,6 @@ bool readDigits(const char* text, Uuid::Bytes& bytes) noexcept {
 
 #endif
 
-std::uint64_t loadHalf(const Uuid::Bytes& bytes, std::size_t offset) noexcept {
-  std::uint64_t value = 0;
-  for (std::size_t i = 0; i < 8; ++i) value = (value << 8) | bytes[offset + i];
-  return value;
-}
-
 }  // namespace
 
 Uuid Uuid::create() {
@@ -132,18 +107,6 @@ Uuid Uuid::create() {
   bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);  // version 4
   bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
   return Uuid(bytes);
-}
-
-std::size_t Uuid::hash() const noexcept {
-  static const std::uint64_t seed = [] {
-    try {
-      return processHashSeed();
-    } catch (...) {
-      return std::uint64_t{0x9e3779b97f4a7c15ULL};
-    }
-  }();
-  const std::uint64_t h = mix64(loadHalf(bytes_, 0) ^ mix64(loadHalf(bytes_, 8) ^ seed));
-  return static_cast<std::size_t>(h);
 }
 
 string::BasicFixedString<char, Uuid::textLength> Uuid::toString() const {

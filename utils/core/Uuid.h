@@ -35,10 +35,6 @@ class Uuid {
   bool isNull() const noexcept { return (half(0) | half(8)) == 0; }
   const Bytes& bytes() const noexcept { return bytes_; }
 
-  // A hash consistent with ==, seeded once per process so that a hostile
-  // file cannot choose UUIDs that collide in a hash table.
-  std::size_t hash() const noexcept;
-
   // Two word compares rather than a call to memcmp: the user search
   // compares a UUID for every user in the file.
   friend bool operator==(const Uuid& a, const Uuid& b) noexcept {
@@ -78,10 +74,6 @@ Expected<Uuid, std::error_code> Uuid::fromStringInternal<char>(const char* text,
 inline Expected<Uuid, std::error_code> Uuid::fromString(std::string_view text) {
   return fromStringInternal<char>(text.data(), text.size());
 }
-
-struct UuidHash {
-  std::size_t operator()(const Uuid& uuid) const noexcept { return uuid.hash(); }
-};
 
 }  // namespace korvane::utils::core
 

@@ -23,12 +23,10 @@ class File {
 
   enum class Access : int {
     read = 0,              // existing file, reading
-    write = 1,             // existing file, writing
-    readWrite = 2,         // existing file, both
-    createOrTruncate = 3,  // create the file, or empty an existing one, for writing
+    createOrTruncate = 1,  // create the file, or empty an existing one, for writing
     // Create a new file for writing. Fails when anything is at the path
     // already, a symbolic link included, which is never followed.
-    createNew = 4,
+    createNew = 2,
   };
 
   // Mode bits a new file is created with (before the process's umask).

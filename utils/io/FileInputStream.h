@@ -13,7 +13,7 @@
 namespace korvane::utils::io {
 
 template <typename CharT>
-class FileInputStream : public virtual InputStream<CharT> {
+class FileInputStream : public InputStream<CharT> {
  public:
   // Throws FileNotFoundError when `path` does not exist.
   explicit FileInputStream(const std::filesystem::path& path)

@@ -1,10 +1,14 @@
-// FileNotFoundError: a file that was to be read does not exist. Callers that
-// treat a missing file as empty (the password file) catch exactly this type.
+// FileNotFoundError: a file that was to be read does not exist (see
+// throwFileError in SystemError.h). It is a std::system_error with the code
+// std::errc::no_such_file_or_directory and the usual message, reported like
+// any other failure; the type and path() only let a caller tell a missing
+// file from a file that could not be opened.
 #pragma once
 
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace korvane::utils::io {
 

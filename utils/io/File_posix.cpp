@@ -19,10 +19,6 @@ int openFlags(File::Access access) {
   switch (access) {
     case File::Access::read:
       return O_RDONLY | O_NONBLOCK;
-    case File::Access::write:
-      return O_WRONLY;
-    case File::Access::readWrite:
-      return O_RDWR;
     case File::Access::createOrTruncate:
       return O_WRONLY | O_CREAT | O_TRUNC;
     case File::Access::createNew:

@@ -19,10 +19,6 @@ DWORD desiredAccess(File::Access access) {
   switch (access) {
     case File::Access::read:
       return GENERIC_READ;
-    case File::Access::write:
-      return GENERIC_WRITE;
-    case File::Access::readWrite:
-      return GENERIC_READ | GENERIC_WRITE;
     case File::Access::createOrTruncate:
       return GENERIC_WRITE;
     case File::Access::createNew:
@@ -34,8 +30,6 @@ DWORD desiredAccess(File::Access access) {
 DWORD creationDisposition(File::Access access) {
   switch (access) {
     case File::Access::read:
-    case File::Access::write:
-    case File::Access::readWrite:
       return OPEN_EXISTING;
     case File::Access::createOrTruncate:
       return CREATE_ALWAYS;

@@ -22,7 +22,7 @@ struct InPlaceCopy {
   const std::filesystem::path& from;
   const std::filesystem::path& to;
   std::error_code renameError;
-  int directory;
+  int folder;
   const std::filesystem::path& fromName;
   const std::filesystem::path& toName;
 };

@@ -54,11 +54,11 @@ void copyStep(const InPlaceCopy& copy, std::string_view operation,
   }
 }
 
-// Opens `name` in `directory` with `flags` (never following a link) as a
+// Opens `name` in `folder` with `flags` (never following a link) as a
 // File named `path` in messages.
-File openFileAt(int directory, const std::filesystem::path& name, int flags,
+File openFileAt(int folder, const std::filesystem::path& name, int flags,
                 const std::filesystem::path& path) {
-  PosixDescriptor fd = openAt(directory, name.c_str(), flags | O_NOFOLLOW | O_NOCTTY);
+  PosixDescriptor fd = openAt(folder, name.c_str(), flags | O_NOFOLLOW | O_NOCTTY);
   if (!fd.valid()) throwFileError("open", path, lastSystemError());
   return File(fd.release(), path);
 }
@@ -70,7 +70,7 @@ void copyInPlace(const InPlaceCopy& copy, const ReplacedFile& written,
   std::optional<File> source;
   std::optional<File> target;
   copyStep(copy, "open", copy.from, [&] {
-    source.emplace(openFileAt(copy.directory, copy.fromName, O_RDONLY | O_NONBLOCK, copy.from));
+    source.emplace(openFileAt(copy.folder, copy.fromName, O_RDONLY | O_NONBLOCK, copy.from));
   });
   struct stat opened {};
   if (::fstat(static_cast<int>(source->nativeHandle()), &opened) != 0 ||
@@ -78,7 +78,7 @@ void copyInPlace(const InPlaceCopy& copy, const ReplacedFile& written,
     throwChangedDuringRun(copy.from);
   }
   copyStep(copy, "open", copy.to, [&] {
-    target.emplace(openFileAt(copy.directory, copy.toName, O_WRONLY | O_NONBLOCK, copy.to));
+    target.emplace(openFileAt(copy.folder, copy.toName, O_WRONLY | O_NONBLOCK, copy.to));
   });
   const int fd = static_cast<int>(target->nativeHandle());
   if (::fstat(fd, &opened) != 0 || !isSameFile(opened, replaced)) throwChangedDuringRun(copy.to);
@@ -103,7 +103,7 @@ void copyInPlace(const InPlaceCopy& copy, const ReplacedFile& written,
   copyStep(copy, "sync", copy.to, [&] { target->sync(); });
   copyStep(copy, "close", copy.to, [&] { target->close(); });
   // The complete copy of the new content is no longer needed.
-  if (retryOnInterrupt([&] { return ::unlinkat(copy.directory, copy.fromName.c_str(), 0); }) != 0) {
+  if (retryOnInterrupt([&] { return ::unlinkat(copy.folder, copy.fromName.c_str(), 0); }) != 0) {
     throw std::system_error(lastSystemError(), describeFileOperation("remove", copy.from) +
                                                    " after copying it over \"" +
                                                    printable(copy.to) +

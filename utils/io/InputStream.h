@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
-#include <new>
 #include <span>
 #include <string_view>
 
@@ -33,9 +32,9 @@ class InputStream {
   virtual ~InputStream() { core::secureZero(buffer_.get(), filled_ * sizeof(CharT)); }
 
   // Makes sure at least one character is buffered. Returns false at the end
-  // of the input. A read failure is not the end of the input: it still
-  // throws, so that a failing source can never pass for a short one.
-  bool ensureBuffer(std::nothrow_t) {
+  // of the input. A read failure throws and is never taken for the end of
+  // the input, so that a failing source can never pass for a short one.
+  bool ensureBuffer() {
     if (position_ != limit_) return true;
     if (ended_) return false;
     return refill();
@@ -51,7 +50,7 @@ class InputStream {
 
   // The next character, or -1 at the end of the input.
   int get() {
-    if (!ensureBuffer(std::nothrow)) return -1;
+    if (!ensureBuffer()) return -1;
     return static_cast<unsigned char>(buffer_[position_++]);
   }
 

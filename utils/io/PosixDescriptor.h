@@ -45,9 +45,9 @@ class PosixDescriptor {
 
 // openat(2) with close-on-exec, retried when interrupted; an invalid
 // descriptor with errno set on failure.
-inline PosixDescriptor openAt(int directory, const char* name, int flags, mode_t mode = 0) {
+inline PosixDescriptor openAt(int folder, const char* name, int flags, mode_t mode = 0) {
   return PosixDescriptor(
-      core::retryOnInterrupt([&] { return ::openat(directory, name, flags | O_CLOEXEC, mode); }));
+      core::retryOnInterrupt([&] { return ::openat(folder, name, flags | O_CLOEXEC, mode); }));
 }
 
 }  // namespace korvane::utils::io::detail

@@ -45,8 +45,8 @@ bool lockBy(int fd, Clock::time_point deadline, const std::filesystem::path& pat
 // std::nullopt when nothing is there.
 std::optional<std::pair<dev_t, ino_t>> currentFile(const ReplacementTarget& target) {
   struct stat status {};
-  if (::fstatat(static_cast<int>(target.directoryHandle()), target.resolved().name().c_str(),
-                &status, AT_SYMLINK_NOFOLLOW) == 0) {
+  if (::fstatat(static_cast<int>(target.folderHandle()), target.resolved().name().c_str(), &status,
+                AT_SYMLINK_NOFOLLOW) == 0) {
     return std::pair(status.st_dev, status.st_ino);
   }
   if (errno != ENOENT) throwFileError("read the attributes of", target.path(), lastSystemError());
@@ -62,7 +62,7 @@ std::pair<dev_t, ino_t> identityOf(int fd, const std::filesystem::path& path) {
 }  // namespace
 
 ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(-1) {
-  if (!target.directoryExists()) return;
+  if (!target.folderExists()) return;
   const auto deadline = Clock::now() + longestWait;
   auto pause = firstPause;
   // Another run may replace the file, or create it, while this one waits:
@@ -81,12 +81,12 @@ ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(-1) 
     } else {
       // No file yet: the folder stands for it until one is there.
       PosixDescriptor folder =
-          detail::openAt(static_cast<int>(target.directoryHandle()), ".", O_RDONLY | O_DIRECTORY);
+          detail::openAt(static_cast<int>(target.folderHandle()), ".", O_RDONLY | O_DIRECTORY);
       if (!folder.valid()) {
-        throwFileError("open the directory", target.directoryPath(), lastSystemError());
+        throwFileError("open the directory", target.folderPath(), lastSystemError());
       }
-      if (!lockBy(folder.get(), deadline, target.directoryPath())) {
-        detail::throwLockHeld("folder", target.directoryPath());
+      if (!lockBy(folder.get(), deadline, target.folderPath())) {
+        detail::throwLockHeld("folder", target.folderPath());
       }
       if (!currentFile(target)) {
         handle_ = folder.release();

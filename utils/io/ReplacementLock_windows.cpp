@@ -78,18 +78,18 @@ bool tryTake(HANDLE mutex) {
 
 ReplacementLock::ReplacementLock(const ReplacementTarget& target) : handle_(0) {
   // No folder: nothing to serialise, the replace fails anyway.
-  if (!target.directoryExists()) return;
+  if (!target.folderExists()) return;
   // Anything but a regular file at the name is refused as a read refuses
   // it; the file is closed again at once.
   const bool fileExists = target.resolved().openRegularFile().has_value();
-  WindowsHandle mutex = folderMutex(reinterpret_cast<HANDLE>(target.directoryHandle()));
+  WindowsHandle mutex = folderMutex(reinterpret_cast<HANDLE>(target.folderHandle()));
   if (!mutex.valid()) return;
   const auto deadline = std::chrono::steady_clock::now() + longestWait;
   auto pause = firstPause;
   while (!tryTake(mutex.get())) {
     if (std::chrono::steady_clock::now() >= deadline) {
       if (fileExists) detail::throwLockHeld("file", target.path());
-      detail::throwLockHeld("folder", target.directoryPath());
+      detail::throwLockHeld("folder", target.folderPath());
     }
     std::this_thread::sleep_for(pause);
     pause = std::min(pause * 2, longestPause);

@@ -82,10 +82,10 @@ class ReplacementTarget {
   // The final target, links resolved, as messages name it.
   const std::filesystem::path& path() const noexcept { return resolved_.path(); }
   // The folder that holds it.
-  const std::filesystem::path& directoryPath() const noexcept { return resolved_.directoryPath(); }
+  const std::filesystem::path& folderPath() const noexcept { return resolved_.folderPath(); }
   // Whether the folder exists; when it does, its open handle.
-  bool directoryExists() const noexcept { return resolved_.directoryExists(); }
-  File::NativeHandle directoryHandle() const noexcept { return resolved_.directoryHandle(); }
+  bool folderExists() const noexcept { return resolved_.folderExists(); }
+  File::NativeHandle folderHandle() const noexcept { return resolved_.folderHandle(); }
   const ResolvedPath& resolved() const noexcept { return resolved_; }
 
   // Opens the file now at the target's name for reading, without following

@@ -33,13 +33,13 @@ std::string printable(const std::filesystem::path& path) { return filesystem::to
                                           std::filesystem::path(printable(to)), code);
 }
 
-// Whether `name` in `directory` still refers to the file `replaced`
+// Whether `name` in `folder` still refers to the file `replaced`
 // describes, or to nothing when there is none; otherwise the run stops.
-void requireUnchanged(int directory, const std::filesystem::path& name,
+void requireUnchanged(int folder, const std::filesystem::path& name,
                       const std::filesystem::path& path,
                       const std::optional<ReplacedFile>& replaced) {
   struct stat status {};
-  const bool present = ::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
+  const bool present = ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
   if (!present && errno != ENOENT)
     throwFileError("read the attributes of", path, lastSystemError());
   if (present != replaced.has_value() || (present && !isSameFile(status, *replaced))) {
@@ -47,28 +47,27 @@ void requireUnchanged(int directory, const std::filesystem::path& name,
   }
 }
 
-// Renames `from` over `to` in `directory`; 0, or -1 with errno set. A new
+// Renames `from` over `to` in `folder`; 0, or -1 with errno set. A new
 // file (`replacing` false) must not replace one that appeared after the
 // check: EEXIST then.
-int renameOver(int directory, const std::filesystem::path& from, const std::filesystem::path& to,
+int renameOver(int folder, const std::filesystem::path& from, const std::filesystem::path& to,
                bool replacing) {
   const unsigned flags = replacing ? 0U : RENAME_NOREPLACE;
   const int result = retryOnInterrupt(
-      [&] { return ::renameat2(directory, from.c_str(), directory, to.c_str(), flags); });
+      [&] { return ::renameat2(folder, from.c_str(), folder, to.c_str(), flags); });
   if (result == 0 || flags == 0 || (errno != EINVAL && errno != ENOSYS)) return result;
   // A file system without the flag: the check before has to do.
-  return retryOnInterrupt(
-      [&] { return ::renameat(directory, from.c_str(), directory, to.c_str()); });
+  return retryOnInterrupt([&] { return ::renameat(folder, from.c_str(), folder, to.c_str()); });
 }
 
-// Makes a rename in `directory` durable. It has taken effect already, so a
+// Makes a rename in `folder` durable. It has taken effect already, so a
 // failure says so: the administrator must not think nothing changed. Some
-// file systems cannot sync a directory at all.
-void syncFolder(int directory, const std::filesystem::path& directoryPath,
+// file systems cannot sync a folder at all.
+void syncFolder(int folder, const std::filesystem::path& folderPath,
                 const std::filesystem::path& replaced) {
-  if (retryOnInterrupt([&] { return ::fsync(directory); }) == 0 || errno == EINVAL) return;
+  if (retryOnInterrupt([&] { return ::fsync(folder); }) == 0 || errno == EINVAL) return;
   throw std::system_error(lastSystemError(),
-                          describeFileOperation("sync the directory", directoryPath) +
+                          describeFileOperation("sync the directory", folderPath) +
                               " after replacing \"" + printable(replaced) +
                               "\" (the new file is in place)");
 }
@@ -90,12 +89,12 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
                                         const std::optional<ReplacedFile>& replaced) const {
   std::filesystem::path temporary = path();
   temporary += core::format(".{}", suffix);
-  if (!directoryExists()) {
+  if (!folderExists()) {
     throwFileError("open", temporary, std::make_error_code(std::errc::no_such_file_or_directory));
   }
   const std::filesystem::path name = temporary.filename();
   detail::PosixDescriptor fd =
-      detail::openAt(static_cast<int>(directoryHandle()), name.c_str(),
+      detail::openAt(static_cast<int>(folderHandle()), name.c_str(),
                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR);
   if (!fd.valid()) throwFileError("open", temporary, lastSystemError());
   File file(fd.release(), temporary);
@@ -115,16 +114,16 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
 }
 
 void ReplacementTarget::discardTemporary(File temporary) const noexcept {
-  if (!directoryExists() || !temporary.isOpen()) return;
-  const int directory = static_cast<int>(directoryHandle());
+  if (!folderExists() || !temporary.isOpen()) return;
+  const int folder = static_cast<int>(folderHandle());
   const std::filesystem::path name = temporary.path().filename();
   struct stat opened {};
   struct stat named {};
   // Open, the file keeps its inode number: device and inode tell it apart.
   if (::fstat(static_cast<int>(temporary.nativeHandle()), &opened) == 0 &&
-      ::fstatat(directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+      ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
       opened.st_dev == named.st_dev && opened.st_ino == named.st_ino) {
-    ::unlinkat(directory, name.c_str(), 0);
+    ::unlinkat(folder, name.c_str(), 0);
   }
 }
 
@@ -138,27 +137,27 @@ ReplacedFile ReplacementTarget::identify(const File& file) {
 
 void ReplacementTarget::replace(const std::filesystem::path& temporary, const ReplacedFile& written,
                                 const std::optional<ReplacedFile>& replaced) const {
-  if (!directoryExists()) {
+  if (!folderExists()) {
     throwRenameError(temporary, path(), std::make_error_code(std::errc::no_such_file_or_directory));
   }
-  const int directory = static_cast<int>(directoryHandle());
+  const int folder = static_cast<int>(folderHandle());
   const std::filesystem::path temporaryName = temporary.filename();
   const std::filesystem::path& name = resolved_.name();
   // Whatever is renamed is the file this run wrote, and it replaces the
   // file this run read. When the target has changed, the file written is
   // of no use: it goes, as the name was just seen to refer to it.
-  requireUnchanged(directory, temporaryName, temporary, written);
+  requireUnchanged(folder, temporaryName, temporary, written);
   const auto discardAndThrowChanged = [&] {
-    ::unlinkat(directory, temporaryName.c_str(), 0);
+    ::unlinkat(folder, temporaryName.c_str(), 0);
     throwChangedDuringRun(path());
   };
   try {
-    requireUnchanged(directory, name, path(), replaced);
+    requireUnchanged(folder, name, path(), replaced);
   } catch (const ChangedDuringRunError&) {
     discardAndThrowChanged();
   }
-  if (renameOver(directory, temporaryName, name, replaced.has_value()) == 0) {
-    syncFolder(directory, directoryPath(), path());
+  if (renameOver(folder, temporaryName, name, replaced.has_value()) == 0) {
+    syncFolder(folder, folderPath(), path());
     return;
   }
   const std::error_code renameError = lastSystemError();
@@ -172,7 +171,7 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
       !replaced) {
     throwRenameError(temporary, path(), renameError);
   }
-  detail::copyInPlace({temporary, path(), renameError, directory, temporaryName, name}, written,
+  detail::copyInPlace({temporary, path(), renameError, folder, temporaryName, name}, written,
                       *replaced);
 }
 

@@ -152,12 +152,12 @@ void applyDacl(HANDLE handle, const std::filesystem::path& path, const std::wstr
   }
 }
 
-// Opens what is now at `name` in `directory`, a link as itself, to look at
+// Opens what is now at `name` in `folder`, a link as itself, to look at
 // it (and, with `access`, to move it). Invalid when nothing is there.
-WindowsHandle openEntry(HANDLE directory, const std::filesystem::path& name, ACCESS_MASK access,
+WindowsHandle openEntry(HANDLE folder, const std::filesystem::path& name, ACCESS_MASK access,
                         const std::filesystem::path& path) {
   WindowsHandle handle = WindowsHandle::openRelative(
-      directory, name.native(), access | FILE_READ_ATTRIBUTES, shareAll, FILE_OPEN, 0);
+      folder, name.native(), access | FILE_READ_ATTRIBUTES, shareAll, FILE_OPEN, 0);
   if (!handle.valid()) {
     const DWORD error = ::GetLastError();
     if (!meansNotFound(error)) {
@@ -177,10 +177,10 @@ struct RenameResult {
   DWORD error = ERROR_SUCCESS;
 };
 
-// Renames the open `source` to `name` in the open folder `directory`; with
+// Renames the open `source` to `name` in the open `folder`; with
 // POSIX semantics when `posix`, otherwise the classic rename, which cannot
 // replace a file that is open.
-RenameResult renameTo(HANDLE source, HANDLE directory, const std::wstring& name, bool posix) {
+RenameResult renameTo(HANDLE source, HANDLE folder, const std::wstring& name, bool posix) {
   // The name with its terminating NUL, which the system's path conversion
   // reads; the length excludes it.
   const std::size_t bytes =
@@ -189,7 +189,7 @@ RenameResult renameTo(HANDLE source, HANDLE directory, const std::wstring& name,
   auto* information = reinterpret_cast<RenameInformation*>(storage.data());
   // The classic layout's BOOLEAN ReplaceIfExists is the first byte of flags.
   information->flags = posix ? renameReplaceIfExists | renamePosixSemantics : TRUE;
-  information->rootDirectory = directory;
+  information->rootDirectory = folder;
   information->fileNameLength = static_cast<DWORD>(name.size() * sizeof(WCHAR));
   std::memcpy(information->fileName, name.c_str(), (name.size() + 1) * sizeof(WCHAR));
   // The native call: Wine's SetFileInformationByHandle takes no rename
@@ -208,7 +208,7 @@ RenameResult renameTo(HANDLE source, HANDLE directory, const std::wstring& name,
 }
 
 HANDLE folderOf(const ReplacementTarget& target) {
-  return reinterpret_cast<HANDLE>(target.directoryHandle());
+  return reinterpret_cast<HANDLE>(target.folderHandle());
 }
 
 }  // namespace
@@ -227,7 +227,7 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
                                         const std::optional<ReplacedFile>& replaced) const {
   std::filesystem::path temporary = path();
   temporary += core::format(".{}", suffix);
-  if (!directoryExists()) {
+  if (!folderExists()) {
     throwFileError("open", temporary, {ERROR_PATH_NOT_FOUND, std::system_category()});
   }
   std::wstring sddl;
@@ -259,7 +259,7 @@ File ReplacementTarget::createTemporary(std::string_view suffix,
 }
 
 void ReplacementTarget::discardTemporary(File temporary) const noexcept {
-  if (!temporary.isOpen() || !directoryExists()) return;
+  if (!temporary.isOpen() || !folderExists()) return;
   const HANDLE handle = reinterpret_cast<HANDLE>(temporary.nativeHandle());
   const ReplacedFile written = identityOf(handle);
   // Without an identity nothing can tell the file apart: it stays.
@@ -284,8 +284,8 @@ ReplacedFile ReplacementTarget::identify(const File& file) {
 
 void ReplacementTarget::replace(const std::filesystem::path& temporary, const ReplacedFile& written,
                                 const std::optional<ReplacedFile>& replaced) const {
-  if (!directoryExists()) detail::throwChangedDuringRun(temporary);
-  const HANDLE directory = folderOf(*this);
+  if (!folderExists()) detail::throwChangedDuringRun(temporary);
+  const HANDLE folder = folderOf(*this);
   bool posixRename = true;
   const auto deadline = std::chrono::steady_clock::now() + longestMoveRetry;
   auto pause = firstMovePause;
@@ -293,7 +293,7 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
     // Checked again before every attempt, through handles opened in the
     // folder: a wait may be long. The file moved is the one checked.
     const WindowsHandle source =
-        WindowsHandle::openRelative(directory, temporary.filename().native(),
+        WindowsHandle::openRelative(folder, temporary.filename().native(),
                                     DELETE | FILE_READ_ATTRIBUTES, shareAll, FILE_OPEN, 0);
     RenameResult result{true, source.valid() ? ERROR_SUCCESS : ::GetLastError()};
     if (source.valid()) {
@@ -301,15 +301,15 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
       {
         // Closed before the move: a rename without POSIX semantics cannot
         // replace a file that is open.
-        const WindowsHandle current = openEntry(directory, resolved_.name(), 0, path());
+        const WindowsHandle current = openEntry(folder, resolved_.name(), 0, path());
         if (current.valid() ? !replaced || !isFile(current, *replaced) : replaced.has_value()) {
           detail::throwChangedDuringRun(path());
         }
       }
-      result = renameTo(source.get(), directory, resolved_.name().native(), posixRename);
+      result = renameTo(source.get(), folder, resolved_.name().native(), posixRename);
       if (!result.supported) {
         posixRename = false;
-        result = renameTo(source.get(), directory, resolved_.name().native(), false);
+        result = renameTo(source.get(), folder, resolved_.name().native(), false);
       }
     } else if (meansNotFound(result.error)) {
       detail::throwChangedDuringRun(temporary);
@@ -318,7 +318,7 @@ void ReplacementTarget::replace(const std::filesystem::path& temporary, const Re
       // Write-through: the folder's new entry on disk now, where the file
       // system lets a folder be flushed (NTFS); elsewhere its journal
       // keeps the rename.
-      ::FlushFileBuffers(directory);
+      ::FlushFileBuffers(folder);
       return;
     }
     // Another program (a service, a scanner, a backup agent) holds the

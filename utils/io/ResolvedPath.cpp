@@ -9,9 +9,9 @@ namespace korvane::utils::io {
 
 ResolvedPath::ResolvedPath(ResolvedPath&& other) noexcept
     : path_(std::move(other.path_)),
-      directoryPath_(std::move(other.directoryPath_)),
+      folderPath_(std::move(other.folderPath_)),
       name_(std::move(other.name_)),
-      directory_(std::exchange(other.directory_, File::invalidHandle)) {}
+      folder_(std::exchange(other.folder_, File::invalidHandle)) {}
 
 namespace detail {
 

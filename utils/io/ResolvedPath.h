@@ -65,13 +65,13 @@ class ResolvedPath {
   // The final target, links resolved, as messages name it.
   const std::filesystem::path& path() const noexcept { return path_; }
   // The folder that holds it, and the final component.
-  const std::filesystem::path& directoryPath() const noexcept { return directoryPath_; }
+  const std::filesystem::path& folderPath() const noexcept { return folderPath_; }
   const std::filesystem::path& name() const noexcept { return name_; }
 
   // Whether the folder exists; when it does, its open handle (POSIX: a
   // descriptor open for reading, which can be synced and locked).
-  bool directoryExists() const noexcept { return directory_ != File::invalidHandle; }
-  File::NativeHandle directoryHandle() const noexcept { return directory_; }
+  bool folderExists() const noexcept { return folder_ != File::invalidHandle; }
+  File::NativeHandle folderHandle() const noexcept { return folder_; }
 
   // Whether anything is at the final name now (a link there is not
   // followed: it appeared after the resolution).
@@ -86,9 +86,9 @@ class ResolvedPath {
 
  private:
   std::filesystem::path path_;
-  std::filesystem::path directoryPath_;
+  std::filesystem::path folderPath_;
   std::filesystem::path name_;
-  File::NativeHandle directory_ = File::invalidHandle;
+  File::NativeHandle folder_ = File::invalidHandle;
 };
 
 namespace detail {

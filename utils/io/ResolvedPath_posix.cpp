@@ -92,15 +92,15 @@ struct Examined {
   std::optional<File> file;
 };
 
-// Examines what is at `name` in `directory` as itself (a FIFO or a device is
+// Examines what is at `name` in `folder` as itself (a FIFO or a device is
 // never opened for reading, so nothing waits on it and no driver sees an
 // open), then opens a regular file for reading, never blocking even if a
 // FIFO has taken its place meanwhile. Anything but a regular file, or a
 // link (which was not there when the path was resolved), is an error.
-Examined examineAndOpen(int directory, const std::filesystem::path& name,
+Examined examineAndOpen(int folder, const std::filesystem::path& name,
                         const std::filesystem::path& path) {
   struct stat examined {};
-  const PosixDescriptor item = openAt(directory, name.c_str(), O_PATH | O_NOFOLLOW);
+  const PosixDescriptor item = openAt(folder, name.c_str(), O_PATH | O_NOFOLLOW);
   if (!item.valid()) {
     if (errno == ENOENT) return {};
     throwFileError("open", path, lastSystemError());
@@ -108,8 +108,7 @@ Examined examineAndOpen(int directory, const std::filesystem::path& name,
   statOpen(item.get(), examined, path);
   if (S_ISLNK(examined.st_mode)) detail::throwChangedDuringRun(path);
   requireRegularFile(examined, path);
-  PosixDescriptor fd =
-      openAt(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+  PosixDescriptor fd = openAt(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
   if (!fd.valid()) {
     if (errno == ENOENT || errno == ELOOP) return {Examined::Kind::replaced, std::nullopt};
     throwFileError("open", path, lastSystemError());
@@ -246,25 +245,25 @@ ResolvedPath::ResolvedPath(const std::filesystem::path& path) {
   walk.run();
   name_ = walk.name();
   if (name_.empty() || name_ == "." || name_ == "..") throwNamesAFolder(path);
-  directoryPath_ = displayedFolder(walk.folderPath());
+  folderPath_ = displayedFolder(walk.folderPath());
   path_ = walk.folderPath() / name_;
   if (!walk.folderExists()) return;
   // Readable, so that it can be locked and synced.
   PosixDescriptor readable = openAt(walk.folder(), ".", O_RDONLY | O_DIRECTORY);
   if (!readable.valid()) {
-    throwFileError("open the directory", directoryPath_, lastSystemError());
+    throwFileError("open the directory", folderPath_, lastSystemError());
   }
-  directory_ = readable.release();
+  folder_ = readable.release();
 }
 
 ResolvedPath::~ResolvedPath() {
-  if (directoryExists()) ::close(static_cast<int>(directory_));
+  if (folderExists()) ::close(static_cast<int>(folder_));
 }
 
 bool ResolvedPath::exists() const {
-  if (!directoryExists()) return false;
+  if (!folderExists()) return false;
   struct stat status {};
-  if (::fstatat(static_cast<int>(directory_), name_.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+  if (::fstatat(static_cast<int>(folder_), name_.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
     return true;
   }
   if (errno == ENOENT) return false;
@@ -272,11 +271,11 @@ bool ResolvedPath::exists() const {
 }
 
 std::optional<File> ResolvedPath::openRegularFile() const {
-  if (!directoryExists()) return std::nullopt;
+  if (!folderExists()) return std::nullopt;
   // Another run may replace the file between the two opens below; then the
   // new file is examined again. Only a name that keeps changing is an error.
   for (int attempt = 1;; ++attempt) {
-    Examined examined = examineAndOpen(static_cast<int>(directory_), name_, path_);
+    Examined examined = examineAndOpen(static_cast<int>(folder_), name_, path_);
     if (examined.kind != Examined::Kind::replaced) return std::move(examined.file);
     if (attempt == maxOpenAttempts) detail::throwChangedDuringRun(path_);
   }

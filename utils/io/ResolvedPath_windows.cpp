@@ -229,14 +229,14 @@ std::pair<std::filesystem::path, std::vector<std::wstring>> split(
 // that holds the final component, and looks at the final component itself.
 // Stops at the first link (symbolic link or junction), which is checked
 // and read through the handle that opened it.
-Walk walk(const std::filesystem::path& path, std::filesystem::path* directoryPath,
+Walk walk(const std::filesystem::path& path, std::filesystem::path* folderPath,
           std::filesystem::path* name) {
   auto [start, components] = split(path);
   if (components.empty()) {
     throwNamesAFolder(path);
   }
   Walk result;
-  *directoryPath = path.parent_path().empty() ? std::filesystem::path(".") : path.parent_path();
+  *folderPath = path.parent_path().empty() ? std::filesystem::path(".") : path.parent_path();
   *name = path.filename();
   result.folder = openStart(start, components.size() == 1 ? finalFolderAccess : folderAccess);
   if (!result.folder.valid() && components.size() == 1 && ::GetLastError() == ERROR_ACCESS_DENIED) {
@@ -274,15 +274,15 @@ Walk walk(const std::filesystem::path& path, std::filesystem::path* directoryPat
     }
     const bool reparse = (information.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     if (reparse && isLinkTag(information.ReparseTag)) {
-      const std::filesystem::path folderPath = walked.empty() ? std::filesystem::path(".") : walked;
-      if (!onlyTrustedCanWrite(result.folder.get(), folderPath)) {
+      const std::filesystem::path linkFolder = walked.empty() ? std::filesystem::path(".") : walked;
+      if (!onlyTrustedCanWrite(result.folder.get(), linkFolder)) {
         throw UntrustedLinkError(core::format(
             "the symbolic link \"{}\" is in the folder \"{}\", which another account than "
             "SYSTEM, the Administrators and the account running this program can write, and is "
             "not followed",
-            printable(here), printable(folderPath)));
+            printable(here), printable(linkFolder)));
       }
-      Link link{here, folderPath, readLinkTarget(item.get(), here), {}};
+      Link link{here, linkFolder, readLinkTarget(item.get(), here), {}};
       for (std::size_t rest = index + 1; rest < components.size(); ++rest) {
         link.remainder /= components[rest];
       }
@@ -311,10 +311,10 @@ ResolvedPath::ResolvedPath(const std::filesystem::path& path) {
   }
   std::filesystem::path current = path;
   for (int followed = 0;; ++followed) {
-    Walk result = walk(current, &directoryPath_, &name_);
+    Walk result = walk(current, &folderPath_, &name_);
     if (!result.link) {
       path_ = current;
-      directory_ = reinterpret_cast<File::NativeHandle>(result.folder.release());
+      folder_ = reinterpret_cast<File::NativeHandle>(result.folder.release());
       return;
     }
     if (followed == maxLinksFollowed) {
@@ -333,13 +333,13 @@ ResolvedPath::ResolvedPath(const std::filesystem::path& path) {
 }
 
 ResolvedPath::~ResolvedPath() {
-  if (directory_ != File::invalidHandle) ::CloseHandle(reinterpret_cast<HANDLE>(directory_));
+  if (folder_ != File::invalidHandle) ::CloseHandle(reinterpret_cast<HANDLE>(folder_));
 }
 
 bool ResolvedPath::exists() const {
-  if (!directoryExists()) return false;
+  if (!folderExists()) return false;
   const WindowsHandle item =
-      WindowsHandle::openRelative(reinterpret_cast<HANDLE>(directory_), name_.native(),
+      WindowsHandle::openRelative(reinterpret_cast<HANDLE>(folder_), name_.native(),
                                   FILE_READ_ATTRIBUTES, shareAll, FILE_OPEN, 0);
   if (item.valid()) return true;
   const DWORD error = ::GetLastError();
@@ -351,11 +351,11 @@ bool ResolvedPath::exists() const {
 }
 
 std::optional<File> ResolvedPath::openRegularFile() const {
-  if (!directoryExists()) return std::nullopt;
+  if (!folderExists()) return std::nullopt;
   // First only examined: nothing that is no regular file is opened for
   // reading (which could have effects on a device).
   const WindowsHandle examined =
-      WindowsHandle::openRelative(reinterpret_cast<HANDLE>(directory_), name_.native(),
+      WindowsHandle::openRelative(reinterpret_cast<HANDLE>(folder_), name_.native(),
                                   FILE_READ_ATTRIBUTES | READ_CONTROL, shareAll, FILE_OPEN, 0);
   if (!examined.valid()) {
     const DWORD error = ::GetLastError();

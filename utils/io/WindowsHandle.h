@@ -36,16 +36,16 @@ class WindowsHandle {
     handle_ = INVALID_HANDLE_VALUE;
   }
 
-  // Opens `name`, one component, relative to the open folder `directory`
+  // Opens `name`, one component, relative to the open `folder`
   // (NtCreateFile with the folder as root directory; an empty name opens
-  // `directory` itself again). The name is never looked up from the root
+  // `folder` itself again). The name is never looked up from the root
   // again, and a reparse point (symbolic link, junction) at it is opened
   // as itself. `disposition` is FILE_OPEN or FILE_CREATE; `options` are
   // added to FILE_OPEN_REPARSE_POINT | FILE_SYNCHRONOUS_IO_NONALERT, and
   // SYNCHRONIZE to `access`. On failure the handle is invalid and
   // GetLastError() says why (ERROR_FILE_EXISTS when FILE_CREATE meets a
   // name that is taken).
-  static WindowsHandle openRelative(HANDLE directory, std::wstring_view name, ACCESS_MASK access,
+  static WindowsHandle openRelative(HANDLE folder, std::wstring_view name, ACCESS_MASK access,
                                     ULONG share, ULONG disposition, ULONG options,
                                     PSECURITY_DESCRIPTOR security = nullptr) noexcept;
 

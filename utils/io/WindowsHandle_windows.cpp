@@ -11,9 +11,9 @@ constexpr NTSTATUS statusObjectNameCollision = static_cast<NTSTATUS>(0xC0000035L
 
 }  // namespace
 
-WindowsHandle WindowsHandle::openRelative(HANDLE directory, std::wstring_view name,
-                                          ACCESS_MASK access, ULONG share, ULONG disposition,
-                                          ULONG options, PSECURITY_DESCRIPTOR security) noexcept {
+WindowsHandle WindowsHandle::openRelative(HANDLE folder, std::wstring_view name, ACCESS_MASK access,
+                                          ULONG share, ULONG disposition, ULONG options,
+                                          PSECURITY_DESCRIPTOR security) noexcept {
   UNICODE_STRING objectName{};
   // Names are limited to 32767 characters; longer ones cannot exist.
   if (name.size() > 32767) {
@@ -25,7 +25,7 @@ WindowsHandle WindowsHandle::openRelative(HANDLE directory, std::wstring_view na
   objectName.MaximumLength = objectName.Length;
   OBJECT_ATTRIBUTES attributes{};
   attributes.Length = sizeof attributes;
-  attributes.RootDirectory = directory;
+  attributes.RootDirectory = folder;
   attributes.ObjectName = &objectName;
   // Names compare without case, as everywhere in Win32.
   attributes.Attributes = OBJ_CASE_INSENSITIVE;

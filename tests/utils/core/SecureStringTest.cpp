@@ -95,16 +95,5 @@ TEST(SecureStringTest, MovingWipesTheSource) {
   EXPECT_FALSE(contains(&target.storage(), sizeof(target.storage()), "short"));  // NOLINT
 }
 
-TEST(SecureStringTest, ConsumeZeroesTheOrdinaryString) {
-  std::string line = longSecret;
-  const char* bytes = line.data();
-  const std::size_t capacity = line.capacity();
-  const SecureString secure = SecureString::consume(line);
-  EXPECT_EQ(secure.view(), longSecret);
-  EXPECT_TRUE(line.empty());
-  // The block still belongs to `line`, so it may be looked at.
-  EXPECT_TRUE(allZero(std::string_view(bytes, capacity)));
-}
-
 }  // namespace
 }  // namespace korvane::utils::core

@@ -3,12 +3,13 @@
 #include <unistd.h>
 
 #include <string>
+#include <string_view>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unprivileged.h"
+#include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/io/FileNotFoundError.h"
-#include "utils/io/FileOutputStream.h"
 
 namespace korvane::utils::io {
 namespace {
@@ -29,7 +30,7 @@ TEST(FileStreamTest, WritesAndReadsAFile) {
   std::string text(200000, 'x');
   for (std::size_t i = 0; i < text.size(); i += 7) text[i] = static_cast<char>('a' + i % 26);
   {
-    FileOutputStream<char> out(path, File::Access::createOrTruncate);
+    File out(path, File::Access::createOrTruncate);
     out.write(text);
     out.close();
   }
@@ -42,8 +43,8 @@ TEST(FileStreamTest, CreateOrTruncateEmptiesAnExistingFile) {
   TemporaryDirectory directory;
   const auto path = directory.path() / "file.txt";
   writeFile(path, "old content that is long");
-  FileOutputStream<char> out(path, File::Access::createOrTruncate);
-  out.write("new");
+  File out(path, File::Access::createOrTruncate);
+  out.write(std::string_view("new"));
   out.close();
   EXPECT_EQ(readFile(path), "new");
 }
@@ -100,11 +101,10 @@ TEST(FileStreamTest, ReadingADirectoryFailsWithAReadError) {
   }
 }
 
-TEST(FileStreamTest, WriteFailureIsReportedByClose) {
-  FileOutputStream<char> out("/dev/full", File::Access::write);
-  out.write("some text");
+TEST(FileStreamTest, WriteFailureNamesOperationFileAndReason) {
+  File out("/dev/full", File::Access::createOrTruncate);
   try {
-    out.close();
+    out.write(std::string_view("some text"));
     FAIL() << "no error from a full device";
   } catch (const std::system_error& error) {
     EXPECT_EQ(std::string(error.what()), "could not write \"/dev/full\": No space left on device");
@@ -115,16 +115,12 @@ TEST(FileStreamTest, NewFilePermissionsAndSetPermissions) {
   TemporaryDirectory directory;
   const auto path = directory.path() / "private";
   const mode_t old = ::umask(0);
-  {
-    File file(path, File::Access::createOrTruncate,
-              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-    file.close();
-  }
+  File file(path, File::Access::createOrTruncate,
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
   ::umask(old);
   struct stat status {};
   ASSERT_EQ(::stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0600u);
-  File file(path, File::Access::write);
   file.setPermissions(std::filesystem::perms::owner_read | std::filesystem::perms::group_read);
   ASSERT_EQ(::stat(path.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0440u);

@@ -15,7 +15,6 @@
 #include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/io/FileNotFoundError.h"
-#include "utils/io/FileOutputStream.h"
 
 namespace korvane {
 namespace {
@@ -69,7 +68,7 @@ TEST(FileTest, CreateOrTruncateEmptiesAnExistingFile) {
   const TemporaryDirectory directory;
   const std::filesystem::path path = directory.path() / "f";
   writeText(path, "old content");
-  { utils::io::FileOutputStream<char> out(path, File::Access::createOrTruncate); }
+  { const File emptied(path, File::Access::createOrTruncate); }
   EXPECT_EQ(readText(path), "");
 }
 

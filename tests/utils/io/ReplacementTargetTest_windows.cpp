@@ -175,7 +175,7 @@ TEST(ReplacementTargetTest, ARelativeNameIsReplacedInTheCurrentFolder) {
   std::filesystem::current_path(directory.path());
   {
     const ReplacementTarget target("passwords.json");
-    EXPECT_EQ(target.directoryPath(), ".");
+    EXPECT_EQ(target.folderPath(), ".");
     const auto replaced = readAt(target);
     ASSERT_TRUE(replaced);
     const Written temporary = writeTemporary(target, replaced, "new");

@@ -52,9 +52,9 @@ TEST(ResolvedPathTest, AFileOrAMissingPathIsItsOwnTarget) {
   EXPECT_EQ(resolved(file / "below-a-file"), file / "below-a-file");
   EXPECT_EQ(resolved(directory.path() / "no" / "such" / "passwords.json"),
             directory.path() / "no" / "such" / "passwords.json");
-  EXPECT_FALSE(ResolvedPath(directory.path() / "no" / "passwords.json").directoryExists());
-  EXPECT_TRUE(ResolvedPath(file).directoryExists());
-  EXPECT_EQ(ResolvedPath(file).directoryPath(), directory.path());
+  EXPECT_FALSE(ResolvedPath(directory.path() / "no" / "passwords.json").folderExists());
+  EXPECT_TRUE(ResolvedPath(file).folderExists());
+  EXPECT_EQ(ResolvedPath(file).folderPath(), directory.path());
 }
 
 TEST(ResolvedPathTest, FollowsAnAbsoluteLink) {
@@ -254,14 +254,14 @@ TEST(ResolvedPathTest, AnOrdinaryUserFollowsItsOwnLinks) {
 TEST(ResolvedPathTest, NothingThereIsNoFile) {
   TemporaryDirectory directory;
   const ResolvedPath path(directory.path() / "passwords.json");
-  EXPECT_TRUE(path.directoryExists());
+  EXPECT_TRUE(path.folderExists());
   EXPECT_FALSE(path.exists());
   EXPECT_FALSE(path.openRegularFile().has_value());
   const ResolvedPath inMissingFolder(directory.path() / "missing" / "passwords.json");
-  EXPECT_FALSE(inMissingFolder.directoryExists());
+  EXPECT_FALSE(inMissingFolder.folderExists());
   EXPECT_FALSE(inMissingFolder.exists());
   EXPECT_FALSE(inMissingFolder.openRegularFile().has_value());
-  EXPECT_EQ(inMissingFolder.directoryPath(), directory.path() / "missing");
+  EXPECT_EQ(inMissingFolder.folderPath(), directory.path() / "missing");
 }
 
 TEST(ResolvedPathTest, ARegularFileIsOpenedForReading) {
@@ -345,9 +345,9 @@ TEST(ResolvedPathTest, AMovedResolutionKeepsTheFolder) {
   writeFile(directory.path() / "users.json", "{}");
   ResolvedPath first(directory.path() / "users.json");
   const ResolvedPath second(std::move(first));
-  EXPECT_TRUE(second.directoryExists());
+  EXPECT_TRUE(second.folderExists());
   EXPECT_TRUE(second.openRegularFile().has_value());
-  EXPECT_FALSE(first.directoryExists());  // NOLINT(bugprone-use-after-move)
+  EXPECT_FALSE(first.folderExists());  // NOLINT(bugprone-use-after-move)
 }
 
 }  // namespace

@@ -153,8 +153,8 @@ TEST(ResolvedPathTest, ARelativeNameIsFoundInTheCurrentFolder) {
   std::filesystem::create_directory(directory.path() / "config");
   const CurrentFolder current(directory.path());
   const ResolvedPath resolved(std::filesystem::path("config") / "users.json");
-  EXPECT_TRUE(resolved.directoryExists());
-  EXPECT_EQ(resolved.directoryPath(), "config");
+  EXPECT_TRUE(resolved.folderExists());
+  EXPECT_EQ(resolved.folderPath(), "config");
   EXPECT_EQ(resolved.name(), "users.json");
   EXPECT_FALSE(resolved.exists());
   EXPECT_FALSE(resolved.openRegularFile());
@@ -190,7 +190,7 @@ TEST(ResolvedPathTest, TheFolderIsNotLookedUpAgainByName) {
 TEST(ResolvedPathTest, AMissingFolderMeansNothingIsThere) {
   const TemporaryDirectory directory;
   const ResolvedPath resolved(directory.path() / "missing" / "passwords.json");
-  EXPECT_FALSE(resolved.directoryExists());
+  EXPECT_FALSE(resolved.folderExists());
   EXPECT_FALSE(resolved.exists());
   EXPECT_FALSE(resolved.openRegularFile());
 }
@@ -228,7 +228,7 @@ TEST(ResolvedPathTest, ALinkOutOfATrustedFolderIsFollowed) {
   }
   const ResolvedPath resolved(link / "passwords.json");
   EXPECT_EQ(resolved.path(), real / "passwords.json");
-  EXPECT_EQ(resolved.directoryPath(), real);
+  EXPECT_EQ(resolved.folderPath(), real);
   std::optional<File> file = resolved.openRegularFile();
   ASSERT_TRUE(file);
   EXPECT_EQ(contentOf(*file), "real");
@@ -242,7 +242,7 @@ TEST(ResolvedPathTest, AJunctionOutOfATrustedFolderIsFollowed) {
   const std::filesystem::path junction = directory.path() / "junction";
   if (!makeJunction(junction, real)) GTEST_SKIP() << "the system makes no junctions here";
   const ResolvedPath resolved(junction / "passwords.json");
-  EXPECT_EQ(resolved.directoryPath(), real);
+  EXPECT_EQ(resolved.folderPath(), real);
   std::optional<File> file = resolved.openRegularFile();
   ASSERT_TRUE(file);
   EXPECT_EQ(contentOf(*file), "real");

@@ -14,7 +14,7 @@ namespace {
 
 // A source that hands out its text a few characters at a time, so that
 // every buffer boundary is crossed.
-class ChunkedInputStream : public virtual InputStream<char> {
+class ChunkedInputStream : public InputStream<char> {
  public:
   ChunkedInputStream(std::string text, std::size_t bufferSize)
       : InputStream<char>(bufferSize), text_(std::move(text)) {}
@@ -32,7 +32,7 @@ class ChunkedInputStream : public virtual InputStream<char> {
   std::size_t offset_ = 0;
 };
 
-class RecordingOutputStream : public virtual OutputStream<char> {
+class RecordingOutputStream : public OutputStream<char> {
  public:
   explicit RecordingOutputStream(std::size_t bufferSize) : OutputStream<char>(bufferSize) {}
   std::string written;
@@ -60,25 +60,41 @@ TEST(InputStreamTest, ReadsAcrossEveryBufferBoundary) {
     ChunkedInputStream stream(text, size);
     EXPECT_EQ(readAll(stream), text) << size;
     EXPECT_EQ(stream.offset(), text.size());
-    EXPECT_FALSE(stream.ensureBuffer(std::nothrow));
+    EXPECT_FALSE(stream.ensureBuffer());
     EXPECT_EQ(stream.get(), -1);
   }
 }
 
 TEST(InputStreamTest, EmptyInputEndsAtOnce) {
   ChunkedInputStream stream("", 4);
-  EXPECT_FALSE(stream.ensureBuffer(std::nothrow));
+  EXPECT_FALSE(stream.ensureBuffer());
   EXPECT_EQ(stream.get(), -1);
 }
 
 TEST(InputStreamTest, BufferedSpanAndConsume) {
   ChunkedInputStream stream("abcdef", 4);
-  ASSERT_TRUE(stream.ensureBuffer(std::nothrow));
+  ASSERT_TRUE(stream.ensureBuffer());
   EXPECT_EQ(std::string(stream.buffered().begin(), stream.buffered().end()), "abcd");
   stream.consume(3);
   EXPECT_EQ(stream.get(), 'd');
   EXPECT_EQ(stream.buffered().size(), 0u);
   EXPECT_EQ(stream.get(), 'e');
+}
+
+// A source whose every read fails.
+class FailingInputStream : public InputStream<char> {
+ public:
+  FailingInputStream() : InputStream<char>(4) {}
+
+ protected:
+  std::size_t readSome(std::span<char>) override { throw std::runtime_error("source failed"); }
+};
+
+// A read failure is never taken for the end of the input.
+TEST(InputStreamTest, AReadFailureIsThrownNotTheEnd) {
+  FailingInputStream stream;
+  EXPECT_THROW((void)stream.ensureBuffer(), std::runtime_error);
+  EXPECT_THROW((void)stream.get(), std::runtime_error);
 }
 
 TEST(OutputStreamTest, BuffersAndFlushes) {

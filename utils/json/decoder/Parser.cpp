@@ -74,7 +74,7 @@ void Parser::failFound(const std::string& expected) {
 bool Parser::more() {
   ++epoch_;
   try {
-    return stream_.ensureBuffer(std::nothrow);
+    return stream_.ensureBuffer();
   } catch (...) {
     error_ = std::current_exception();
     throw;
