@@ -35,12 +35,13 @@ struct TargetLock {
   ReplacementLock lock;
 };
 
-// Whether another holder could take the lock on `directory` right now: an
-// exclusive flock(2) on a descriptor of its own, given up at once. The
-// lock is per open file, so this also sees a lock held by this process.
-bool directoryIsFree(const std::filesystem::path& directory) {
-  const int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  EXPECT_GE(fd, 0) << directory;
+// Whether another holder could take the lock on `path` (a folder or a
+// file) right now: an exclusive flock(2) on a descriptor of its own, given
+// up at once. The lock is per open file, so this also sees a lock held by
+// this process.
+bool isFree(const std::filesystem::path& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_GE(fd, 0) << path;
   if (fd < 0) return false;
   const int result = ::flock(fd, LOCK_EX | LOCK_NB);
   const int error = errno;
@@ -134,25 +135,25 @@ class LockHolder {
   int releaseFd_ = -1;
 };
 
-TEST(ReplacementLockTest, LocksTheFilesFolderUntilDestroyed) {
+TEST(ReplacementLockTest, WithoutAFileLocksTheFolderUntilDestroyed) {
   TemporaryDirectory directory;
-  ASSERT_TRUE(directoryIsFree(directory.path()));
+  ASSERT_TRUE(isFree(directory.path()));
   {
     const TargetLock lock(directory.path() / "passwords.json");
-    EXPECT_FALSE(directoryIsFree(directory.path()));
+    EXPECT_FALSE(isFree(directory.path()));
   }
-  EXPECT_TRUE(directoryIsFree(directory.path()));
+  EXPECT_TRUE(isFree(directory.path()));
 }
 
 TEST(ReplacementLockTest, TakenAgainAfterRelease) {
   TemporaryDirectory directory;
   { const TargetLock lock(directory.path() / "passwords.json"); }
-  ASSERT_TRUE(directoryIsFree(directory.path()));
+  ASSERT_TRUE(isFree(directory.path()));
   {
     const TargetLock lock(directory.path() / "passwords.json");
-    EXPECT_FALSE(directoryIsFree(directory.path()));
+    EXPECT_FALSE(isFree(directory.path()));
   }
-  EXPECT_TRUE(directoryIsFree(directory.path()));
+  EXPECT_TRUE(isFree(directory.path()));
 }
 
 TEST(ReplacementLockTest, CreatesNoFile) {
@@ -171,10 +172,10 @@ TEST(ReplacementLockTest, ARelativeFileLocksTheWorkingDirectory) {
   std::filesystem::current_path(directory.path());
   {
     const TargetLock lock("passwords.json");
-    EXPECT_FALSE(directoryIsFree(directory.path()));
+    EXPECT_FALSE(isFree(directory.path()));
   }
   std::filesystem::current_path(previous);
-  EXPECT_TRUE(directoryIsFree(directory.path()));
+  EXPECT_TRUE(isFree(directory.path()));
 }
 
 TEST(ReplacementLockTest, AMissingFolderNeedsNoLock) {
@@ -211,10 +212,10 @@ TEST(ReplacementLockTest, HeldByAnotherProcessUntilItReleases) {
   TemporaryDirectory directory;
   LockHolder holder(directory.path() / "passwords.json");
   ASSERT_EQ(holder.report(10s), 'L');
-  EXPECT_FALSE(directoryIsFree(directory.path()));
+  EXPECT_FALSE(isFree(directory.path()));
   holder.release();
   EXPECT_EQ(holder.wait(), 0);
-  EXPECT_TRUE(directoryIsFree(directory.path()));
+  EXPECT_TRUE(isFree(directory.path()));
 }
 
 TEST(ReplacementLockTest, TwoHoldersExcludeEachOther) {
@@ -229,13 +230,13 @@ TEST(ReplacementLockTest, TwoHoldersExcludeEachOther) {
   first.release();
   EXPECT_EQ(first.wait(), 0);
   EXPECT_EQ(second.report(10s), 'L');
-  EXPECT_FALSE(directoryIsFree(directory.path()));
+  EXPECT_FALSE(isFree(directory.path()));
   second.release();
   EXPECT_EQ(second.wait(), 0);
-  EXPECT_TRUE(directoryIsFree(directory.path()));
+  EXPECT_TRUE(isFree(directory.path()));
 }
 
-TEST(ReplacementLockTest, FilesInOneFolderShareTheLock) {
+TEST(ReplacementLockTest, FilesNotYetMadeInOneFolderShareTheLock) {
   TemporaryDirectory directory;
   LockHolder holder(directory.path() / "passwords.json");
   ASSERT_EQ(holder.report(10s), 'L');
@@ -243,6 +244,59 @@ TEST(ReplacementLockTest, FilesInOneFolderShareTheLock) {
   EXPECT_EQ(other.report(300ms), std::nullopt) << "both held the lock";
   holder.release();
   EXPECT_EQ(other.report(10s), 'L');
+}
+
+// With a file at the name, the file itself is locked, so that only an
+// account that can read it can hold up a run; the folder stays free.
+TEST(ReplacementLockTest, AnExistingFileIsLockedItselfNotItsFolder) {
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "passwords.json";
+  writeFile(file, "{}");
+  {
+    const TargetLock lock(file);
+    EXPECT_FALSE(isFree(file));
+    EXPECT_TRUE(isFree(directory.path()));
+  }
+  EXPECT_TRUE(isFree(file));
+}
+
+// Another run replaced the file while this one waited for its lock: the
+// lock on the replaced file is worth nothing, the new file is locked.
+TEST(ReplacementLockTest, AFileReplacedWhileWaitingIsTheOneLocked) {
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "passwords.json";
+  writeFile(file, "old");
+  LockHolder first(file);
+  ASSERT_EQ(first.report(10s), 'L');
+  LockHolder second(file);
+  EXPECT_EQ(second.report(300ms), std::nullopt) << "both held the lock";
+  writeFile(directory.path() / "new", "new");
+  std::filesystem::rename(directory.path() / "new", file);
+  first.release();
+  EXPECT_EQ(first.wait(), 0);
+  ASSERT_EQ(second.report(10s), 'L');
+  EXPECT_FALSE(isFree(file)) << "the new file is not locked";
+  second.release();
+  EXPECT_EQ(second.wait(), 0);
+}
+
+// A file made while a run waited for the folder: it is the file that the
+// run locks in the end, as every later run will.
+TEST(ReplacementLockTest, AFileMadeWhileWaitingForTheFolderIsTheOneLocked) {
+  TemporaryDirectory directory;
+  const auto file = directory.path() / "passwords.json";
+  LockHolder first(file);
+  ASSERT_EQ(first.report(10s), 'L');
+  LockHolder second(file);
+  EXPECT_EQ(second.report(300ms), std::nullopt) << "both held the lock";
+  writeFile(file, "made");
+  first.release();
+  EXPECT_EQ(first.wait(), 0);
+  ASSERT_EQ(second.report(10s), 'L');
+  EXPECT_FALSE(isFree(file)) << "the file is not locked";
+  EXPECT_TRUE(isFree(directory.path()));
+  second.release();
+  EXPECT_EQ(second.wait(), 0);
 }
 
 TEST(ReplacementLockTest, ALockHeldForEverIsWaitedForAtMostTheLongestWait) {
@@ -265,17 +319,17 @@ TEST(ReplacementLockTest, ALockHeldForEverIsWaitedForAtMostTheLongestWait) {
   EXPECT_GE(waited, ReplacementLock::longestWait);
   EXPECT_LT(waited, ReplacementLock::longestWait + 5s);
   ::close(fd);
-  EXPECT_TRUE(directoryIsFree(directory.path()));
+  EXPECT_TRUE(isFree(directory.path()));
 }
 
 TEST(ReplacementLockTest, GoesAwayWhenItsProcessIsKilled) {
   TemporaryDirectory directory;
   LockHolder holder(directory.path() / "passwords.json");
   ASSERT_EQ(holder.report(10s), 'L');
-  ASSERT_FALSE(directoryIsFree(directory.path()));
+  ASSERT_FALSE(isFree(directory.path()));
   holder.kill();
   EXPECT_EQ(holder.wait(), -1);
-  EXPECT_TRUE(directoryIsFree(directory.path()));
+  EXPECT_TRUE(isFree(directory.path()));
 }
 
 }  // namespace
