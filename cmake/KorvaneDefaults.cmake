@@ -170,3 +170,22 @@ function(korvane_harden_build)
   endif()
 endfunction()
 
+# Reproducible builds, for every target defined after the call: no build
+# folder in any output and, on Windows, no link time in the executable. The
+# source and build folders are written as "." and "build" in debug
+# information, __FILE__ and assertion messages, so two checkouts at
+# different paths compile to the same bytes; the PE header's time stamp is
+# left zero (scripts/check-reproducible.sh).
+function(korvane_reproducible_build)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang" OR MSVC)
+    return()
+  endif()
+  if(MINGW)
+    add_link_options(LINKER:--no-insert-timestamp)
+  endif()
+  add_compile_options("-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
+  cmake_path(IS_PREFIX PROJECT_SOURCE_DIR "${PROJECT_BINARY_DIR}" NORMALIZE binaryInSource)
+  if(NOT binaryInSource)
+    add_compile_options("-ffile-prefix-map=${PROJECT_BINARY_DIR}=build")
+  endif()
+endfunction()
