@@ -11,6 +11,7 @@ packages=(
   g++ cmake ninja-build pkg-config git
   dpkg-dev file        # Debian package: dependency list, stripping
   lintian              # Debian package: Debian's own checker
+  devscripts           # Debian package: hardening-check of the packaged program
   man-db groff-base gzip  # manual page: compressed, checked with man and groff
   mount                # bind mounts in the container test (with util-linux's unshare)
   libfmt-dev libzxcvbn-dev
