@@ -32,7 +32,8 @@ packages=(
 )
 
 if [[ "${1:-}" == "--windows" ]]; then
-  packages+=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
+  packages+=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64
+    wixl msitools)     # the Windows installer: wixl builds it, msibuild adds to it
 fi
 
 missing=()
