@@ -11,6 +11,7 @@ packages=(
   g++ cmake ninja-build pkg-config git
   dpkg-dev file        # Debian package: dependency list, stripping
   lintian              # Debian package: Debian's own checker
+  devscripts           # Debian package: hardening-check of the packaged program
   man-db groff-base gzip  # manual page: compressed, checked with man and groff
   mount                # bind mounts in the container test (with util-linux's unshare)
   libfmt-dev libzxcvbn-dev
@@ -31,7 +32,8 @@ packages=(
 )
 
 if [[ "${1:-}" == "--windows" ]]; then
-  packages+=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64)
+  packages+=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64
+    wixl msitools)     # the Windows installer: wixl builds it, msibuild adds to it
 fi
 
 missing=()

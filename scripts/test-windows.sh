@@ -8,12 +8,17 @@
 # console on a pseudo-terminal
 # (tests/setUserPassword/ConsoleEndToEndTest_windows.py). Wine runs in its
 # default code page (1252): the tests must pass without a UTF-8 locale.
+# Then the program's hardening, read from its PE headers and symbols (ASLR
+# with high-entropy addresses, DEP, the stack protector), and the Windows
+# installer: built by scripts/package-windows.sh, installed, used and
+# removed under Wine (tests/installer/InstallerTest_windows.sh).
 #
 # The program is KorvanePassword.exe when a MinGW build of zxcvbn is given
 # (ZXCVBN_ROOT=<folder with include/zxcvbn.h and lib/libzxcvbn.a>), and
 # otherwise KorvanePasswordTestVariant.exe, the same program linked to the
 # deterministic test estimator of tests/strengthEstimator/ (test builds
-# only, never installed or packaged).
+# only, never published; the installer's test packages it under a test
+# build's name).
 #
 #   bash scripts/test-windows.sh
 #   ZXCVBN_ROOT=/opt/zxcvbn-mingw bash scripts/test-windows.sh
@@ -23,7 +28,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-for tool in x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver winepath script cmake ctest python3; do
+for tool in x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres x86_64-w64-mingw32-objdump \
+  x86_64-w64-mingw32-nm wine wineserver winepath script cmake ctest python3 wixl msibuild msiinfo; do
   if ! command -v "${tool}" >/dev/null; then
     echo "test-windows: ${tool} is missing (bash scripts/install-deps.sh --windows)" >&2
     exit 1
@@ -103,6 +109,48 @@ if [[ -f "${program}" ]]; then
     summary+=", console end-to-end passed"
   else
     summary+=", console end-to-end FAILED"
+    status=1
+  fi
+  # Hardening in the PE headers: relocatable at high-entropy addresses
+  # (ASLR), data not executable (DEP); and the stack protector's guard and
+  # failure handler (from the static libssp) linked in.
+  echo "== $(basename "${program}") hardening"
+  headers=$(x86_64-w64-mingw32-objdump -p "${program}")
+  symbols=$(x86_64-w64-mingw32-nm "${program}")
+  hardening=passed
+  for characteristic in HIGH_ENTROPY_VA DYNAMIC_BASE NX_COMPAT; do
+    if ! grep -qw "${characteristic}" <<<"${headers}"; then
+      echo "the program's DllCharacteristics lack ${characteristic}" >&2
+      hardening=FAILED
+    fi
+  done
+  for symbol in __stack_chk_guard __stack_chk_fail; do
+    if ! grep -q " [TtBbDdRr] ${symbol}\$" <<<"${symbols}"; then
+      echo "the program lacks the stack protector's ${symbol}" >&2
+      hardening=FAILED
+    fi
+  done
+  if ! grep -q '^Time/Date.*1970$' <<<"${headers}"; then
+    echo "the program's PE header holds a link time: $(grep '^Time/Date' <<<"${headers}")" >&2
+    hardening=FAILED
+  fi
+  if [[ "${hardening}" == FAILED ]]; then
+    status=1
+  fi
+  summary+=", hardening ${hardening}"
+
+  echo "== Windows installer under Wine"
+  packageOptions=()
+  if [[ "$(basename "${program}")" != KorvanePassword.exe ]]; then
+    packageOptions=(--test-variant)
+  fi
+  if packageOutput=$(bash scripts/package-windows.sh "${packageOptions[@]}" </dev/null) &&
+    installer=$(sed -n 's/^installer: //p' <<<"${packageOutput}") &&
+    [[ -f "${installer}" ]] &&
+    timeout 900 bash tests/installer/InstallerTest_windows.sh "${installer}" "$(basename "${program}")" </dev/null; then
+    summary+=", installer passed"
+  else
+    summary+=", installer FAILED"
     status=1
   fi
   summary+=" ($(basename "${program}"))"

@@ -2,7 +2,9 @@
 # Installs everything, then builds and runs every test: the release build
 # and its Debian package, the AddressSanitizer + UndefinedBehaviorSanitizer
 # build, end-to-end runs under Valgrind, a bounded run of each fuzz target
-# over its seed corpus, and the Windows build under Wine.
+# over its seed corpus, the reproducibility of the Debian package and the
+# Windows program (each built twice from the last commit), and the Windows
+# build and its installer under Wine.
 #
 #   scripts/test.sh                 # everything
 #   KORVANE_FUZZ_SECONDS=10 scripts/test.sh
@@ -44,6 +46,7 @@ run_stage() {
 
 run_stage "end-to-end runs under Valgrind" scripts/run-valgrind.sh
 run_stage "fuzz targets" scripts/run-fuzzers.sh "${KORVANE_FUZZ_SECONDS:-60}"
+run_stage "reproducible builds" scripts/check-reproducible.sh
 run_stage "Windows build under Wine" scripts/test-windows.sh
 
 exit "${status}"

@@ -122,9 +122,11 @@ class LockHolder {
       const TargetLock lock(file);
       if (::write(reportFd, "L", 1) != 1) ::_exit(3);
       char byte = 0;
-      (void)::read(releaseFd, &byte, 1);
+      // The release byte or the end of the pipe: either ends the hold.
+      [[maybe_unused]] const ssize_t got = ::read(releaseFd, &byte, 1);
     } catch (...) {
-      (void)::write(reportFd, "E", 1);
+      // Exit status 2 reports the failure when the byte cannot.
+      [[maybe_unused]] const ssize_t written = ::write(reportFd, "E", 1);
       ::_exit(2);
     }
     ::_exit(0);
