@@ -18,6 +18,10 @@ class Name {
 
   std::string_view view() const noexcept { return text_; }
 
+  // Whether the name held an escape sequence. Without one its text is the
+  // input's own bytes, which a JSON writer copies as they are.
+  bool escaped() const noexcept { return escaped_; }
+
   // Moves the name out; the Name is empty afterwards.
   operator std::string() && noexcept { return std::move(text_); }  // NOLINT: conversion by design
 
@@ -31,6 +35,7 @@ class Name {
  private:
   friend class Object;
   std::string text_;
+  bool escaped_ = false;
 };
 
 }  // namespace korvane::utils::json::decoder

@@ -223,8 +223,8 @@ void Parser::popFrame() {
   valueDone();
 }
 
-bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t& valueId,
-                        Position& valueStart) {
+bool Parser::nextMember(std::uint64_t frameId, std::string& name, bool& nameEscaped,
+                        std::uint64_t& valueId, Position& valueStart) {
   check();
   Frame& frame = reachFrame(frameId);
   if (pending_ != 0) skipPending();
@@ -232,17 +232,19 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t&
     popFrame();
     return false;
   }
-  readName(name);
+  nameEscaped = readName(name);
   valueStart = position();
   valueId = pending_ = ++nextId_;
   return true;
 }
 
-// The name of a member and the ':' after it.
-void Parser::readName(std::string& name) {
+// The name of a member and the ':' after it; whether it held an escape.
+bool Parser::readName(std::string& name) {
   name.clear();
-  scanName([&](const char* bytes, std::size_t count) { name.append(bytes, count); });
+  const bool escaped =
+      scanName([&](const char* bytes, std::size_t count) { name.append(bytes, count); });
   expectColon();
+  return escaped;
 }
 
 bool Parser::nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position& valueStart) {
@@ -268,7 +270,7 @@ std::span<const char> Parser::takePlainRun(std::uint64_t frameId) {
   return span.first(count);
 }
 
-bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit) {
+bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit, bool& escaped) {
   check();
   reachFrame(frameId);
   const int c = peek();
@@ -282,9 +284,10 @@ bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit) {
     unit.bytes[0] = static_cast<char>(c);
     unit.length = 1;
     stream_.consume(1);
+    escaped = false;
     return true;
   }
-  decodeSpecial(unit);
+  escaped = decodeSpecial(unit);
   return true;
 }
 

@@ -93,11 +93,14 @@ class Parser : private Grammar<Parser> {
 
   // The walks. Each returns false when the view's closing character has
   // been consumed; otherwise a new value is pending (its id in *valueId).
-  bool nextMember(std::uint64_t frameId, std::string& name, std::uint64_t& valueId,
-                  Position& valueStart);
+  // A member's name is decoded into `name`; `nameEscaped` tells whether it
+  // held an escape sequence.
+  bool nextMember(std::uint64_t frameId, std::string& name, bool& nameEscaped,
+                  std::uint64_t& valueId, Position& valueStart);
   bool nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position& valueStart);
-  // Next character of an open string; false after the closing quote.
-  bool nextStringUnit(std::uint64_t frameId, Utf8Unit& unit);
+  // Next character of an open string, and whether it was written as an
+  // escape sequence; false after the closing quote.
+  bool nextStringUnit(std::uint64_t frameId, Utf8Unit& unit, bool& escaped);
 
   // The plain ASCII characters that come next in an open string, taken in
   // one go (possibly none). The span points into the stream's buffer and
@@ -163,7 +166,7 @@ class Parser : private Grammar<Parser> {
   void valueDone();
   void pendingDone(std::uint64_t id);
   void skipPending();
-  void readName(std::string& name);
+  bool readName(std::string& name);
   void expectEnd();
 
   io::InputStream<char>& stream_;
