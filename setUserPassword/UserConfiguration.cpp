@@ -33,7 +33,7 @@ void readUser(decoder::Value& user, UserTally& tally) {
       tally.countUuid(uuid);
     } else if (member.name() == "userName") {
       ++namesSeen;
-      const bool equal = member.value().asString().equals(tally.soughtName());
+      const bool equal = member.value().stringEquals(tally.soughtName());
       matches = matches || equal;
     } else {
       member.value().skip();

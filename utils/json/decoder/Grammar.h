@@ -105,7 +105,14 @@ class Grammar {
   // open container, `started` when it already had one: false when the
   // closing character has been consumed; otherwise the separator is, and
   // the member's name or the element is next (whitespace skipped).
-  bool nextItem(bool& started, char close) {
+  [[gnu::always_inline]] bool nextItem(bool& started, char close) {
+    // The usual step: ", " and the next item.
+    const auto span = in().buffered();
+    if (started && span.size() >= 3 && span[0] == ',' && span[1] == ' ' &&
+        static_cast<unsigned char>(span[2]) > ' ') {
+      in().consume(2);
+      return true;
+    }
     skipWhitespace();
     if (in().peek() == close) {
       in().consume(1);
@@ -193,6 +200,39 @@ class Grammar {
     }
   }
 
+  // As scanStringBody(), keeping nothing: what a string skipped holds is
+  // checked, and decoded only where checking needs it.
+  void skipStringBody() {
+    for (;;) {
+      const auto span = in().buffered();
+      const char* const begin = span.data();
+      const std::size_t count = in().plainStringLength(begin, begin + span.size());
+      in().consume(count);
+      if (count == span.size()) {
+        if (!in().more()) in().failFound("expected '\"' to end the string");
+        continue;
+      }
+      if (begin[count] == '"') {
+        in().consume(1);
+        return;
+      }
+      skipSpecial();
+    }
+  }
+
+  // As decodeSpecial(), keeping nothing: a one-character escape is checked
+  // and passed in one step.
+  [[gnu::noinline]] void skipSpecial() {
+    const auto span = in().buffered();
+    if (span.size() >= 2 && span[0] == '\\' &&
+        simpleEscape(static_cast<unsigned char>(span[1])) != 0) {
+      in().consume(2);
+      return;
+    }
+    Utf8Unit unit;
+    decodeSpecial(unit);
+  }
+
   // The character at a byte that ends a plain run inside a string and is
   // not its closing quote: an escape or a UTF-8 sequence, decoded into
   // `unit`; anything else is an error. Returns whether it was an escape.
@@ -231,7 +271,8 @@ class Grammar {
   // containers are kept in a bit set, one bit per level, so that no input
   // can exhaust the call stack.
   void skipNested(std::size_t depth, std::size_t outside, bool innermostIsObject, bool started) {
-    std::bitset<Cursor::maxNesting + 2> isObject;
+    // Only the levels written since the call are read: nothing to clear.
+    auto& isObject = in().containerKinds_;
     isObject[depth] = innermostIsObject;
     bool valueNext = depth == 0;
     for (;;) {
@@ -261,7 +302,7 @@ class Grammar {
         // The names of skipped members have no limit: nothing keeps them.
         expectNameQuote();
         in().consume(1);
-        scanStringBody([](const char*, std::size_t) {});
+        skipStringBody();
         expectColon();
       }
       valueNext = true;
@@ -269,11 +310,11 @@ class Grammar {
   }
 
   // A value that is no container, starting with `c`.
-  void skipScalar(int c) {
+  [[gnu::always_inline]] void skipScalar(int c) {
     in().markToken();
     if (c == '"') {
       in().consume(1);
-      scanStringBody([](const char*, std::size_t) {});
+      skipStringBody();
     } else if (c == '-' || isDigit(c)) {
       skipNumber();
     } else if (c == 't') {

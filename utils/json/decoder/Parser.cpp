@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <bitset>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -47,8 +48,22 @@ using json::detail::isPlainStringByte;
 Parser::Parser(io::InputStream<char>& stream, std::string sourceName)
     : Grammar<Parser>(json::detail::scanKernels()),
       stream_(stream),
+      wide_(kernels_.level != json::detail::ScanLevel::plain),
       source_(std::make_shared<const std::string>(std::move(sourceName))),
-      lineStart_(stream.offset()) {}
+      lineStart_(stream.offset()) {
+  load();
+}
+
+std::size_t Parser::longPlainStringLength(const char* begin, const char* end) const noexcept {
+  // The first 64 bytes 16 at a time, inline, before the kernel's call pays.
+  if (end - begin >= 64) return json::detail::measurePlainString<64>(kernels_, begin, end);
+  if (end - begin >= 16) return json::detail::measurePlainString<16>(kernels_, begin, end);
+  return kernels_.plainStringLength(begin, end);
+}
+
+void Parser::failAt(const Mark& at, const std::string& message) {
+  failAt(positionAt(at.offset), message);
+}
 
 void Parser::failAt(const Position& at, const std::string& message) {
   error_ = std::make_exception_ptr(
@@ -71,11 +86,29 @@ void Parser::failFound(const std::string& expected) {
   failAt(at, expected + ", found " + describeNext());
 }
 
+Parser::~Parser() { handBack(); }
+
+void Parser::handBack() noexcept {
+  stream_.consume(static_cast<std::size_t>(p_ - spanStart_));
+  spanStart_ = p_;
+}
+
+void Parser::load() noexcept {
+  spanOffset_ = stream_.offset();
+  const auto span = stream_.buffered();
+  spanStart_ = p_ = span.data();
+  end_ = p_ + span.size();
+}
+
 bool Parser::more() {
   ++epoch_;
+  handBack();
   try {
-    return stream_.ensureBuffer();
+    const bool got = stream_.ensureBuffer();
+    load();
+    return got;
   } catch (...) {
+    load();
     error_ = std::current_exception();
     throw;
   }
@@ -87,7 +120,7 @@ std::uint64_t Parser::startDocument() {
     throw std::logic_error("korvane::utils::json::decoder: the top-level value was already taken");
   started_ = true;
   // Columns of line 1 count from after a byte order mark.
-  if (skipByteOrderMark()) lineStart_ = stream_.offset();
+  if (skipByteOrderMark()) lineStart_ = offset();
   skipWhitespace();
   pending_ = ++nextId_;
   return pending_;
@@ -120,7 +153,14 @@ void Parser::expectEnd() {
 void Parser::skipValue(std::uint64_t id) {
   check();
   requireValue(id);
-  skipNested(0, containerFrames_, false, false);
+  // Most values skipped are no container.
+  skipWhitespace();
+  const int c = peek();
+  if (c == '{' || c == '[') {
+    skipNested(0, containerFrames_, false, false);
+  } else {
+    skipScalar(c);
+  }
   pendingDone(id);
 }
 
@@ -141,7 +181,7 @@ std::uint64_t Parser::openContainer(std::uint64_t id, FrameKind kind) {
   const bool object = kind == FrameKind::object;
   if (peek() != (object ? '{' : '[')) failType(object ? "an object" : "an array");
   checkDepth(containerFrames_ + 1);
-  stream_.consume(1);
+  consume(1);
   frames_.push_back({++nextId_, kind, false});
   ++containerFrames_;
   pending_ = 0;
@@ -156,7 +196,7 @@ std::uint64_t Parser::openString(std::uint64_t id) {
   check();
   requireValue(id);
   if (peek() != '"') failType("a string");
-  stream_.consume(1);
+  consume(1);
   frames_.push_back({++nextId_, FrameKind::string, true});
   pending_ = 0;
   return nextId_;
@@ -165,24 +205,23 @@ std::uint64_t Parser::openString(std::uint64_t id) {
 core::Uuid Parser::readUuid(std::uint64_t id) {
   check();
   requireValue(id);
-  const Position start = position();
+  const Mark start = mark();
   if (peek() != '"') failType("a string holding a UUID");
-  const auto span = stream_.buffered();
+  const auto span = buffered();
   constexpr std::size_t quoted = core::Uuid::textLength + 2;
   if (span.size() >= quoted && span[quoted - 1] == '"') {
-    // The common case: the whole string is buffered and holds no escapes.
-    const std::string_view text(span.data() + 1, core::Uuid::textLength);
-    if (plainStringLength(text.data(), text.data() + text.size()) == text.size()) {
-      const auto uuid = core::Uuid::fromString(text);
-      if (!uuid)
-        failAt(start,
-               "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
-      stream_.consume(quoted);
+    // The common case: the whole string is buffered and is a UUID's text,
+    // all hexadecimal digits and hyphens, so without an escape. Any other
+    // string is read below, where an error in its text comes first.
+    const auto uuid =
+        core::Uuid::fromString(std::string_view(span.data() + 1, core::Uuid::textLength));
+    if (uuid) {
+      consume(quoted);
       pendingDone(id);
       return *uuid;
     }
   }
-  stream_.consume(1);
+  consume(1);
   char text[core::Uuid::textLength + 1];
   std::size_t length = 0;
   scanStringBody([&](const char* bytes, std::size_t count) {
@@ -197,6 +236,29 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   return *uuid;
 }
 
+bool Parser::stringEquals(std::uint64_t id, std::string_view text) {
+  check();
+  requireValue(id);
+  if (peek() != '"') failType("a string");
+  // The common case: the whole string is buffered and holds no escapes.
+  const auto span = buffered();
+  const std::size_t plain = plainStringLength(span.data() + 1, span.data() + span.size());
+  if (plain + 1 < span.size() && span[plain + 1] == '"') {
+    const bool equal = std::string_view(span.data() + 1, plain) == text;
+    consume(plain + 2);
+    pendingDone(id);
+    return equal;
+  }
+  consume(1);
+  bool equal = true;
+  scanStringBody([&](const char* bytes, std::size_t count) {
+    equal = equal && count <= text.size() && std::memcmp(bytes, text.data(), count) == 0;
+    text.remove_prefix(equal ? count : text.size());
+  });
+  pendingDone(id);
+  return equal && text.empty();
+}
+
 Parser::Frame& Parser::reachOuterFrame(std::uint64_t frameId) {
   std::size_t index = frames_.size();
   while (index != 0 && frames_[index - 1].id > frameId) --index;
@@ -208,7 +270,7 @@ Parser::Frame& Parser::reachOuterFrame(std::uint64_t frameId) {
 void Parser::closeTopFrame() {
   const Frame frame = frames_.back();
   if (frame.kind == FrameKind::string) {
-    scanStringBody([](const char*, std::size_t) {});
+    skipStringBody();
   } else {
     if (pending_ != 0) skipPending();
     skipNested(1, containerFrames_ - 1, frame.kind == FrameKind::object, frame.started);
@@ -223,8 +285,38 @@ void Parser::popFrame() {
   valueDone();
 }
 
-bool Parser::nextMember(std::uint64_t frameId, std::string& name, bool& nameEscaped,
-                        std::uint64_t& valueId, Position& valueStart) {
+// The name of a member and the ':' after it.
+void Parser::readName(Name& name) {
+  expectNameQuote();
+  // The common case: a short name without escapes, whole in the buffer,
+  // copied in one move of fixed size (that many bytes are buffered, and
+  // the three after its closing quote).
+  const auto span = buffered();
+  if (span.size() > Name::inlineCapacity + 4) {
+    const std::size_t plain = plainStringLength(span.data() + 1, span.data() + span.size());
+    if (plain <= Name::inlineCapacity && span[plain + 1] == '"') {
+      std::memcpy(name.inline_.data(), span.data() + 1, Name::inlineCapacity);
+      name.set(name.inline_.data(), plain, false);
+      // ':' with no whitespace or one space after it, then the value: taken
+      // in one step.
+      const char* const after = span.data() + plain + 2;
+      if (after[0] == ':') {
+        const std::size_t space = after[1] == ' ' ? 1 : 0;
+        if (static_cast<unsigned char>(after[1 + space]) > ' ') {
+          consume(plain + 3 + space);
+          return;
+        }
+      }
+      consume(plain + 2);
+      expectColon();
+      return;
+    }
+  }
+  readNameSlowly(name);
+}
+
+bool Parser::nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
+                        Position& valueStart) {
   check();
   Frame& frame = reachFrame(frameId);
   if (pending_ != 0) skipPending();
@@ -232,19 +324,18 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, bool& nameEsca
     popFrame();
     return false;
   }
-  nameEscaped = readName(name);
+  readName(name);
   valueStart = position();
   valueId = pending_ = ++nextId_;
   return true;
 }
 
-// The name of a member and the ':' after it; whether it held an escape.
-bool Parser::readName(std::string& name) {
-  name.clear();
+void Parser::readNameSlowly(Name& name) {
+  name.long_.clear();
   const bool escaped =
-      scanName([&](const char* bytes, std::size_t count) { name.append(bytes, count); });
+      scanName([&](const char* bytes, std::size_t count) { name.long_.append(bytes, count); });
+  name.set(name.long_.data(), name.long_.size(), escaped);
   expectColon();
-  return escaped;
 }
 
 bool Parser::nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position& valueStart) {
@@ -263,10 +354,10 @@ bool Parser::nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position
 std::span<const char> Parser::takePlainRun(std::uint64_t frameId) {
   check();
   reachFrame(frameId);
-  if (stream_.buffered().empty() && !more()) failFound("expected '\"' to end the string");
-  const auto span = stream_.buffered();
+  if (buffered().empty() && !more()) failFound("expected '\"' to end the string");
+  const auto span = buffered();
   const std::size_t count = plainStringLength(span.data(), span.data() + span.size());
-  stream_.consume(count);
+  consume(count);
   return span.first(count);
 }
 
@@ -276,14 +367,14 @@ bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit, bool& escaped
   const int c = peek();
   if (c < 0) failFound("expected '\"' to end the string");
   if (c == '"') {
-    stream_.consume(1);
+    consume(1);
     popFrame();
     return false;
   }
   if (isPlainStringByte(static_cast<unsigned char>(c))) {
     unit.bytes[0] = static_cast<char>(c);
     unit.length = 1;
-    stream_.consume(1);
+    consume(1);
     escaped = false;
     return true;
   }
