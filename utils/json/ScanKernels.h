@@ -86,6 +86,19 @@ inline unsigned specialStringBytes16(const char* p) noexcept {
 }
 #endif
 
+// The number of plain string bytes that the 16 at `p` start with (16 when
+// all are plain), whatever the level: every level counts alike.
+[[gnu::always_inline]] inline std::size_t plainLength16(const char* p) noexcept {
+#if KORVANE_JSON_SSE2
+  const unsigned special = specialStringBytes16(p);
+  return special == 0 ? 16 : static_cast<std::size_t>(std::countr_zero(special));
+#else
+  std::size_t count = 0;
+  while (count != 16 && isPlainStringByte(static_cast<unsigned char>(p[count]))) ++count;
+  return count;
+#endif
+}
+
 // The number of plain string bytes that [begin, end) starts with, as
 // kernels.plainStringLength counts them; the first `inlineBytes` (a
 // multiple of 16) are tested here, 16 at a time, above the plain level.

@@ -47,7 +47,8 @@ class Name {
  private:
   friend class detail::Parser;
 
-  // Names of up to this many bytes are held inline.
+  // Names of fewer than this many bytes may be held inline (a multiple of
+  // 16, the width of the scan that measures them).
   static constexpr std::size_t inlineCapacity = 48;
 
   void set(const char* data, std::size_t size, bool escaped) noexcept {

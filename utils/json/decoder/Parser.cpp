@@ -285,38 +285,51 @@ void Parser::popFrame() {
   valueDone();
 }
 
-// The name of a member and the ':' after it.
-void Parser::readName(Name& name) {
-  expectNameQuote();
-  // The common case: a short name without escapes, whole in the buffer,
-  // copied in one move of fixed size (that many bytes are buffered, and
-  // the three after its closing quote).
-  const auto span = buffered();
-  if (span.size() > Name::inlineCapacity + 4) {
-    const std::size_t plain = plainStringLength(span.data() + 1, span.data() + span.size());
-    if (plain <= Name::inlineCapacity && span[plain + 1] == '"') {
-      std::memcpy(name.inline_.data(), span.data() + 1, Name::inlineCapacity);
-      name.set(name.inline_.data(), plain, false);
-      // ':' with no whitespace or one space after it, then the value: taken
-      // in one step.
-      const char* const after = span.data() + plain + 2;
-      if (after[0] == ':') {
-        const std::size_t space = after[1] == ' ' ? 1 : 0;
-        if (static_cast<unsigned char>(after[1 + space]) > ' ') {
-          consume(plain + 3 + space);
-          return;
-        }
-      }
-      consume(plain + 2);
-      expectColon();
-      return;
-    }
+// The usual member, taken without a call: the separator ", " (none before
+// the first member), a name of plain characters short enough to be held
+// inline, and ':' or ": " before the value, all buffered. Anything else is
+// left to the general path, and nothing is consumed.
+bool Parser::takeShortMember(bool& started, Name& name) noexcept {
+  const char* p = p_;
+  // The separator, the quotes, the name's copy and the ": " are buffered.
+  if (end_ - p < static_cast<std::ptrdiff_t>(Name::inlineCapacity) + 8) return false;
+  if (started) {
+    if (p[0] != ',' || p[1] != ' ') return false;
+    p += 2;
   }
-  readNameSlowly(name);
+  if (p[0] != '"') return false;
+  std::size_t length = 0;
+  for (;;) {
+    const std::size_t run = json::detail::plainLength16(p + 1 + length);
+    length += run;
+    if (run != 16) break;
+    if (length == Name::inlineCapacity) return false;
+  }
+  if (p[1 + length] != '"') return false;
+  const char* const colon = p + length + 2;
+  if (colon[0] != ':') return false;
+  const std::size_t space = colon[1] == ' ' ? 1 : 0;
+  if (static_cast<unsigned char>(colon[1 + space]) <= ' ') return false;
+  std::memcpy(name.inline_.data(), p + 1, Name::inlineCapacity);
+  name.set(name.inline_.data(), length, false);
+  p_ = colon + 1 + space;
+  started = true;
+  return true;
 }
 
 bool Parser::nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
                         Position& valueStart) {
+  if (!error_ && pending_ == 0 && !frames_.empty() && frames_.back().id == frameId &&
+      takeShortMember(frames_.back().started, name)) {
+    valueStart = position();
+    valueId = pending_ = ++nextId_;
+    return true;
+  }
+  return nextMemberSlowly(frameId, name, valueId, valueStart);
+}
+
+bool Parser::nextMemberSlowly(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
+                              Position& valueStart) {
   check();
   Frame& frame = reachFrame(frameId);
   if (pending_ != 0) skipPending();
@@ -330,7 +343,8 @@ bool Parser::nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueI
   return true;
 }
 
-void Parser::readNameSlowly(Name& name) {
+// The name of a member and the ':' after it.
+void Parser::readName(Name& name) {
   name.long_.clear();
   const bool escaped =
       scanName([&](const char* bytes, std::size_t count) { name.long_.append(bytes, count); });

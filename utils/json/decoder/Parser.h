@@ -190,8 +190,10 @@ class Parser : private Grammar<Parser> {
   void valueDone();
   void pendingDone(std::uint64_t id);
   void skipPending();
-  [[gnu::always_inline]] inline void readName(Name& name);
-  [[gnu::noinline]] void readNameSlowly(Name& name);
+  [[gnu::always_inline]] inline bool takeShortMember(bool& started, Name& name) noexcept;
+  [[gnu::noinline]] bool nextMemberSlowly(std::uint64_t frameId, Name& name,
+                                          std::uint64_t& valueId, Position& valueStart);
+  void readName(Name& name);
   void expectEnd();
 
   // Bytes consumed since the stream was opened.
