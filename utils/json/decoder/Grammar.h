@@ -202,7 +202,7 @@ class Grammar {
 
   // As scanStringBody(), keeping nothing: what a string skipped holds is
   // checked, and decoded only where checking needs it.
-  void skipStringBody() {
+  [[gnu::always_inline]] void skipStringBody() {
     for (;;) {
       const auto span = in().buffered();
       const char* const begin = span.data();
