@@ -28,7 +28,7 @@ class UserTally {
   std::string_view soughtName() const noexcept { return soughtName_; }
 
   // One UUID member of a user object, matched or not.
-  void countUuid(const utils::core::Uuid& uuid) { uuidCounts_.add(uuid); }
+  void countUuid(utils::core::Uuid uuid) { uuidCounts_.add(uuid); }
 
   // A user object whose name is the one sought, with its one UUID (already
   // counted).
