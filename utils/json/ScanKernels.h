@@ -1,6 +1,6 @@
 // ScanKernels: the JSON code's inner loops over buffered bytes, which
 // measure runs of one kind of byte: plain string characters, whitespace,
-// digits. The decoder and the Skimmer read with them, the encoder finds
+// digits. The decoder reads with them, the encoder finds
 // the bytes it must escape with them.
 // Each comes in three variants with the same results: plain (a byte at a
 // time), SSE2 (16 bytes at a time; every x86-64 processor has it) and AVX2
@@ -19,7 +19,7 @@
 //
 // Thread safety: the kernels are pure functions. setScanLevel() is for
 // tests and must not race with any use of the kernels (a decoder Document
-// or Skimmer being made, an encoder writing).
+// being made, an encoder writing).
 #pragma once
 
 #include <bit>

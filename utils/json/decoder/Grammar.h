@@ -1,14 +1,13 @@
-// Grammar: JSON's grammar (RFC 8259, strictly), written once for both
-// readers of a JSON text: the exact decoder (Parser), which locates every
-// error and throws it, and the fast first pass (Skimmer), which keeps no
-// line or column and gives up on anything it does not accept. Whitespace,
-// the byte order mark, strings with their escapes and strict UTF-8,
-// numbers, literals, the steps between members and elements, nesting and
-// the limits on it are all here; the two readers differ only in the policy
-// they supply.
+// Grammar: JSON's grammar (RFC 8259, strictly), the token level of the
+// decoder's Parser (Parser.h), kept apart from the Parser's bookkeeping of
+// views, frames and ids. Whitespace, the byte order mark, strings with
+// their escapes and strict UTF-8, numbers, literals, the steps between
+// members and elements, nesting and the limits on it are all here, with
+// the values skipped unread.
 //
-// Grammar<Cursor> is the base (CRTP) of the reader `Cursor`, which
-// supplies, as members Grammar<Cursor> can reach (it is a friend):
+// Grammar<Cursor> is the base (CRTP) of the Parser, which supplies the
+// cursor over its input and the error hooks inline, as members
+// Grammar<Cursor> can reach (it is a friend):
 //   int peek();                        the next byte, -1 at the end of the
 //                                      input (refills an empty buffer)
 //   std::span<const char> buffered();  the bytes buffered at the cursor
@@ -26,11 +25,8 @@
 //   void markToken();                  a token (whitespace, a value, a
 //                                      name) starts at the cursor
 //   static constexpr std::size_t maxNesting;    containers open at most
-// The error hooks must not return: the exact policy throws a located error,
-// the fast one gives up. Messages are built only on the way to an error.
-//
-// Every function is inline and instantiated for each policy, so the fast
-// pass pays for no location it does not keep.
+// The error hooks must not return: they throw the error located at its
+// line and column. Messages are built only on the way to an error.
 //
 // Thread safety: as the Cursor's (one reader, one thread).
 #pragma once

@@ -1,9 +1,11 @@
-// Parser: the scanner behind the decoder's views. It reads the stream's
-// buffer in place, keeps the position (line, column, offset), the stack of
-// views that are open, and the first error met.
+// Parser: the scanner behind the decoder's views, the one pass over a JSON
+// text. It reads the stream's buffer in place, counts lines and columns as
+// the bytes go by (line feeds only stand in whitespace, so only whitespace
+// runs count them), keeps the stack of views that are open, and the first
+// error met.
 //
-// The grammar it enforces is Grammar's (Grammar.h, shared with the Skimmer),
-// with the policy that locates each error and throws it: escapes including
+// The grammar it enforces is Grammar's (Grammar.h), each error located at
+// its line and column and thrown: escapes including
 // surrogate pairs are decoded to UTF-8; raw control characters, invalid
 // UTF-8, unpaired surrogates and NUL bytes are errors; numbers are checked
 // against the grammar but never converted; only whitespace may follow the
@@ -12,7 +14,10 @@
 //
 // Runs of plain string characters, whitespace and digits are measured by
 // the scan kernels (see ScanKernels.h) of the level current when the Parser
-// is made; everything else, errors included, by the same plain code.
+// is made; everything else, errors included, by the same plain code. The
+// usual member (", ", a short plain name, ": ") and the usual string (plain,
+// whole in the buffer) are taken in one step each; anything else by the
+// general path, byte by byte where it must.
 //
 // Limits that keep hostile input harmless: nesting deeper than maxDepth
 // levels and member names longer than maxNameLength bytes are errors.
