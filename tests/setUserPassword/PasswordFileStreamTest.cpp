@@ -37,22 +37,19 @@ std::vector<Sample> samples() {
   const std::string schema = "\"$schema\": \"https://docs.korvane.com/x.json\"";
   const std::string other = "\"aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee\": \"$6$salt$other\"";
   return {
-      {"plain",
-       "{\n  " + schema + ",\n  " + other + ",\n  \"" + std::string(changedName) +
-           "\": \"$6$salt$old\"\n}\n"},
+      {"plain", "{\n  " + schema + ",\n  " + other + ",\n  \"" + std::string(changedName) +
+                    "\": \"$6$salt$old\"\n}\n"},
       {"escapes",
        "{" + schema +
            ", \"na\\u006De \\\"q\\\"\": \"tab\\t nl\\n \\u00e9 \\ud83d\\ude00 \\/ \\\\\", "
            "\"\\u0031" +
            std::string(changedName.substr(1)) + "\": \"escaped name\", " + other + "}"},
-      {"long value",
-       "{ " + schema + " , \"long\" : \"" + std::string(700, 'L') + "\" ,\"" +
-           std::string(changedName) + "\":\"old\"}"},
-      {"duplicates",
-       "{\"" + std::string(changedName) + "\": \"first\", " + other + ", \"" +
-           std::string(changedName) +
-           "\": \"second\", \"x\": \"y\", \"11111111-2222-4333-8444-"
-           "555555555555\": \"third\"}\r\n"},
+      {"long value", "{ " + schema + " , \"long\" : \"" + std::string(700, 'L') + "\" ,\"" +
+                         std::string(changedName) + "\":\"old\"}"},
+      {"duplicates", "{\"" + std::string(changedName) + "\": \"first\", " + other + ", \"" +
+                         std::string(changedName) +
+                         "\": \"second\", \"x\": \"y\", \"11111111-2222-4333-8444-"
+                         "555555555555\": \"third\"}\r\n"},
       {"unknown members",
        "\t{\"\": \"\", \"note\": \"caf\xC3\xA9 \xF0\x9F\x98\x80\", \"users\": \"none\", "
        "\"11111111-2222-4333-8444-55555555555\": \"one digit short\", \"" +

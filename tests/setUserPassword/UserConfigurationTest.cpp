@@ -198,9 +198,9 @@ TEST_F(UserConfigurationTest, WrongKindsAreDecoderErrors) {
 }
 
 TEST_F(UserConfigurationTest, EscapedNamesAndUuidsAreComparedDecoded) {
-  const auto path = file(std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": "\u0031)") +
-                         (uuidA + 1) + R"("}, {"\u0075serName": "b\/ob", "UUID": ")" + uuidB +
-                         R"("}]})");
+  const auto path =
+      file(std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": "\u0031)") + (uuidA + 1) +
+           R"("}, {"\u0075serName": "b\/ob", "UUID": ")" + uuidB + R"("}]})");
   EXPECT_EQ(findUser(path, "alice"), *Uuid::fromString(uuidA));
   EXPECT_EQ(findUser(path, "b/ob"), *Uuid::fromString(uuidB));
   EXPECT_THROW((void)findUser(path, "al\\u0069ce"), std::runtime_error);

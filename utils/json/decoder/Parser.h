@@ -99,8 +99,7 @@ class Parser : private Grammar<Parser> {
 
   // The walks. Each returns false when the view's closing character has
   // been consumed; otherwise a new value is pending (its id in *valueId).
-  bool nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
-                  Position& valueStart);
+  bool nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueId, Position& valueStart);
   bool nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position& valueStart);
   // Next character of an open string, and whether it was written as an
   // escape sequence; false after the closing quote.
@@ -196,8 +195,8 @@ class Parser : private Grammar<Parser> {
   void pendingDone(std::uint64_t id);
   void skipPending();
   [[gnu::always_inline]] inline bool takeShortMember(bool& started, Name& name) noexcept;
-  [[gnu::noinline]] bool nextMemberSlowly(std::uint64_t frameId, Name& name,
-                                          std::uint64_t& valueId, Position& valueStart);
+  [[gnu::noinline]] bool nextMemberSlowly(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
+                                          Position& valueStart);
   void readName(Name& name);
   void expectEnd();
 

@@ -49,7 +49,6 @@ String Value::asString() {
   return String(parser, parser.openString(id_));
 }
 
-
 Location Value::location() const {
   if (parser_ == nullptr) return {};
   return parser_->locate(start_);
