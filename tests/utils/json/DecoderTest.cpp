@@ -162,6 +162,18 @@ TEST(DecoderTest, ColumnsCountCharactersNotBytes) {
             "\"t.json\", line 3, column 11: expected ',' or '}' after an object member, found '?'");
 }
 
+// What the typed walk of `json` reads through a buffer of `bufferSize`
+// bytes, or "error: " and the decoder error's text.
+std::string typedWalk(const std::string& json, std::size_t bufferSize = 64 * 1024) {
+  MemoryInputStream stream(json, bufferSize);
+  Document document(stream, "t.json");
+  try {
+    return test::walkTyped(document);
+  } catch (const Exception& error) {
+    return std::string("error: ") + error.what();
+  }
+}
+
 TEST(DecoderTest, SameResultsForEveryBufferSize) {
   const std::vector<std::string> texts = {
       "{\"a\": [1, -2.5E+10, \"\\u00e9\\ud834\\udd1e\\n\\\"\", {\"b\": null}], "
@@ -176,26 +188,10 @@ TEST(DecoderTest, SameResultsForEveryBufferSize) {
       "[\"unterminated",
   };
   for (const std::string& text : texts) {
-    const std::string expectedTyped = [&] {
-      MemoryInputStream stream(text);
-      Document document(stream, "t.json");
-      try {
-        return test::walkTyped(document);
-      } catch (const Exception& error) {
-        return std::string("error: ") + error.what();
-      }
-    }();
+    const std::string expectedTyped = typedWalk(text);
     const std::string expectedSkip = skipError(text);
     for (std::size_t size = 1; size <= 7; ++size) {
-      MemoryInputStream stream(text, size);
-      Document document(stream, "t.json");
-      std::string got;
-      try {
-        got = test::walkTyped(document);
-      } catch (const Exception& error) {
-        got = std::string("error: ") + error.what();
-      }
-      EXPECT_EQ(got, expectedTyped) << "buffer " << size << " text " << text;
+      EXPECT_EQ(typedWalk(text, size), expectedTyped) << "buffer " << size << " text " << text;
       EXPECT_EQ(skipError(text, size), expectedSkip) << "buffer " << size;
     }
   }
@@ -429,25 +425,9 @@ TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
     }
   }
   for (const std::string& variant : variants) {
-    const std::string expected = [&] {
-      MemoryInputStream stream(variant);
-      Document document(stream, "t.json");
-      try {
-        return test::walkTyped(document);
-      } catch (const Exception& error) {
-        return std::string("error: ") + error.what();
-      }
-    }();
+    const std::string expected = typedWalk(variant);
     for (std::size_t size = 1; size <= 5; ++size) {
-      MemoryInputStream stream(variant, size);
-      Document document(stream, "t.json");
-      std::string got;
-      try {
-        got = test::walkTyped(document);
-      } catch (const Exception& error) {
-        got = std::string("error: ") + error.what();
-      }
-      ASSERT_EQ(got, expected) << "buffer " << size << " text " << variant;
+      ASSERT_EQ(typedWalk(variant, size), expected) << "buffer " << size << " text " << variant;
     }
   }
 }

@@ -174,12 +174,30 @@ class Grammar {
   template <typename Sink>
   [[gnu::always_inline]] bool scanStringBody(Sink&& sink) {
     bool escaped = false;
+    walkStringBody(sink, [&] {
+      Utf8Unit unit;
+      escaped = decodeSpecial(unit) || escaped;
+      sink(unit.bytes.data(), unit.length);
+    });
+    return escaped;
+  }
+
+  // As scanStringBody(), keeping nothing: what a string skipped holds is
+  // checked, and decoded only where checking needs it.
+  [[gnu::always_inline]] void skipStringBody() {
+    walkStringBody([](const char*, std::size_t) {}, [&] { skipSpecial(); });
+  }
+
+  // The walk of both: `onPlain(bytes, count)` for each run of plain
+  // characters, `onSpecial()` at each other byte before the closing quote.
+  template <typename OnPlain, typename OnSpecial>
+  [[gnu::always_inline]] void walkStringBody(OnPlain&& onPlain, OnSpecial&& onSpecial) {
     for (;;) {
       const auto span = in().buffered();
       const char* const begin = span.data();
       const std::size_t count = in().plainStringLength(begin, begin + span.size());
       if (count != 0) {
-        sink(begin, count);
+        onPlain(begin, count);
         in().consume(count);
       }
       if (count == span.size()) {
@@ -188,31 +206,9 @@ class Grammar {
       }
       if (begin[count] == '"') {
         in().consume(1);
-        return escaped;
-      }
-      Utf8Unit unit;
-      escaped = decodeSpecial(unit) || escaped;
-      sink(unit.bytes.data(), unit.length);
-    }
-  }
-
-  // As scanStringBody(), keeping nothing: what a string skipped holds is
-  // checked, and decoded only where checking needs it.
-  [[gnu::always_inline]] void skipStringBody() {
-    for (;;) {
-      const auto span = in().buffered();
-      const char* const begin = span.data();
-      const std::size_t count = in().plainStringLength(begin, begin + span.size());
-      in().consume(count);
-      if (count == span.size()) {
-        if (!in().more()) in().failFound("expected '\"' to end the string");
-        continue;
-      }
-      if (begin[count] == '"') {
-        in().consume(1);
         return;
       }
-      skipSpecial();
+      onSpecial();
     }
   }
 
