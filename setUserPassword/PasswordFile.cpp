@@ -1,17 +1,18 @@
 #include "setUserPassword/PasswordFile.h"
 
+#include <exception>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
 
 #include "setUserPassword/ConfigurationSearch.h"
-#include "setUserPassword/ExactReader.h"
-#include "setUserPassword/SkimReader.h"
-#include "setUserPassword/TwoPassRead.h"
 #include "utils/core/Format.h"
 #include "utils/io/File.h"
+#include "utils/io/FileInputStream.h"
 #include "utils/io/Replacement.h"
+#include "utils/json/decoder/Document.h"
 #include "utils/json/decoder/Exception.h"
 #include "utils/json/encoder/Document.h"
 
@@ -51,52 +52,85 @@ class EntryName {
   std::string text_;  // lower case
 };
 
-// The file's rules, for both passes: one object whose members all have
-// string values. Only checked, without `out`; with it, each member is
-// written as it is read, `change` applied on the way.
-template <typename Reader>
-void passMembers(Reader& reader, const PasswordChange* change, utils::io::OutputStream<char>* out) {
-  using Value = typename Reader::Value;
-  if (change == nullptr || out == nullptr) {
-    reader.readDocument([&](std::string_view, Value& value) { reader.skipString(value); });
-    return;
-  }
-  constexpr auto escape =
-      Reader::yieldsRawText ? encoder::Object::Escape::none : encoder::Object::Escape::needed;
-  const EntryName entryName(change->uuid);
-  encoder::Document document(std::ref(*out), encoder::Format::indented);
-  encoder::Object object = document.asObject();
-  bool found = false;
-  // The name is written before the value is read, which may move what it
-  // points into (the fast pass's window).
-  reader.readDocument([&](std::string_view name, Value& value) {
-    if (entryName.matches(name)) {
-      if (change->hash && !found) object.add(name, *change->hash);
-      found = true;
-      reader.skipString(value);
+// Writes the new file's members as the old file's are read, with the one
+// change applied. A failure to write ends the writing and is kept, to be
+// thrown once the text has been read to its end. The closing brace is
+// written when the object goes away; a failure then is kept by the stream
+// for its flush().
+class ChangedCopy {
+ public:
+  // The opening brace goes into the stream's empty buffer: it cannot fail.
+  ChangedCopy(const PasswordChange& change, utils::io::OutputStream<char>& out)
+      : change_(change),
+        entryName_(change.uuid),
+        document_(std::ref(out), encoder::Format::indented),
+        object_(document_.asObject()) {}
+
+  // One member of the old file, which must have a string value.
+  void add(decoder::Member& member) {
+    decoder::String value = member.value().asString();
+    const std::string_view name = member.name().view();
+    if (entryName_.matches(name)) {
+      if (change_.hash && !found_) write([&] { object_.add(name, *change_.hash); });
+      found_ = true;
+      value.forEachPiece([](std::string_view, bool) {});
       return;
     }
-    object.beginMember(name, escape);
-    reader.readStringPieces(value,
-                            [&](std::string_view piece) { object.appendToValue(piece, escape); });
-    object.endMember();
-  });
-  if (change->hash && !found) object.add(change->uuid.toString().view(), *change->hash);
-}
+    write([&] { object_.beginMember(name, escapeFor(member.name().escaped())); });
+    value.forEachPiece([&](std::string_view piece, bool escaped) {
+      write([&] { object_.appendToValue(piece, escapeFor(escaped)); });
+    });
+    write([&] { object_.endMember(); });
+  }
 
-// Copies `input` to `temporary` with `change` applied: the fast pass first,
-// and where it gives up, the exact pass into a new temporary file.
-SearchPass copyChanged(File input, const PasswordChange& change, utils::io::Replacement& temporary,
-                       const std::filesystem::path& path) {
-  return readSkimmingFirst(
-      std::move(input),
-      [&](const decoder::Skimmer::Reader& reader) {
-        return PasswordFile::skim(reader, &change, &temporary);
-      },
-      [&](utils::io::InputStream<char>& stream) {
-        temporary.restart();
-        PasswordFile::readExactly(stream, path, &change, &temporary);
-      });
+  // After the last member: the entry appended when the file had none.
+  // Throws the failure to write, if any.
+  void finish() {
+    if (change_.hash && !found_) {
+      write([&] { object_.add(change_.uuid.toString().view(), *change_.hash); });
+    }
+    rethrowFailure();
+  }
+
+  void rethrowFailure() const {
+    if (failure_) std::rethrow_exception(failure_);
+  }
+
+ private:
+  // A name or piece read without an escape sequence holds nothing that
+  // needs one: it is copied without a look.
+  static encoder::Object::Escape escapeFor(bool escaped) noexcept {
+    return escaped ? encoder::Object::Escape::needed : encoder::Object::Escape::none;
+  }
+
+  template <typename Write>
+  void write(Write&& step) {
+    if (failure_) return;
+    try {
+      step();
+    } catch (...) {
+      failure_ = std::current_exception();
+    }
+  }
+
+  const PasswordChange& change_;
+  const EntryName entryName_;
+  encoder::Document document_;
+  encoder::Object object_;
+  std::exception_ptr failure_;
+  bool found_ = false;
+};
+
+// What is left of the text after creating the temporary file failed: an
+// error in it is the one reported; any other failure to read it leaves the
+// first failure reported.
+void throwErrorInText(utils::io::InputStream<char>& stream, const std::filesystem::path& path) {
+  try {
+    PasswordFile::copy(stream, path);
+  } catch (const decoder::Exception&) {
+    throw;
+  } catch (...) {
+  }
 }
 
 }  // namespace
@@ -113,62 +147,63 @@ const ReplacementTarget& PasswordFile::target() const {
   return *target_;
 }
 
-SearchPass PasswordFile::check() const {
+void PasswordFile::check() const {
   std::optional<File> file = target().open(nullptr);
-  if (!file) return SearchPass::skim;
-  return readSkimmingFirst(
-      std::move(*file), [](const decoder::Skimmer::Reader& reader) { return skim(reader); },
-      [&](utils::io::InputStream<char>& stream) { readExactly(stream, path_); });
+  if (!file) return;
+  utils::io::FileInputStream<char> stream(std::move(*file));
+  copy(stream, path_);
 }
 
-SearchPass PasswordFile::rewrite(const PasswordChange& change) const {
+void PasswordFile::rewrite(const PasswordChange& change) const {
   const ReplacementTarget& file = target();
   ReplacedFile identity;
   std::optional<File> input = file.open(&identity);
-  std::optional<ReplacedFile> replaced;
-  if (input) replaced = std::move(identity);
-  const bool reading = input.has_value();
+  if (!input) {
+    utils::io::Replacement temporary(file, std::nullopt);
+    writeNewFile(change, temporary);
+    temporary.commit();
+    return;
+  }
+  utils::io::FileInputStream<char> stream(std::move(*input));
   std::optional<utils::io::Replacement> temporary;
-  SearchPass pass = SearchPass::skim;
   try {
-    temporary.emplace(file, std::move(replaced));
-    if (input) {
-      pass = copyChanged(std::move(*input), change, *temporary, path_);
-    } else {
-      writeNewFile(change, *temporary);
-    }
+    temporary.emplace(file, std::move(identity));
   } catch (...) {
-    // A failure to create or write the temporary file: what is left of the
-    // text is checked first, and an error there is the one reported, with
-    // nothing written, as when the file is read whole before writing.
-    // A failure to read it meanwhile leaves the first failure reported.
-    if (reading && (!temporary || temporary->writingFailed())) {
-      try {
-        check();
-      } catch (const decoder::Exception&) {
-        if (temporary) temporary->discard();
-        throw;
-      } catch (...) {
-      }
-    }
+    throwErrorInText(stream, path_);
+    throw;
+  }
+  try {
+    copy(stream, path_, &change, &*temporary);
+  } catch (const decoder::Exception&) {
+    // Nothing of a file with an error in it is kept, whatever was written.
+    temporary->discard();
     throw;
   }
   temporary->commit();
-  return pass;
 }
 
-bool PasswordFile::skim(const decoder::Skimmer::Reader& reader, const PasswordChange* change,
-                        utils::io::OutputStream<char>* out, std::size_t window) {
-  decoder::Skimmer skimmer(reader, window);
-  SkimReader skimReader(skimmer);
-  return skimmer.attempt([&] { passMembers(skimReader, change, out); });
-}
-
-void PasswordFile::readExactly(utils::io::InputStream<char>& stream,
-                               const std::filesystem::path& path, const PasswordChange* change,
-                               utils::io::OutputStream<char>* out) {
-  ExactReader reader(stream, path);
-  passMembers(reader, change, out);
+void PasswordFile::copy(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
+                        const PasswordChange* change, utils::io::OutputStream<char>* out) {
+  decoder::Document document(stream, path);
+  if (change == nullptr || out == nullptr) {
+    for (decoder::Member& member : document.readAsObject()) {
+      member.value().asString().forEachPiece([](std::string_view, bool) {});
+    }
+    document.finish();
+    return;
+  }
+  ChangedCopy copy(*change, *out);
+  try {
+    for (decoder::Member& member : document.readAsObject()) copy.add(member);
+    document.finish();
+  } catch (const decoder::Exception&) {
+    throw;
+  } catch (...) {
+    // A failure to read after one to write: the first is reported.
+    copy.rethrowFailure();
+    throw;
+  }
+  copy.finish();
 }
 
 void PasswordFile::writeNewFile(const PasswordChange& change, utils::io::OutputStream<char>& out) {

@@ -12,10 +12,10 @@
 // touched. The file on disk is never edited: rewrite() replaces it with a
 // complete new version.
 //
-// Each pass runs the file's rules once over the fast skim of the raw bytes
-// (utils/json/decoder/Skimmer.h) and, where it gives up (an error to be
-// located, an escape to be decoded, a string longer than its window),
-// again from the start over the exact decoder, which locates every error.
+// Each read is one pass of the streaming decoder
+// (utils/json/decoder/Document.h), which locates every error. Names and
+// values read without an escape sequence are copied as they stand; only
+// decoded escapes are escaped again on the way out.
 //
 // Thread safety: one object, one thread.
 #pragma once
@@ -26,12 +26,10 @@
 #include <optional>
 #include <string_view>
 
-#include "setUserPassword/SearchPass.h"
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
 #include "utils/io/OutputStream.h"
 #include "utils/io/ReplacementTarget.h"
-#include "utils/json/decoder/Skimmer.h"
 
 namespace korvane::setUserPassword {
 
@@ -57,12 +55,11 @@ class PasswordFile {
   // followed says to name the real file with -Passwords.
   const utils::io::ReplacementTarget& target() const;
 
-  // Reads the whole file and checks it, keeping nothing; returns the pass
-  // that settled it. A missing file is a new one and passes; anything but
-  // a regular file at the name is an error, and nothing is read from it;
-  // every other failure throws, an error in the text with its line and
-  // column.
-  SearchPass check() const;
+  // Reads the whole file and checks it, keeping nothing. A missing file is
+  // a new one and passes; anything but a regular file at the name is an
+  // error, and nothing is read from it; every other failure throws, an
+  // error in the text with its line and column.
+  void check() const;
 
   // Applies `change` to the file now at the name: reads it (a missing file
   // reads as one that holds only "$schema"), writes the result to
@@ -70,30 +67,27 @@ class PasswordFile {
   // name makes it fail) with the attributes of the file read, and moves
   // that over the password file (see ReplacementTarget::replace) provided
   // that the name still refers to the file read (or still to nothing).
-  // Reading and writing go together, yet errors come in the order of a
-  // file read whole first: an error in the text (thrown as check() throws
-  // it) before a failure to create or write the temporary file. An error
-  // in the text removes the temporary file. A failure to write it or to
-  // move it leaves it behind and the password file untouched, unless the
-  // in-place copy of the replace failed, which says so. Returns the pass
-  // that settled the read.
+  // The file is read once and the temporary file written once, together;
+  // yet errors come in the order of a file read whole first: an error in
+  // the text (thrown as check() throws it) before a failure to create or
+  // write the temporary file. Such a failure stops the writing, not the
+  // reading: the rest of the text is still checked. An error in the text
+  // removes the temporary file. A failure to write it or to move it leaves
+  // it behind and the password file untouched, unless the in-place copy of
+  // the replace failed, which says so.
   // REQUIRES: the caller holds the folder's ReplacementLock.
-  SearchPass rewrite(const PasswordChange& change) const;
+  void rewrite(const PasswordChange& change) const;
 
-  // The two passes behind check() and rewrite(), over any text; with
-  // `change` and `out`, the new file is written to `out` (for a rewrite),
-  // without them the text is only checked.
-  // skim: true when it read the whole text; false where it gave up, with
-  // whatever it wrote to `out` to be thrown away. The reader's and the
-  // output's exceptions pass through.
-  static bool skim(const utils::json::decoder::Skimmer::Reader& reader,
+  // The pass behind check() and rewrite(), over any text, named `path` in
+  // errors with their line and column. With `change` and `out`, the new
+  // file is written to `out` as the text is read; without them the text is
+  // only checked. A failure to write to `out` is kept by `out` (see
+  // OutputStream::flush) and ends the writing: the text is still read to
+  // its end, and an error in it is thrown first. The input's exceptions
+  // pass through.
+  static void copy(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
                    const PasswordChange* change = nullptr,
-                   utils::io::OutputStream<char>* out = nullptr,
-                   std::size_t window = utils::json::decoder::Skimmer::defaultWindow);
-  // exact: errors name the text `path` and their line and column.
-  static void readExactly(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
-                          const PasswordChange* change = nullptr,
-                          utils::io::OutputStream<char>* out = nullptr);
+                   utils::io::OutputStream<char>* out = nullptr);
   // What rewrite() writes for a missing file.
   static void writeNewFile(const PasswordChange& change, utils::io::OutputStream<char>& out);
 

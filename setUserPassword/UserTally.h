@@ -1,8 +1,7 @@
 // UserTally: what a pass over the user configuration file found out about
 // the user sought, and the one place that turns it into the search's
-// outcome. Both passes of the search (the fast skim and the exact decoder
-// walk, see UserConfiguration.h) feed one, so that they end with the same
-// checks in the same order.
+// outcome. The search (see UserConfiguration.h) feeds one as it reads the
+// file.
 //
 // Every UUID of every user object is counted (countUuid), each user whose
 // name matches is recorded with its UUID (recordMatch); result() then
@@ -29,7 +28,7 @@ class UserTally {
   std::string_view soughtName() const noexcept { return soughtName_; }
 
   // One UUID member of a user object, matched or not.
-  void countUuid(const utils::core::Uuid& uuid) { uuidCounts_.add(uuid); }
+  void countUuid(utils::core::Uuid uuid) { uuidCounts_.add(uuid); }
 
   // A user object whose name is the one sought, with its one UUID (already
   // counted).

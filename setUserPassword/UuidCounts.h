@@ -28,7 +28,7 @@ class UuidCounts {
   UuidCounts() = default;
 
   // Counts one occurrence of `uuid`.
-  void add(const utils::core::Uuid& uuid) {
+  void add(utils::core::Uuid uuid) {
     if (chosen_) {
       if (uuid == uuid_) ++count_;
       return;

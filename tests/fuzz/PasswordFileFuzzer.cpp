@@ -2,14 +2,11 @@
 // by every way the tool has, each compared with the reference (the text
 // decoded whole by the exact decoder, changed in memory and encoded again,
 // tests/support/PasswordFileReference.h):
-//   - the exact pass (readExactly) writes the reference's bytes, or both
-//     refuse the text with the same message;
-//   - the skim, over the whole input and over pieces of a few bytes in a
-//     small window (both chosen from the input's length), gives up or
-//     writes the reference's bytes; a small window may give up where the
-//     usual one completes, never the other way round; a skim that writes
-//     the file completes when it only checks;
-//   - the check-only passes agree the same way;
+//   - the streamed copy (PasswordFile::copy), through the usual buffer and
+//     through one of a few bytes (chosen from the input's length), writes
+//     the reference's bytes, or both refuse the text with the same
+//     message;
+//   - the check-only copy agrees the same way;
 //   - rewrite() through a real file writes the reference's bytes, or throws
 //     where the reference refuses and leaves the file as it was, and in
 //     both cases leaves no other file beside it.
@@ -33,19 +30,16 @@
 
 #include "setUserPassword/PasswordFile.h"
 #include "tests/support/PasswordFileReference.h"
-#include "tests/utils/json/MemoryStreams.h"
 #include "utils/core/Uuid.h"
 
 namespace {
 
 using korvane::setUserPassword::PasswordChange;
 using korvane::setUserPassword::PasswordFile;
-using korvane::testing::exactPass;
+using korvane::testing::copyPass;
 using korvane::testing::PassOutcome;
 using korvane::testing::referencePass;
-using korvane::testing::skimPass;
 using korvane::utils::core::Uuid;
-using korvane::utils::json::test::PieceReader;
 
 void check(bool condition) {
   if (!condition) __builtin_trap();
@@ -93,37 +87,16 @@ Uuid chooseUuid(const std::string& content, std::size_t size) {
   return *Uuid::fromString("3f2504e0-4f89-41d3-9a0c-0305e82c3301");
 }
 
-// The skim's outcome against the reference's: it gives up, or it accepted
-// what the reference accepts and wrote the same.
-void checkSkim(const std::optional<std::string>& skimmed, const PassOutcome& reference) {
-  if (skimmed) check(reference.accepted && *skimmed == reference.text);
-}
-
 void comparePasses(const std::string& content, const PasswordChange& change) {
   const PassOutcome reference = referencePass(content, &change);
   const PassOutcome referenceCheck = referencePass(content);
   check(reference.accepted == referenceCheck.accepted);
 
-  check(exactPass(content, &change) == reference);
-  check(exactPass(content) == referenceCheck);
-
-  const std::size_t piece = 1 + content.size() % 7;
-  const std::size_t window = 16 + content.size() % 61;
-  const std::optional<std::string> whole = skimPass(PieceReader(content), &change);
-  const std::optional<std::string> pieces =
-      skimPass(PieceReader(content, piece, piece), &change, window);
-  checkSkim(whole, reference);
-  checkSkim(pieces, reference);
-  if (pieces) check(whole.has_value());
-
-  const std::optional<std::string> wholeCheck = skimPass(PieceReader(content));
-  const std::optional<std::string> piecesCheck =
-      skimPass(PieceReader(content, piece, piece), nullptr, window);
-  checkSkim(wholeCheck, referenceCheck);
-  checkSkim(piecesCheck, referenceCheck);
-  if (piecesCheck) check(wholeCheck.has_value());
-  if (whole) check(wholeCheck.has_value());
-  if (pieces) check(piecesCheck.has_value());
+  const std::size_t buffer = 1 + content.size() % 7;
+  check(copyPass(content, &change) == reference);
+  check(copyPass(content, &change, buffer) == reference);
+  check(copyPass(content) == referenceCheck);
+  check(copyPass(content, nullptr, buffer) == referenceCheck);
 }
 
 void compareRewrite(const std::string& content, const PasswordChange& change) {

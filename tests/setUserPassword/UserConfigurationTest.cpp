@@ -197,26 +197,13 @@ TEST_F(UserConfigurationTest, WrongKindsAreDecoderErrors) {
   }
 }
 
-TEST_F(UserConfigurationTest, OrdinaryFilesAreSettledByTheFastPass) {
-  SearchPass pass = SearchPass::exact;
+TEST_F(UserConfigurationTest, EscapedNamesAndUuidsAreComparedDecoded) {
   const auto path =
-      file(std::string(R"({"users": [{"userName": "alice", "UUID": ")") + uuidA + R"("}]})");
-  EXPECT_EQ(findUser(path, "alice", &pass), *Uuid::fromString(uuidA));
-  EXPECT_EQ(pass, SearchPass::skim);
-  // Its outcomes that are errors too.
-  pass = SearchPass::exact;
-  EXPECT_THROW((void)findUser(path, "bob", &pass), std::runtime_error);
-  EXPECT_EQ(pass, SearchPass::skim);
-}
-
-TEST_F(UserConfigurationTest, WhereTheFastPassGivesUpTheFileIsReadAgain) {
-  // An escaped name: the fast pass leaves it to the exact one, which reads
-  // the file again from its start.
-  SearchPass pass = SearchPass::skim;
-  const auto path =
-      file(std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": ")") + uuidA + R"("}]})");
-  EXPECT_EQ(findUser(path, "alice", &pass), *Uuid::fromString(uuidA));
-  EXPECT_EQ(pass, SearchPass::exact);
+      file(std::string(R"({"users": [{"userName": "al\u0069ce", "UUID": "\u0031)") + (uuidA + 1) +
+           R"("}, {"\u0075serName": "b\/ob", "UUID": ")" + uuidB + R"("}]})");
+  EXPECT_EQ(findUser(path, "alice"), *Uuid::fromString(uuidA));
+  EXPECT_EQ(findUser(path, "b/ob"), *Uuid::fromString(uuidB));
+  EXPECT_THROW((void)findUser(path, "al\\u0069ce"), std::runtime_error);
 }
 
 // A FIFO at the name is refused before anything is read from it, and

@@ -100,33 +100,22 @@ PassOutcome referencePass(std::string_view text, const setUserPassword::Password
   }
 }
 
-PassOutcome exactPass(utils::io::InputStream<char>& stream,
-                      const setUserPassword::PasswordChange* change) {
+PassOutcome copyPass(utils::io::InputStream<char>& stream,
+                     const setUserPassword::PasswordChange* change) {
   utils::json::test::MemoryOutputStream out;
   try {
-    setUserPassword::PasswordFile::readExactly(stream, "passwords.json", change,
-                                               change != nullptr ? &out : nullptr);
+    setUserPassword::PasswordFile::copy(stream, "passwords.json", change,
+                                        change != nullptr ? &out : nullptr);
   } catch (const std::runtime_error& error) {
     return {false, error.what()};
   }
   return {true, out.text()};
 }
 
-PassOutcome exactPass(std::string_view text, const setUserPassword::PasswordChange* change,
-                      std::size_t bufferSize) {
+PassOutcome copyPass(std::string_view text, const setUserPassword::PasswordChange* change,
+                     std::size_t bufferSize) {
   utils::json::test::MemoryInputStream stream(std::string(text), bufferSize);
-  return exactPass(stream, change);
-}
-
-std::optional<std::string> skimPass(const utils::json::decoder::Skimmer::Reader& reader,
-                                    const setUserPassword::PasswordChange* change,
-                                    std::size_t window) {
-  utils::json::test::MemoryOutputStream out;
-  if (!setUserPassword::PasswordFile::skim(reader, change, change != nullptr ? &out : nullptr,
-                                           window)) {
-    return std::nullopt;
-  }
-  return out.text();
+  return copyPass(stream, change);
 }
 
 std::string describePasswordMembers(const PasswordMembers& members) {

@@ -16,7 +16,6 @@
 #include "setUserPassword/PasswordFile.h"
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
-#include "utils/json/decoder/Skimmer.h"
 
 namespace korvane::testing {
 
@@ -74,22 +73,13 @@ struct PassOutcome {
 PassOutcome referencePass(std::string_view text,
                           const setUserPassword::PasswordChange* change = nullptr);
 
-// PasswordFile::readExactly over `stream` (named "passwords.json"), with
-// `change` into memory, or without it only checking.
-PassOutcome exactPass(utils::io::InputStream<char>& stream,
-                      const setUserPassword::PasswordChange* change = nullptr);
+// PasswordFile::copy over `stream` (named "passwords.json"), with `change`
+// into memory, or without it only checking.
+PassOutcome copyPass(utils::io::InputStream<char>& stream,
+                     const setUserPassword::PasswordChange* change = nullptr);
 // The same over `text`, read through a buffer of `bufferSize` bytes.
-PassOutcome exactPass(std::string_view text,
-                      const setUserPassword::PasswordChange* change = nullptr,
-                      std::size_t bufferSize = utils::io::InputStream<char>::defaultBufferSize);
-
-// PasswordFile::skim over `reader` in a window of `window` bytes, with
-// `change` into memory, or without it only checking: what it wrote (empty
-// when it only checked), or std::nullopt where it gave up.
-std::optional<std::string> skimPass(
-    const utils::json::decoder::Skimmer::Reader& reader,
-    const setUserPassword::PasswordChange* change = nullptr,
-    std::size_t window = utils::json::decoder::Skimmer::defaultWindow);
+PassOutcome copyPass(std::string_view text, const setUserPassword::PasswordChange* change = nullptr,
+                     std::size_t bufferSize = utils::io::InputStream<char>::defaultBufferSize);
 
 // "name=value" for each member, one a line, for readable failure messages.
 std::string describePasswordMembers(const PasswordMembers& members);

@@ -74,10 +74,6 @@ class OutputStream {
 
   bool failed() const noexcept { return static_cast<bool>(error_); }
 
-  // Forgets what is buffered and not yet handed to the sink (it is wiped
-  // with the rest of the buffer at the end).
-  void dropBuffered() noexcept { used_ = 0; }
-
  private:
   void writeSlow(std::basic_string_view<CharT> text) {
     flushBuffer();

@@ -15,13 +15,6 @@ Replacement::~Replacement() {
 
 void Replacement::discard() noexcept { target_.discardTemporary(std::move(file_)); }
 
-void Replacement::restart() {
-  if (failed()) flush();
-  discard();
-  dropBuffered();
-  file_ = create();
-}
-
 void Replacement::commit() {
   kept_ = true;
   flush();

@@ -38,11 +38,6 @@ class Replacement final : public OutputStream<char> {
   // Removes the temporary file now, when its name still refers to it.
   void discard() noexcept;
 
-  // Throws away what was written; writing starts again in a new temporary
-  // file. A write failure kept while an earlier pass unwound is reported
-  // first, and that file stays.
-  void restart();
-
   // Flushes and syncs the temporary file and moves it over the target (see
   // ReplacementTarget::replace).
   void commit();

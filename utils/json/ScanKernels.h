@@ -1,6 +1,6 @@
 // ScanKernels: the JSON code's inner loops over buffered bytes, which
 // measure runs of one kind of byte: plain string characters, whitespace,
-// digits. The decoder and the Skimmer read with them, the encoder finds
+// digits. The decoder reads with them, the encoder finds
 // the bytes it must escape with them.
 // Each comes in three variants with the same results: plain (a byte at a
 // time), SSE2 (16 bytes at a time; every x86-64 processor has it) and AVX2
@@ -19,7 +19,7 @@
 //
 // Thread safety: the kernels are pure functions. setScanLevel() is for
 // tests and must not race with any use of the kernels (a decoder Document
-// or Skimmer being made, an encoder writing).
+// being made, an encoder writing).
 #pragma once
 
 #include <bit>
@@ -85,6 +85,19 @@ inline unsigned specialStringBytes16(const char* p) noexcept {
       _mm_movemask_epi8(_mm_or_si128(low, _mm_or_si128(quote, backslash))));
 }
 #endif
+
+// The number of plain string bytes that the 16 at `p` start with (16 when
+// all are plain), whatever the level: every level counts alike.
+[[gnu::always_inline]] inline std::size_t plainLength16(const char* p) noexcept {
+#if KORVANE_JSON_SSE2
+  const unsigned special = specialStringBytes16(p);
+  return special == 0 ? 16 : static_cast<std::size_t>(std::countr_zero(special));
+#else
+  std::size_t count = 0;
+  while (count != 16 && isPlainStringByte(static_cast<unsigned char>(p[count]))) ++count;
+  return count;
+#endif
+}
 
 // The number of plain string bytes that [begin, end) starts with, as
 // kernels.plainStringLength counts them; the first `inlineBytes` (a

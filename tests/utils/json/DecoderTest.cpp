@@ -3,6 +3,7 @@
 #include <list>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/utils/json/MemoryStreams.h"
@@ -161,6 +162,18 @@ TEST(DecoderTest, ColumnsCountCharactersNotBytes) {
             "\"t.json\", line 3, column 11: expected ',' or '}' after an object member, found '?'");
 }
 
+// What the typed walk of `json` reads through a buffer of `bufferSize`
+// bytes, or "error: " and the decoder error's text.
+std::string typedWalk(const std::string& json, std::size_t bufferSize = 64 * 1024) {
+  MemoryInputStream stream(json, bufferSize);
+  Document document(stream, "t.json");
+  try {
+    return test::walkTyped(document);
+  } catch (const Exception& error) {
+    return std::string("error: ") + error.what();
+  }
+}
+
 TEST(DecoderTest, SameResultsForEveryBufferSize) {
   const std::vector<std::string> texts = {
       "{\"a\": [1, -2.5E+10, \"\\u00e9\\ud834\\udd1e\\n\\\"\", {\"b\": null}], "
@@ -175,26 +188,10 @@ TEST(DecoderTest, SameResultsForEveryBufferSize) {
       "[\"unterminated",
   };
   for (const std::string& text : texts) {
-    const std::string expectedTyped = [&] {
-      MemoryInputStream stream(text);
-      Document document(stream, "t.json");
-      try {
-        return test::walkTyped(document);
-      } catch (const Exception& error) {
-        return std::string("error: ") + error.what();
-      }
-    }();
+    const std::string expectedTyped = typedWalk(text);
     const std::string expectedSkip = skipError(text);
     for (std::size_t size = 1; size <= 7; ++size) {
-      MemoryInputStream stream(text, size);
-      Document document(stream, "t.json");
-      std::string got;
-      try {
-        got = test::walkTyped(document);
-      } catch (const Exception& error) {
-        got = std::string("error: ") + error.what();
-      }
-      EXPECT_EQ(got, expectedTyped) << "buffer " << size << " text " << text;
+      EXPECT_EQ(typedWalk(text, size), expectedTyped) << "buffer " << size << " text " << text;
       EXPECT_EQ(skipError(text, size), expectedSkip) << "buffer " << size;
     }
   }
@@ -396,6 +393,99 @@ std::string logicError(Misuse misuse) {
     return error.what();
   }
   return {};
+}
+
+// A long object whose members come in every layout around the usual one
+// (", ", a short plain name, ": "), with names of every length around the
+// longest taken in one step, is read alike through the usual buffer, where
+// those steps are taken, and through buffers of a few bytes, where they
+// never are; so is every error put into it.
+TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
+  const std::vector<std::string> separators = {", ", ",", " , ", ",\n  ", ",  "};
+  const std::vector<std::string> colons = {": ", ":", " : ", ":  ", ":\n"};
+  std::string text = "{";
+  for (std::size_t i = 0; i < 60; ++i) {
+    if (i != 0) text += separators[i % separators.size()];
+    std::string name;
+    for (std::size_t j = 0; j < i; ++j) name += static_cast<char>('a' + (i + j) % 26);
+    if (i % 7 == 3) name += "\\u0041";
+    if (i % 11 == 5) name += "\xC3\xA9";
+    text += "\"" + name + "\"" + colons[i % colons.size()];
+    text += i % 3 == 0   ? "[1, {\"x\": \"y\"}]"
+            : i % 3 == 1 ? "\"v" + std::to_string(i) + "\""
+                         : "-0.5";
+  }
+  text += "}";
+  std::vector<std::string> variants = {text};
+  for (const std::size_t at : {std::size_t{200}, text.size() / 2, text.size() - 30}) {
+    for (const char byte : {'"', ':', '\x01', ' ', '\\'}) {
+      std::string edited = text;
+      edited[at] = byte;
+      variants.push_back(edited);
+    }
+  }
+  for (const std::string& variant : variants) {
+    const std::string expected = typedWalk(variant);
+    for (std::size_t size = 1; size <= 5; ++size) {
+      ASSERT_EQ(typedWalk(variant, size), expected) << "buffer " << size << " text " << variant;
+    }
+  }
+}
+
+TEST(DecoderTest, NamesTellWhetherTheyHeldAnEscape) {
+  MemoryInputStream stream(R"({"plain": 1, "\u0061": 2, "a\"b": 3, "caf\u00e9": 4})");
+  Document document(stream, "t.json");
+  std::vector<std::pair<std::string, bool>> names;
+  for (Member& member : document.readAsObject()) {
+    names.emplace_back(std::string(member.name().view()), member.name().escaped());
+  }
+  EXPECT_EQ(names, (std::vector<std::pair<std::string, bool>>{
+                       {"plain", false}, {"a", true}, {"a\"b", true}, {"caf\xC3\xA9", true}}));
+}
+
+TEST(DecoderTest, PiecesTellWhichAnEscapeStoodFor) {
+  const std::string value = "plain \\n \xC3\xA9 " + std::string(100, 'x') + " \\u0022 end";
+  for (const std::size_t size : {std::size_t{3}, std::size_t{64 * 1024}}) {
+    MemoryInputStream stream("[\"" + value + "\"]", size);
+    Document document(stream, "t.json");
+    std::string raw;
+    std::string escaped;
+    for (Value& element : document.root().asArray()) {
+      element.asString().forEachPiece(
+          [&](std::string_view piece, bool fromEscape) { (fromEscape ? escaped : raw) += piece; });
+    }
+    document.finish();
+    EXPECT_EQ(escaped, "\n\"") << size;
+    EXPECT_EQ(raw, "plain  \xC3\xA9 " + std::string(100, 'x') + "  end") << size;
+  }
+}
+
+TEST(DecoderTest, StringEqualsComparesTheDecodedText) {
+  const std::string longText(70000, 'q');
+  const std::string json =
+      R"(["alice", "al\u0069ce", "alic", "alicee", ")" + longText + R"(", "", "\u00e9", 5])";
+  for (const std::size_t size : {std::size_t{1}, std::size_t{7}, std::size_t{64 * 1024}}) {
+    MemoryInputStream stream(json, size);
+    Document document(stream, "t.json");
+    std::vector<bool> equal;
+    int index = 0;
+    try {
+      for (Value& element : document.root().asArray()) {
+        const std::string_view expected = index == 4   ? std::string_view(longText)
+                                          : index == 5 ? std::string_view()
+                                          : index == 6 ? std::string_view("\xC3\xA9")
+                                                       : std::string_view("alice");
+        equal.push_back(element.stringEquals(expected));
+        ++index;
+      }
+      ADD_FAILURE() << "a number compared as a string";
+    } catch (const Exception& error) {
+      EXPECT_EQ(std::string(error.what()), "\"t.json\", line 1, column " +
+                                               std::to_string(json.size() - 1) +
+                                               ": expected a string, found a number");
+    }
+    EXPECT_EQ(equal, (std::vector<bool>{true, true, false, false, true, true, true})) << size;
+  }
 }
 
 TEST(DecoderTest, NamesOfEveryLengthAreReadExactly) {

@@ -1,14 +1,12 @@
 // In-memory streams for the JSON tests: an input stream over a string with
 // a buffer of any size (tiny buffers force a refill at every point of the
-// input), one whose first read stops at a chosen point, an output stream
-// that collects into a string, and a reader function for the Skimmer that
-// hands out a string in pieces.
+// input), one whose first read stops at a chosen point, and an output stream
+// that collects into a string.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <memory>
 #include <span>
 #include <string>
 #include <utility>
@@ -59,33 +57,6 @@ class SplitInputStream : public io::InputStream<char> {
   std::string text_;
   std::size_t split_;
   std::size_t position_ = 0;
-};
-
-// A Skimmer reader over a copy of `text`: its first read gives at most
-// `split` bytes, every later one at most `piece` bytes.
-class PieceReader {
- public:
-  explicit PieceReader(std::string text, std::size_t split = static_cast<std::size_t>(-1),
-                       std::size_t piece = static_cast<std::size_t>(-1))
-      : text_(std::make_shared<const std::string>(std::move(text))), split_(split), piece_(piece) {}
-
-  std::size_t operator()(std::span<char> into) {
-    // Never 0 before the end: 0 means the end of the input.
-    const std::size_t limit = std::max<std::size_t>(*reads_ == 0 ? split_ : piece_, 1);
-    const std::size_t count = std::min({into.size(), limit, text_->size() - *position_});
-    std::memcpy(into.data(), text_->data() + *position_, count);
-    *position_ += count;
-    ++*reads_;
-    return count;
-  }
-
- private:
-  // Shared, so that the copies a std::function makes read on together.
-  std::shared_ptr<const std::string> text_;
-  std::shared_ptr<std::size_t> position_ = std::make_shared<std::size_t>(0);
-  std::shared_ptr<std::size_t> reads_ = std::make_shared<std::size_t>(0);
-  std::size_t split_;
-  std::size_t piece_;
 };
 
 class MemoryOutputStream : public io::OutputStream<char> {

@@ -26,7 +26,14 @@ class Array : public detail::Walk<Array, Value> {
   Array(detail::Parser& parser, std::uint64_t frameId) noexcept : Walk(parser, frameId) {}
 
   // Moves to the next element; false once the closing ']' has been read.
-  bool step();
+  // Inline: it runs once for every element read.
+  bool step() {
+    std::uint64_t valueId = 0;
+    detail::Position start;
+    if (!parser().nextElement(frameId(), valueId, start)) return false;
+    current_.reset(&parser(), valueId, start);
+    return true;
+  }
   Value& current() noexcept { return current_; }
 
   Value current_;

@@ -1,14 +1,13 @@
-// Grammar: JSON's grammar (RFC 8259, strictly), written once for both
-// readers of a JSON text: the exact decoder (Parser), which locates every
-// error and throws it, and the fast first pass (Skimmer), which keeps no
-// line or column and gives up on anything it does not accept. Whitespace,
-// the byte order mark, strings with their escapes and strict UTF-8,
-// numbers, literals, the steps between members and elements, nesting and
-// the limits on it are all here; the two readers differ only in the policy
-// they supply.
+// Grammar: JSON's grammar (RFC 8259, strictly), the token level of the
+// decoder's Parser (Parser.h), kept apart from the Parser's bookkeeping of
+// views, frames and ids. Whitespace, the byte order mark, strings with
+// their escapes and strict UTF-8, numbers, literals, the steps between
+// members and elements, nesting and the limits on it are all here, with
+// the values skipped unread.
 //
-// Grammar<Cursor> is the base (CRTP) of the reader `Cursor`, which
-// supplies, as members Grammar<Cursor> can reach (it is a friend):
+// Grammar<Cursor> is the base (CRTP) of the Parser, which supplies the
+// cursor over its input and the error hooks inline, as members
+// Grammar<Cursor> can reach (it is a friend):
 //   int peek();                        the next byte, -1 at the end of the
 //                                      input (refills an empty buffer)
 //   std::span<const char> buffered();  the bytes buffered at the cursor
@@ -26,11 +25,8 @@
 //   void markToken();                  a token (whitespace, a value, a
 //                                      name) starts at the cursor
 //   static constexpr std::size_t maxNesting;    containers open at most
-// The error hooks must not return: the exact policy throws a located error,
-// the fast one gives up. Messages are built only on the way to an error.
-//
-// Every function is inline and instantiated for each policy, so the fast
-// pass pays for no location it does not keep.
+// The error hooks must not return: they throw the error located at its
+// line and column. Messages are built only on the way to an error.
 //
 // Thread safety: as the Cursor's (one reader, one thread).
 #pragma once
@@ -105,7 +101,14 @@ class Grammar {
   // open container, `started` when it already had one: false when the
   // closing character has been consumed; otherwise the separator is, and
   // the member's name or the element is next (whitespace skipped).
-  bool nextItem(bool& started, char close) {
+  [[gnu::always_inline]] bool nextItem(bool& started, char close) {
+    // The usual step: ", " and the next item.
+    const auto span = in().buffered();
+    if (started && span.size() >= 3 && span[0] == ',' && span[1] == ' ' &&
+        static_cast<unsigned char>(span[2]) > ' ') {
+      in().consume(2);
+      return true;
+    }
     skipWhitespace();
     if (in().peek() == close) {
       in().consume(1);
@@ -171,12 +174,30 @@ class Grammar {
   template <typename Sink>
   [[gnu::always_inline]] bool scanStringBody(Sink&& sink) {
     bool escaped = false;
+    walkStringBody(sink, [&] {
+      Utf8Unit unit;
+      escaped = decodeSpecial(unit) || escaped;
+      sink(unit.bytes.data(), unit.length);
+    });
+    return escaped;
+  }
+
+  // As scanStringBody(), keeping nothing: what a string skipped holds is
+  // checked, and decoded only where checking needs it.
+  [[gnu::always_inline]] void skipStringBody() {
+    walkStringBody([](const char*, std::size_t) {}, [&] { skipSpecial(); });
+  }
+
+  // The walk of both: `onPlain(bytes, count)` for each run of plain
+  // characters, `onSpecial()` at each other byte before the closing quote.
+  template <typename OnPlain, typename OnSpecial>
+  [[gnu::always_inline]] void walkStringBody(OnPlain&& onPlain, OnSpecial&& onSpecial) {
     for (;;) {
       const auto span = in().buffered();
       const char* const begin = span.data();
       const std::size_t count = in().plainStringLength(begin, begin + span.size());
       if (count != 0) {
-        sink(begin, count);
+        onPlain(begin, count);
         in().consume(count);
       }
       if (count == span.size()) {
@@ -185,12 +206,23 @@ class Grammar {
       }
       if (begin[count] == '"') {
         in().consume(1);
-        return escaped;
+        return;
       }
-      Utf8Unit unit;
-      escaped = decodeSpecial(unit) || escaped;
-      sink(unit.bytes.data(), unit.length);
+      onSpecial();
     }
+  }
+
+  // As decodeSpecial(), keeping nothing: a one-character escape is checked
+  // and passed in one step.
+  [[gnu::noinline]] void skipSpecial() {
+    const auto span = in().buffered();
+    if (span.size() >= 2 && span[0] == '\\' &&
+        simpleEscape(static_cast<unsigned char>(span[1])) != 0) {
+      in().consume(2);
+      return;
+    }
+    Utf8Unit unit;
+    decodeSpecial(unit);
   }
 
   // The character at a byte that ends a plain run inside a string and is
@@ -231,7 +263,8 @@ class Grammar {
   // containers are kept in a bit set, one bit per level, so that no input
   // can exhaust the call stack.
   void skipNested(std::size_t depth, std::size_t outside, bool innermostIsObject, bool started) {
-    std::bitset<Cursor::maxNesting + 2> isObject;
+    // Only the levels written since the call are read: nothing to clear.
+    auto& isObject = in().containerKinds_;
     isObject[depth] = innermostIsObject;
     bool valueNext = depth == 0;
     for (;;) {
@@ -261,7 +294,7 @@ class Grammar {
         // The names of skipped members have no limit: nothing keeps them.
         expectNameQuote();
         in().consume(1);
-        scanStringBody([](const char*, std::size_t) {});
+        skipStringBody();
         expectColon();
       }
       valueNext = true;
@@ -269,11 +302,11 @@ class Grammar {
   }
 
   // A value that is no container, starting with `c`.
-  void skipScalar(int c) {
+  [[gnu::always_inline]] void skipScalar(int c) {
     in().markToken();
     if (c == '"') {
       in().consume(1);
-      scanStringBody([](const char*, std::size_t) {});
+      skipStringBody();
     } else if (c == '-' || isDigit(c)) {
       skipNumber();
     } else if (c == 't') {

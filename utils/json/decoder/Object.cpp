@@ -4,12 +4,4 @@ namespace korvane::utils::json::decoder {
 
 Object::~Object() = default;
 
-bool Object::step() {
-  std::uint64_t valueId = 0;
-  detail::Position start;
-  if (!parser().nextMember(frameId(), member_.name_.text_, valueId, start)) return false;
-  member_.value_.reset(&parser(), valueId, start);
-  return true;
-}
-
 }  // namespace korvane::utils::json::decoder

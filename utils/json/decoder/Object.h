@@ -32,7 +32,14 @@ class Object : public detail::Walk<Object, Member> {
   Object(detail::Parser& parser, std::uint64_t frameId) noexcept : Walk(parser, frameId) {}
 
   // Moves to the next member; false once the closing '}' has been read.
-  bool step();
+  // Inline: it runs once for every member read.
+  bool step() {
+    std::uint64_t valueId = 0;
+    detail::Position start;
+    if (!parser().nextMember(frameId(), member_.name_, valueId, start)) return false;
+    member_.value_.reset(&parser(), valueId, start);
+    return true;
+  }
   Member& current() noexcept { return member_; }
 
   Member member_;

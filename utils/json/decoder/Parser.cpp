@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <bitset>
+#include <cstring>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -47,8 +48,22 @@ using json::detail::isPlainStringByte;
 Parser::Parser(io::InputStream<char>& stream, std::string sourceName)
     : Grammar<Parser>(json::detail::scanKernels()),
       stream_(stream),
+      wide_(kernels_.level != json::detail::ScanLevel::plain),
       source_(std::make_shared<const std::string>(std::move(sourceName))),
-      lineStart_(stream.offset()) {}
+      lineStart_(stream.offset()) {
+  load();
+}
+
+std::size_t Parser::longPlainStringLength(const char* begin, const char* end) const noexcept {
+  // The first 64 bytes 16 at a time, inline, before the kernel's call pays.
+  if (end - begin >= 64) return json::detail::measurePlainString<64>(kernels_, begin, end);
+  if (end - begin >= 16) return json::detail::measurePlainString<16>(kernels_, begin, end);
+  return kernels_.plainStringLength(begin, end);
+}
+
+void Parser::failAt(const Mark& at, const std::string& message) {
+  failAt(positionAt(at.offset), message);
+}
 
 void Parser::failAt(const Position& at, const std::string& message) {
   error_ = std::make_exception_ptr(
@@ -71,11 +86,29 @@ void Parser::failFound(const std::string& expected) {
   failAt(at, expected + ", found " + describeNext());
 }
 
+Parser::~Parser() { handBack(); }
+
+void Parser::handBack() noexcept {
+  stream_.consume(static_cast<std::size_t>(p_ - spanStart_));
+  spanStart_ = p_;
+}
+
+void Parser::load() noexcept {
+  spanOffset_ = stream_.offset();
+  const auto span = stream_.buffered();
+  spanStart_ = p_ = span.data();
+  end_ = p_ + span.size();
+}
+
 bool Parser::more() {
   ++epoch_;
+  handBack();
   try {
-    return stream_.ensureBuffer();
+    const bool got = stream_.ensureBuffer();
+    load();
+    return got;
   } catch (...) {
+    load();
     error_ = std::current_exception();
     throw;
   }
@@ -87,7 +120,7 @@ std::uint64_t Parser::startDocument() {
     throw std::logic_error("korvane::utils::json::decoder: the top-level value was already taken");
   started_ = true;
   // Columns of line 1 count from after a byte order mark.
-  if (skipByteOrderMark()) lineStart_ = stream_.offset();
+  if (skipByteOrderMark()) lineStart_ = offset();
   skipWhitespace();
   pending_ = ++nextId_;
   return pending_;
@@ -120,7 +153,14 @@ void Parser::expectEnd() {
 void Parser::skipValue(std::uint64_t id) {
   check();
   requireValue(id);
-  skipNested(0, containerFrames_, false, false);
+  // Most values skipped are no container.
+  skipWhitespace();
+  const int c = peek();
+  if (c == '{' || c == '[') {
+    skipNested(0, containerFrames_, false, false);
+  } else {
+    skipScalar(c);
+  }
   pendingDone(id);
 }
 
@@ -141,7 +181,7 @@ std::uint64_t Parser::openContainer(std::uint64_t id, FrameKind kind) {
   const bool object = kind == FrameKind::object;
   if (peek() != (object ? '{' : '[')) failType(object ? "an object" : "an array");
   checkDepth(containerFrames_ + 1);
-  stream_.consume(1);
+  consume(1);
   frames_.push_back({++nextId_, kind, false});
   ++containerFrames_;
   pending_ = 0;
@@ -156,7 +196,7 @@ std::uint64_t Parser::openString(std::uint64_t id) {
   check();
   requireValue(id);
   if (peek() != '"') failType("a string");
-  stream_.consume(1);
+  consume(1);
   frames_.push_back({++nextId_, FrameKind::string, true});
   pending_ = 0;
   return nextId_;
@@ -165,24 +205,23 @@ std::uint64_t Parser::openString(std::uint64_t id) {
 core::Uuid Parser::readUuid(std::uint64_t id) {
   check();
   requireValue(id);
-  const Position start = position();
+  const Mark start = mark();
   if (peek() != '"') failType("a string holding a UUID");
-  const auto span = stream_.buffered();
+  const auto span = buffered();
   constexpr std::size_t quoted = core::Uuid::textLength + 2;
   if (span.size() >= quoted && span[quoted - 1] == '"') {
-    // The common case: the whole string is buffered and holds no escapes.
-    const std::string_view text(span.data() + 1, core::Uuid::textLength);
-    if (plainStringLength(text.data(), text.data() + text.size()) == text.size()) {
-      const auto uuid = core::Uuid::fromString(text);
-      if (!uuid)
-        failAt(start,
-               "expected a UUID (8-4-4-4-12 hexadecimal digits), found a string that is not one");
-      stream_.consume(quoted);
+    // The common case: the whole string is buffered and is a UUID's text,
+    // all hexadecimal digits and hyphens, so without an escape. Any other
+    // string is read below, where an error in its text comes first.
+    const auto uuid =
+        core::Uuid::fromString(std::string_view(span.data() + 1, core::Uuid::textLength));
+    if (uuid) {
+      consume(quoted);
       pendingDone(id);
       return *uuid;
     }
   }
-  stream_.consume(1);
+  consume(1);
   char text[core::Uuid::textLength + 1];
   std::size_t length = 0;
   scanStringBody([&](const char* bytes, std::size_t count) {
@@ -197,6 +236,29 @@ core::Uuid Parser::readUuid(std::uint64_t id) {
   return *uuid;
 }
 
+bool Parser::stringEquals(std::uint64_t id, std::string_view text) {
+  check();
+  requireValue(id);
+  if (peek() != '"') failType("a string");
+  // The common case: the whole string is buffered and holds no escapes.
+  const auto span = buffered();
+  const std::size_t plain = plainStringLength(span.data() + 1, span.data() + span.size());
+  if (plain + 1 < span.size() && span[plain + 1] == '"') {
+    const bool equal = std::string_view(span.data() + 1, plain) == text;
+    consume(plain + 2);
+    pendingDone(id);
+    return equal;
+  }
+  consume(1);
+  bool equal = true;
+  scanStringBody([&](const char* bytes, std::size_t count) {
+    equal = equal && count <= text.size() && std::memcmp(bytes, text.data(), count) == 0;
+    text.remove_prefix(equal ? count : text.size());
+  });
+  pendingDone(id);
+  return equal && text.empty();
+}
+
 Parser::Frame& Parser::reachOuterFrame(std::uint64_t frameId) {
   std::size_t index = frames_.size();
   while (index != 0 && frames_[index - 1].id > frameId) --index;
@@ -208,7 +270,7 @@ Parser::Frame& Parser::reachOuterFrame(std::uint64_t frameId) {
 void Parser::closeTopFrame() {
   const Frame frame = frames_.back();
   if (frame.kind == FrameKind::string) {
-    scanStringBody([](const char*, std::size_t) {});
+    skipStringBody();
   } else {
     if (pending_ != 0) skipPending();
     skipNested(1, containerFrames_ - 1, frame.kind == FrameKind::object, frame.started);
@@ -223,8 +285,53 @@ void Parser::popFrame() {
   valueDone();
 }
 
-bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t& valueId,
+// The usual member, taken without a call: the separator ", " (none before
+// the first member), a name of plain characters short enough to be held
+// inline, and ':' or ": " before the value, all buffered. Anything else is
+// left to the general path, and nothing is consumed.
+bool Parser::takeShortMember(bool& started, Name& name) noexcept {
+  const char* p = p_;
+  // The separator, the quotes, the name's copy and the ": " are buffered.
+  if (end_ - p < static_cast<std::ptrdiff_t>(Name::inlineCapacity) + 8) return false;
+  if (started) {
+    if (p[0] != ',' || p[1] != ' ') return false;
+    p += 2;
+  }
+  if (p[0] != '"') return false;
+  // Measured and copied 16 bytes at a time: a copy of constant size is one
+  // move, where a longer one may become a slow string instruction.
+  std::size_t length = 0;
+  for (;;) {
+    const std::size_t run = json::detail::plainLength16(p + 1 + length);
+    length += run;
+    if (run != 16) break;
+    if (length == Name::inlineCapacity) return false;
+  }
+  if (p[1 + length] != '"') return false;
+  const char* const colon = p + length + 2;
+  if (colon[0] != ':') return false;
+  const std::size_t space = colon[1] == ' ' ? 1 : 0;
+  if (static_cast<unsigned char>(colon[1 + space]) <= ' ') return false;
+  std::memcpy(name.inline_.data(), p + 1, length);
+  name.set(name.inline_.data(), length, false);
+  p_ = colon + 1 + space;
+  started = true;
+  return true;
+}
+
+bool Parser::nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
                         Position& valueStart) {
+  if (!error_ && pending_ == 0 && !frames_.empty() && frames_.back().id == frameId &&
+      takeShortMember(frames_.back().started, name)) {
+    valueStart = position();
+    valueId = pending_ = ++nextId_;
+    return true;
+  }
+  return nextMemberSlowly(frameId, name, valueId, valueStart);
+}
+
+bool Parser::nextMemberSlowly(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
+                              Position& valueStart) {
   check();
   Frame& frame = reachFrame(frameId);
   if (pending_ != 0) skipPending();
@@ -239,9 +346,11 @@ bool Parser::nextMember(std::uint64_t frameId, std::string& name, std::uint64_t&
 }
 
 // The name of a member and the ':' after it.
-void Parser::readName(std::string& name) {
-  name.clear();
-  scanName([&](const char* bytes, std::size_t count) { name.append(bytes, count); });
+void Parser::readName(Name& name) {
+  name.long_.clear();
+  const bool escaped =
+      scanName([&](const char* bytes, std::size_t count) { name.long_.append(bytes, count); });
+  name.set(name.long_.data(), name.long_.size(), escaped);
   expectColon();
 }
 
@@ -261,30 +370,31 @@ bool Parser::nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position
 std::span<const char> Parser::takePlainRun(std::uint64_t frameId) {
   check();
   reachFrame(frameId);
-  if (stream_.buffered().empty() && !more()) failFound("expected '\"' to end the string");
-  const auto span = stream_.buffered();
+  if (buffered().empty() && !more()) failFound("expected '\"' to end the string");
+  const auto span = buffered();
   const std::size_t count = plainStringLength(span.data(), span.data() + span.size());
-  stream_.consume(count);
+  consume(count);
   return span.first(count);
 }
 
-bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit) {
+bool Parser::nextStringUnit(std::uint64_t frameId, Utf8Unit& unit, bool& escaped) {
   check();
   reachFrame(frameId);
   const int c = peek();
   if (c < 0) failFound("expected '\"' to end the string");
   if (c == '"') {
-    stream_.consume(1);
+    consume(1);
     popFrame();
     return false;
   }
   if (isPlainStringByte(static_cast<unsigned char>(c))) {
     unit.bytes[0] = static_cast<char>(c);
     unit.length = 1;
-    stream_.consume(1);
+    consume(1);
+    escaped = false;
     return true;
   }
-  decodeSpecial(unit);
+  escaped = decodeSpecial(unit);
   return true;
 }
 

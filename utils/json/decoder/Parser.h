@@ -1,9 +1,11 @@
-// Parser: the scanner behind the decoder's views. It reads the stream's
-// buffer in place, keeps the position (line, column, offset), the stack of
-// views that are open, and the first error met.
+// Parser: the scanner behind the decoder's views, the one pass over a JSON
+// text. It reads the stream's buffer in place, counts lines and columns as
+// the bytes go by (line feeds only stand in whitespace, so only whitespace
+// runs count them), keeps the stack of views that are open, and the first
+// error met.
 //
-// The grammar it enforces is Grammar's (Grammar.h, shared with the Skimmer),
-// with the policy that locates each error and throws it: escapes including
+// The grammar it enforces is Grammar's (Grammar.h), each error located at
+// its line and column and thrown: escapes including
 // surrogate pairs are decoded to UTF-8; raw control characters, invalid
 // UTF-8, unpaired surrogates and NUL bytes are errors; numbers are checked
 // against the grammar but never converted; only whitespace may follow the
@@ -12,7 +14,10 @@
 //
 // Runs of plain string characters, whitespace and digits are measured by
 // the scan kernels (see ScanKernels.h) of the level current when the Parser
-// is made; everything else, errors included, by the same plain code.
+// is made; everything else, errors included, by the same plain code. The
+// usual member (", ", a short plain name, ": ") and the usual string (plain,
+// whole in the buffer) are taken in one step each; anything else by the
+// general path, byte by byte where it must.
 //
 // Limits that keep hostile input harmless: nesting deeper than maxDepth
 // levels and member names longer than maxNameLength bytes are errors.
@@ -26,6 +31,8 @@
 #pragma once
 
 #include <array>
+#include <bit>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -39,6 +46,7 @@
 #include "utils/json/ScanKernels.h"
 #include "utils/json/decoder/Grammar.h"
 #include "utils/json/decoder/Location.h"
+#include "utils/json/decoder/Name.h"
 
 namespace korvane::utils::json::decoder::detail {
 
@@ -58,6 +66,7 @@ class Parser : private Grammar<Parser> {
 
   Parser(io::InputStream<char>& stream, std::string sourceName);
 
+  ~Parser();
   Parser(const Parser&) = delete;
   Parser& operator=(const Parser&) = delete;
 
@@ -66,10 +75,7 @@ class Parser : private Grammar<Parser> {
     if (error_) std::rethrow_exception(error_);
   }
 
-  Position position() const noexcept {
-    const std::uint64_t offset = stream_.offset();
-    return {offset, line_, offset - lineStart_ - continuations_ + 1};
-  }
+  Position position() const noexcept { return positionAt(offset()); }
   Location locate(const Position& position) const {
     return Location(source_, position.line, position.column, position.offset);
   }
@@ -93,11 +99,15 @@ class Parser : private Grammar<Parser> {
 
   // The walks. Each returns false when the view's closing character has
   // been consumed; otherwise a new value is pending (its id in *valueId).
-  bool nextMember(std::uint64_t frameId, std::string& name, std::uint64_t& valueId,
-                  Position& valueStart);
+  bool nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueId, Position& valueStart);
   bool nextElement(std::uint64_t frameId, std::uint64_t& valueId, Position& valueStart);
-  // Next character of an open string; false after the closing quote.
-  bool nextStringUnit(std::uint64_t frameId, Utf8Unit& unit);
+  // Next character of an open string, and whether it was written as an
+  // escape sequence; false after the closing quote.
+  bool nextStringUnit(std::uint64_t frameId, Utf8Unit& unit, bool& escaped);
+
+  // Reads the pending value, which must be a string, and tells whether it
+  // is `text` byte for byte, holding none of it.
+  bool stringEquals(std::uint64_t id, std::string_view text);
 
   // The plain ASCII characters that come next in an open string, taken in
   // one go (possibly none). The span points into the stream's buffer and
@@ -121,27 +131,48 @@ class Parser : private Grammar<Parser> {
 
   // The policy Grammar<Parser> runs with: errors located and thrown.
   static constexpr std::size_t maxNesting = maxDepth;
-  std::span<const char> buffered() const noexcept { return stream_.buffered(); }
-  void consume(std::size_t count) noexcept { stream_.consume(count); }
-  bool more();
-  int peek() {
-    const auto span = stream_.buffered();
-    if (!span.empty()) return static_cast<unsigned char>(span[0]);
-    return more() ? static_cast<unsigned char>(stream_.buffered()[0]) : -1;
+  std::span<const char> buffered() const noexcept {
+    return {p_, static_cast<std::size_t>(end_ - p_)};
   }
-  // The plain string bytes that [begin, end) starts with; the first 16 are
-  // tested inline where that many are buffered.
-  std::size_t plainStringLength(const char* begin, const char* end) const noexcept {
-    if (end - begin >= 16) return json::detail::measurePlainString<16>(kernels_, begin, end);
-    return kernels_.plainStringLength(begin, end);
+  void consume(std::size_t count) noexcept { p_ += count; }
+  // Hands what was consumed back to the stream and refills it; false at
+  // the end of the input.
+  [[gnu::noinline]] bool more();
+  [[gnu::always_inline]] int peek() {
+    if (p_ != end_) return static_cast<unsigned char>(*p_);
+    return more() ? static_cast<unsigned char>(*p_) : -1;
   }
-  Position mark() const noexcept { return position(); }
+  // The plain string bytes that [begin, end) starts with. Most runs (names,
+  // short values) end within their first 16 bytes, tested inline.
+  [[gnu::always_inline]] std::size_t plainStringLength(const char* begin,
+                                                       const char* end) const noexcept {
+#if KORVANE_JSON_SSE2
+    if (wide_ && end - begin >= 16) {
+      const unsigned special = json::detail::specialStringBytes16(begin);
+      if (special != 0) return static_cast<std::size_t>(std::countr_zero(special));
+    }
+#endif
+    return longPlainStringLength(begin, end);
+  }
+  [[gnu::noinline]] std::size_t longPlainStringLength(const char* begin,
+                                                      const char* end) const noexcept;
+  // A mark is the offset alone: no line feed or UTF-8 character is counted
+  // between a mark and an error located there (both fall within a token),
+  // so the line and column are found when the error is.
+  struct Mark {
+    std::uint64_t offset;
+  };
+  Mark mark() const noexcept { return {offset()}; }
+  Position positionAt(std::uint64_t at) const noexcept {
+    return {at, line_, at - lineStart_ - continuations_ + 1};
+  }
+  [[noreturn]] void failAt(const Mark& at, const std::string& message);
   [[noreturn]] void failAt(const Position& at, const std::string& message);
   [[noreturn]] void failFound(const std::string& expected);
   void countLines(const json::detail::WhitespaceRun& run) noexcept {
     if (run.lineFeeds == 0) return;
     line_ += run.lineFeeds;
-    lineStart_ = stream_.offset() + run.afterLastLineFeed;
+    lineStart_ = offset() + run.afterLastLineFeed;
     continuations_ = 0;
   }
   void countContinuations(std::size_t count) noexcept { continuations_ += count; }
@@ -163,10 +194,30 @@ class Parser : private Grammar<Parser> {
   void valueDone();
   void pendingDone(std::uint64_t id);
   void skipPending();
-  void readName(std::string& name);
+  [[gnu::always_inline]] inline bool takeShortMember(bool& started, Name& name) noexcept;
+  [[gnu::noinline]] bool nextMemberSlowly(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
+                                          Position& valueStart);
+  void readName(Name& name);
   void expectEnd();
 
+  // Bytes consumed since the stream was opened.
+  std::uint64_t offset() const noexcept {
+    return spanOffset_ + static_cast<std::uint64_t>(p_ - spanStart_);
+  }
+  void load() noexcept;
+  void handBack() noexcept;
+
   io::InputStream<char>& stream_;
+  const bool wide_;  // the kernels are SSE2 or wider
+  // Whether each container open in a skip is an object, by level.
+  std::bitset<maxDepth + 2> containerKinds_;
+  // The stream's buffered bytes are read in place through a cursor of the
+  // Parser's own, [p_, end_), which the hot loops keep in registers; the
+  // stream is told what was consumed (handBack) only before it refills.
+  const char* spanStart_ = nullptr;
+  std::uint64_t spanOffset_ = 0;  // the stream's offset at spanStart_
+  const char* p_ = nullptr;
+  const char* end_ = nullptr;
   std::shared_ptr<const std::string> source_;
   std::exception_ptr error_;
   std::vector<Frame> frames_;

@@ -8,12 +8,12 @@ namespace korvane::utils::json::decoder {
 String::~String() = default;
 
 void String::appendTo(std::string& out) {
-  forEachPiece([&out](std::string_view piece) { out.append(piece); });
+  forEachPiece([&out](std::string_view piece, bool) { out.append(piece); });
 }
 
 bool String::equals(std::string_view expected) {
   bool equal = true;
-  forEachPiece([&](std::string_view piece) {
+  forEachPiece([&](std::string_view piece, bool) {
     equal = equal && piece.size() <= expected.size() &&
             std::char_traits<char>::compare(piece.data(), expected.data(), piece.size()) == 0;
     expected.remove_prefix(equal ? piece.size() : expected.size());
@@ -32,7 +32,8 @@ bool String::stepSlow() {
     current_ = run.front();
     return true;
   }
-  if (!parser().nextStringUnit(frameId(), unit_)) {
+  bool escaped = false;
+  if (!parser().nextStringUnit(frameId(), unit_, escaped)) {
     unit_.length = 0;
     unitIndex_ = 0;
     return false;

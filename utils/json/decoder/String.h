@@ -30,25 +30,29 @@ class String : public detail::Walk<String, const char> {
   // REQUIRES: instead of begin(), called once.
   void appendTo(std::string& out);
 
-  // Hands the whole string to `onPiece(std::string_view)` in pieces, each a
-  // run of plain characters or one decoded escape or character, so that a
-  // string of any length passes in constant memory. A piece is valid only
-  // during the call. REQUIRES: instead of begin(), called once.
+  // Hands the whole string to `onPiece(std::string_view piece, bool
+  // escaped)` in pieces, each a run of plain characters or one decoded
+  // escape or character, so that a string of any length passes in constant
+  // memory. `escaped` tells a piece that an escape sequence stood for; any
+  // other piece is the input's own bytes, which hold nothing a JSON writer
+  // escapes. A piece is valid only during the call. REQUIRES: instead of
+  // begin(), called once.
   template <typename OnPiece>
   void forEachPiece(OnPiece&& onPiece) {
     beginWhole();
     for (;;) {
       const std::span<const char> run = parser().takePlainRun(frameId());
       if (!run.empty()) {
-        onPiece(std::string_view(run.data(), run.size()));
+        onPiece(std::string_view(run.data(), run.size()), false);
         continue;
       }
-      if (!parser().nextStringUnit(frameId(), unit_)) {
+      bool escaped = false;
+      if (!parser().nextStringUnit(frameId(), unit_, escaped)) {
         unit_.length = 0;
         finishWhole();
         return;
       }
-      onPiece(std::string_view(unit_.bytes.data(), unit_.length));
+      onPiece(std::string_view(unit_.bytes.data(), unit_.length), escaped);
     }
   }
 

@@ -8,10 +8,8 @@
 
 namespace korvane::utils::json::decoder {
 
-detail::Parser& Value::parser() const {
-  if (parser_ == nullptr)
-    throw std::logic_error("korvane::utils::json::decoder::Value: no value here");
-  return *parser_;
+void Value::failNoValue() {
+  throw std::logic_error("korvane::utils::json::decoder::Value: no value here");
 }
 
 Kind Value::kind() {
@@ -50,10 +48,6 @@ String Value::asString() {
   detail::Parser& parser = this->parser();
   return String(parser, parser.openString(id_));
 }
-
-core::Uuid Value::toUuid() { return parser().readUuid(id_); }
-
-void Value::skip() { parser().skipValue(id_); }
 
 Location Value::location() const {
   if (parser_ == nullptr) return {};

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "utils/core/Uuid.h"
 #include "utils/json/decoder/Location.h"
@@ -34,10 +35,16 @@ class Value {
   Object asObject();
   Array asArray();
   String asString();
+  // The reads below are inline: a walk over many small values makes them
+  // by the million.
+
   // A string holding a UUID's text (see core::Uuid::fromString).
-  core::Uuid toUuid();
+  core::Uuid toUuid() { return parser().readUuid(id_); }
+  // A string: whether it is `text` byte for byte. As asString().equals(),
+  // in one step.
+  bool stringEquals(std::string_view text) { return parser().stringEquals(id_, text); }
   // Consumes the value, whatever its kind and depth, unread.
-  void skip();
+  void skip() { parser().skipValue(id_); }
 
   // Where the value starts; unknown for a value that was never positioned.
   Location location() const;
@@ -54,7 +61,11 @@ class Value {
     id_ = id;
     start_ = start;
   }
-  detail::Parser& parser() const;
+  detail::Parser& parser() const {
+    if (parser_ == nullptr) failNoValue();
+    return *parser_;
+  }
+  [[noreturn]] static void failNoValue();
 
   detail::Parser* parser_ = nullptr;
   std::uint64_t id_ = 0;
