@@ -1,7 +1,8 @@
 // LineEditor on POSIX: redirected standard input read line by line through
-// pipes, without a prompt.
+// pipes, without a prompt, and the console errors it reports.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -108,6 +109,35 @@ TEST(LineEditorTest, FailingRedirectedInputIsAnError) {
     EXPECT_TRUE(std::string_view(error.what()).starts_with("cannot read from the console: "))
         << error.what();
   }
+}
+
+// A console that takes keys but no text: the reason for the failed prompt
+// reaches the error, past the restoring of the terminal.
+TEST(LineEditorTest, FailingConsoleOutputIsAnError) {
+  int master = -1;
+  int slave = -1;
+  ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+  // The terminal for reading only, and standard output no terminal: the
+  // prompt goes to standard input, where every write fails with EBADF.
+  const int readOnly = open(ttyname(slave), O_RDONLY | O_NOCTTY);
+  ASSERT_GE(readOnly, 0);
+  RedirectedStandardStreams streams("");
+  {
+    const RedirectedDescriptor input(0, readOnly);
+    LineEditor editor("Password: ", maskedOptions());
+    try {
+      (void)editor.readLine();
+      ADD_FAILURE() << "no error";
+    } catch (const CancelledException&) {
+      ADD_FAILURE() << "taken for a cancellation";
+    } catch (const std::system_error& error) {
+      EXPECT_EQ(error.code(), std::error_code(EBADF, std::generic_category()));
+      EXPECT_TRUE(std::string_view(error.what()).starts_with("cannot write to the console: "))
+          << error.what();
+    }
+  }
+  close(master);
+  close(slave);
 }
 
 TEST(LineEditorTest, TwoEditorsTakeTurns) {
