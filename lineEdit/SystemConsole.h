@@ -81,10 +81,11 @@ class SystemConsole final : public EditTerminal {
 
   // Restores the input mode and moves the output to a new line. Nothing may
   // be read or written afterwards. Leaves errno as it was.
+  // REQUIRES: open() returned 0; finish() not called before.
   void finish();
 
  private:
-  class Session;  // the console taken by open(), one class per system
+  struct Session;  // what open() took for the edit, one definition per system
 
   std::unique_ptr<Session> session_;
 };

@@ -49,7 +49,6 @@ struct ReaderState {
   termios savedMode{};
   termios editMode{};  // raw mode, to go back to after a handler that returns
   volatile std::sig_atomic_t rawMode = 0;
-  bool exitHandlerRegistered = false;
   std::array<struct sigaction, NSIG> previousActions{};
   std::array<volatile std::sig_atomic_t, NSIG> handlerInstalled{};
 };
@@ -208,48 +207,15 @@ class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
 
 }  // namespace
 
-// Raw mode for the lifetime of the object: keys from standard input through
-// the terminal's key decoder, the prompt and the echo written to the chosen
-// output.
-class SystemConsole::Session {
- public:
-  explicit Session(int outputFd) : outputFd_(outputFd), decoder_(source_) { rawMode_.emplace(); }
+// What one edit holds: the output chosen for the prompt and the echo, the
+// key decoder over standard input, and raw mode, from open() to finish().
+struct SystemConsole::Session {
+  explicit Session(int output) : outputFd(output), decoder(source) { rawMode.emplace(); }
 
-  int readKey(KeyCode& key) { return decoder_.readKey(key); }
-
-  int write(std::string_view bytes) const {
-    while (!bytes.empty()) {
-      const ssize_t count =
-          retryOnInterrupt([&] { return ::write(outputFd_, bytes.data(), bytes.size()); });
-      if (count < 0) return -1;
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return 0;
-  }
-
-  int columns() const {
-    winsize size{};
-    if (ioctl(outputFd_, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
-    return size.ws_col;
-  }
-
-  // Standard output is shared with the program's own messages: the new line
-  // goes through stdio, after what it holds.
-  void finish() {
-    rawMode_.reset();
-    if (outputFd_ == STDOUT_FILENO) {
-      std::fputs("\n", stdout);
-      std::fflush(stdout);
-    } else if (write("\n") < 0) {
-      // Only the cursor's line is lost; the line read stands.
-    }
-  }
-
- private:
-  int outputFd_;
-  TerminalByteSource source_;
-  TerminalKeyDecoder decoder_;
-  std::optional<RawMode> rawMode_;
+  const int outputFd;
+  TerminalByteSource source;
+  TerminalKeyDecoder decoder;
+  std::optional<RawMode> rawMode;
 };
 
 bool SystemConsole::inputIsConsole() noexcept { return isatty(STDIN_FILENO) != 0; }
@@ -273,10 +239,9 @@ SystemConsole::SystemConsole() = default;
 SystemConsole::~SystemConsole() = default;
 
 int SystemConsole::open() {
-  if (!state.exitHandlerRegistered) {
-    std::atexit(restoreAtExit);
-    state.exitHandlerRegistered = true;
-  }
+  // Registered once, at the first edit: an exit during any edit restores
+  // the console.
+  [[maybe_unused]] static const int exitHandler = std::atexit(restoreAtExit);
   if (tcgetattr(STDIN_FILENO, &state.savedMode) != 0) {
     errno = ENOTTY;
     return -1;
@@ -286,15 +251,36 @@ int SystemConsole::open() {
   return 0;
 }
 
-int SystemConsole::readKey(KeyCode& key) { return session_->readKey(key); }
+int SystemConsole::readKey(KeyCode& key) { return session_->decoder.readKey(key); }
 
-int SystemConsole::write(std::string_view bytes) { return session_->write(bytes); }
+int SystemConsole::write(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count =
+        retryOnInterrupt([&] { return ::write(session_->outputFd, bytes.data(), bytes.size()); });
+    if (count < 0) return -1;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
 
-int SystemConsole::columns() { return session_->columns(); }
+int SystemConsole::columns() {
+  winsize size{};
+  if (ioctl(session_->outputFd, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
+  return size.ws_col;
+}
 
+// Standard output is shared with the program's own messages: the new line
+// goes through stdio, after what it holds. Elsewhere a failed new line
+// loses only the cursor's line; the line read stands.
 void SystemConsole::finish() {
   const int savedErrno = errno;
-  if (session_) session_->finish();
+  session_->rawMode.reset();
+  if (session_->outputFd == STDOUT_FILENO) {
+    std::fputs("\n", stdout);
+    std::fflush(stdout);
+  } else {
+    (void)write("\n");
+  }
   errno = savedErrno;
 }
 

@@ -29,7 +29,6 @@ struct ReaderState {
   HANDLE input = INVALID_HANDLE_VALUE;
   DWORD savedInputMode = 0;  // 0: nothing to restore
   bool rawMode = false;
-  bool exitHandlerRegistered = false;
 };
 
 ReaderState state;
@@ -262,60 +261,13 @@ void waitForKey() {
 
 }  // namespace
 
-// Keys from the console input, the prompt and echo through the escape-
-// sequence writer to the chosen console output. Raw mode lasts from
-// construction to finish().
-class SystemConsole::Session {
- public:
-  Session(Win32Console& output, DWORD inputMode) : output_(output) { rawMode_.emplace(inputMode); }
+// What one edit holds: the console output chosen for the prompt and the
+// echo, and raw mode, from open() to finish().
+struct SystemConsole::Session {
+  Session(Win32Console& console, DWORD inputMode) : output(console) { rawMode.emplace(inputMode); }
 
-  // A failing console input is an error and an empty read its end: either
-  // ends the edit, so that a console that has gone is never read in a loop.
-  int readKey(KeyCode& key) const {
-    for (;;) {
-      INPUT_RECORD record{};
-      DWORD count = 0;
-      if (!ReadConsoleInputW(state.input, &record, 1, &count)) return failWithLastError();
-      if (count == 0) return 0;
-      if (record.EventType != KEY_EVENT) continue;
-      if (const std::optional<KeyCode> code =
-              consoleKeyCode(keyEventOf(record.Event.KeyEvent), readInputByte)) {
-        key = *code;
-        return 1;
-      }
-    }
-  }
-
-  // The writer reports no console failures; an empty write is no failure.
-  int write(std::string_view bytes) const {
-    std::size_t consumed = 0;
-    if (!consoleWriter().write(output_, bytes, consumed)) return failWithLastError();
-    if (bytes.empty() || consumed > 0) return 0;
-    errno = EIO;
-    return -1;
-  }
-
-  int columns() const {
-    CONSOLE_SCREEN_BUFFER_INFO info{};
-    if (!GetConsoleScreenBufferInfo(output_.handle(), &info)) return 80;
-    return info.srWindow.Right - info.srWindow.Left + 1;
-  }
-
-  // Standard output is shared with the program's own messages: the new line
-  // goes through stdio, after what it holds.
-  void finish() {
-    rawMode_.reset();
-    if (&output_ == &standardOutputConsole()) {
-      std::printf("\n");
-      std::fflush(stdout);
-    } else if (write("\n") < 0) {
-      // Only the cursor's line is lost; the line read stands.
-    }
-  }
-
- private:
-  Win32Console& output_;
-  std::optional<RawMode> rawMode_;
+  Win32Console& output;
+  std::optional<RawMode> rawMode;
 };
 
 // A character device: a console, or a device such as NUL, which open()
@@ -354,10 +306,9 @@ SystemConsole::SystemConsole() = default;
 SystemConsole::~SystemConsole() = default;
 
 int SystemConsole::open() {
-  if (!state.exitHandlerRegistered) {
-    std::atexit(restoreAtExit);
-    state.exitHandlerRegistered = true;
-  }
+  // Registered once, at the first edit: an exit during any edit restores
+  // the console.
+  [[maybe_unused]] static const int exitHandler = std::atexit(restoreAtExit);
   // A character device that is not a console (NUL) gives no keys.
   state.input = GetStdHandle(STD_INPUT_HANDLE);
   DWORD inputMode = 0;
@@ -374,15 +325,51 @@ int SystemConsole::open() {
   return 0;
 }
 
-int SystemConsole::readKey(KeyCode& key) { return session_->readKey(key); }
+// A failing console input is an error and an empty read its end: either
+// ends the edit, so that a console that has gone is never read in a loop.
+int SystemConsole::readKey(KeyCode& key) {
+  for (;;) {
+    INPUT_RECORD record{};
+    DWORD count = 0;
+    if (!ReadConsoleInputW(state.input, &record, 1, &count)) return failWithLastError();
+    if (count == 0) return 0;
+    if (record.EventType != KEY_EVENT) continue;
+    if (const std::optional<KeyCode> code =
+            consoleKeyCode(keyEventOf(record.Event.KeyEvent), readInputByte)) {
+      key = *code;
+      return 1;
+    }
+  }
+}
 
-int SystemConsole::write(std::string_view bytes) { return session_->write(bytes); }
+// Through the escape-sequence writer, which reports no console failures;
+// an empty write is no failure.
+int SystemConsole::write(std::string_view bytes) {
+  std::size_t consumed = 0;
+  if (!consoleWriter().write(session_->output, bytes, consumed)) return failWithLastError();
+  if (bytes.empty() || consumed > 0) return 0;
+  errno = EIO;
+  return -1;
+}
 
-int SystemConsole::columns() { return session_->columns(); }
+int SystemConsole::columns() {
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  if (!GetConsoleScreenBufferInfo(session_->output.handle(), &info)) return 80;
+  return info.srWindow.Right - info.srWindow.Left + 1;
+}
 
+// Standard output is shared with the program's own messages: the new line
+// goes through stdio, after what it holds. The console's own output takes it
+// through the writer; should that fail, only the cursor's line is lost.
 void SystemConsole::finish() {
   const int savedErrno = errno;
-  if (session_) session_->finish();
+  session_->rawMode.reset();
+  if (&session_->output == &standardOutputConsole()) {
+    std::printf("\n");
+    std::fflush(stdout);
+  } else {
+    (void)write("\n");
+  }
   errno = savedErrno;
 }
 
