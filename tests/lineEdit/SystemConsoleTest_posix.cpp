@@ -13,28 +13,12 @@
 
 #include "lineEdit/KeyCode.h"
 #include "lineEdit/SystemConsole.h"
+#include "tests/lineEdit/RedirectedDescriptor_posix.h"
 
 namespace korvane::lineEdit {
 namespace {
 
-// Replaces a standard descriptor with a duplicate of `replacement` for the
-// lifetime of the object.
-class RedirectedDescriptor {
- public:
-  RedirectedDescriptor(int target, int replacement) : target_(target), saved_(dup(target)) {
-    EXPECT_GE(dup2(replacement, target), 0);
-  }
-  RedirectedDescriptor(const RedirectedDescriptor&) = delete;
-  RedirectedDescriptor& operator=(const RedirectedDescriptor&) = delete;
-  ~RedirectedDescriptor() {
-    dup2(saved_, target_);
-    close(saved_);
-  }
-
- private:
-  int target_;
-  int saved_;
-};
+using test::RedirectedDescriptor;
 
 class Pipe {
  public:
@@ -107,14 +91,14 @@ class PseudoTerminal {
 TEST(SystemConsoleTest, OnlyATerminalIsAConsole) {
   const Pipe pipe;
   {
-    const RedirectedDescriptor input(STDIN_FILENO, pipe.readEnd());
-    const RedirectedDescriptor error(STDERR_FILENO, pipe.writeEnd());
+    const RedirectedDescriptor input(STDIN_FILENO, dup(pipe.readEnd()));
+    const RedirectedDescriptor error(STDERR_FILENO, dup(pipe.writeEnd()));
     EXPECT_FALSE(SystemConsole::inputIsConsole());
     EXPECT_FALSE(SystemConsole::outputIsConsole(SystemConsole::Output::standardError));
   }
   const PseudoTerminal terminal;
-  const RedirectedDescriptor input(STDIN_FILENO, terminal.slave());
-  const RedirectedDescriptor error(STDERR_FILENO, terminal.slave());
+  const RedirectedDescriptor input(STDIN_FILENO, dup(terminal.slave()));
+  const RedirectedDescriptor error(STDERR_FILENO, dup(terminal.slave()));
   EXPECT_TRUE(SystemConsole::inputIsConsole());
   EXPECT_TRUE(SystemConsole::outputIsConsole(SystemConsole::Output::standardError));
 }
@@ -123,7 +107,7 @@ TEST(SystemConsoleTest, PlainReadGivesBytesThenTheEnd) {
   Pipe pipe;
   ASSERT_EQ(::write(pipe.writeEnd(), "ab", 2), 2);
   pipe.closeWriteEnd();
-  const RedirectedDescriptor input(STDIN_FILENO, pipe.readEnd());
+  const RedirectedDescriptor input(STDIN_FILENO, dup(pipe.readEnd()));
   char byte = 0;
   EXPECT_EQ(SystemConsole::readInputByte(byte), 1);
   EXPECT_EQ(byte, 'a');
@@ -136,7 +120,6 @@ TEST(SystemConsoleTest, PlainReadFailureIsMinusOneWithErrno) {
   const int writeOnly = open("/dev/null", O_WRONLY);
   ASSERT_GE(writeOnly, 0);
   const RedirectedDescriptor input(STDIN_FILENO, writeOnly);
-  close(writeOnly);
   char byte = 0;
   errno = 0;
   EXPECT_EQ(SystemConsole::readInputByte(byte), -1);
@@ -145,7 +128,7 @@ TEST(SystemConsoleTest, PlainReadFailureIsMinusOneWithErrno) {
 
 TEST(SystemConsoleTest, OpenRefusesInputThatIsNoTerminal) {
   const Pipe pipe;
-  const RedirectedDescriptor input(STDIN_FILENO, pipe.readEnd());
+  const RedirectedDescriptor input(STDIN_FILENO, dup(pipe.readEnd()));
   SystemConsole console;
   errno = 0;
   EXPECT_EQ(console.open(), -1);
@@ -156,8 +139,8 @@ TEST(SystemConsoleTest, OpenRefusesInputThatIsNoTerminal) {
 // bytes, the echo and the final new line on the terminal.
 TEST(SystemConsoleTest, EditTakesTheTerminalAndGivesItBack) {
   const PseudoTerminal terminal;
-  const RedirectedDescriptor input(STDIN_FILENO, terminal.slave());
-  const RedirectedDescriptor output(STDOUT_FILENO, terminal.slave());
+  const RedirectedDescriptor input(STDIN_FILENO, dup(terminal.slave()));
+  const RedirectedDescriptor output(STDOUT_FILENO, dup(terminal.slave()));
   const tcflag_t before = terminal.localModes();
   ASSERT_NE(before & ECHO, 0u);
 
