@@ -212,7 +212,7 @@ class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
 struct SystemConsole::Session {
   explicit Session(int output) : outputFd(output), decoder(source) { rawMode.emplace(); }
 
-  const int outputFd;
+  int outputFd;
   TerminalByteSource source;
   TerminalKeyDecoder decoder;
   std::optional<RawMode> rawMode;
