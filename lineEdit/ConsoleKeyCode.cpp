@@ -64,12 +64,12 @@ KeyCode codeForVirtualKey(std::uint16_t virtualKey) {
 // The key an escape sequence stands for, from the bytes after the ESC.
 std::optional<KeyCode> escapeSequenceKey(const ReadInputByte& readByte) {
   std::array<char, 3> sequence{};
-  if (!readByte(sequence[0]) || !readByte(sequence[1])) return std::nullopt;
+  if (readByte(sequence[0]) != 1 || readByte(sequence[1]) != 1) return std::nullopt;
   KeyCode key = 0;
   if (sequence[0] == 'O') {
     key = keys::forSingleShiftFinal(sequence[1]);
   } else if (sequence[0] == '[' && sequence[1] >= '0' && sequence[1] <= '9') {
-    if (!readByte(sequence[2])) return std::nullopt;
+    if (readByte(sequence[2]) != 1) return std::nullopt;
     if (sequence[1] == '3' && sequence[2] == '~') key = keys::deleteCharacter;
   } else if (sequence[0] == '[') {
     key = keys::forControlSequenceFinal(sequence[1]);

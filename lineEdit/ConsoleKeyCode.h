@@ -2,7 +2,7 @@
 // It is the Windows console's one key function; portable code, so it is
 // built and tested on every system.
 //
-// The raw line reader on Windows reads console input records and hands each
+// The system console on Windows reads console input records and hands each
 // key event here, with a way to read the plain input bytes that follow an
 // escape character. Rules:
 // - Key-up events yield nothing.
@@ -32,8 +32,9 @@
 
 namespace korvane::lineEdit {
 
-// Reads one plain input byte; false on failure or end of input.
-using ReadInputByte = std::function<bool(char& byte)>;
+// Reads one plain input byte: 1 with the byte, 0 at the end of input, -1
+// with errno on failure (SystemConsole::readInputByte's convention).
+using ReadInputByte = std::function<int(char& byte)>;
 
 std::optional<KeyCode> consoleKeyCode(const KeyEvent& event, const ReadInputByte& readByte);
 

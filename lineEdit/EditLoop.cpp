@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 
 #include "lineEdit/CharacterWidth.h"
@@ -41,35 +42,31 @@ LineResult EditLoop::run(std::span<char> buffer, std::string_view prompt) {
   pos_ = len_ = 0;
   buffer_[0] = '\0';
   previousCursorColumn_ = maxRows_ = historyIndex_ = 0;
-  sawNotUtf8_ = writeFailed_ = false;
-  writeError_.clear();
+  sawNotUtf8_ = false;
+  writeErrno_ = 0;
 
   history_.add("");
   write(prompt_);
-  if (writeFailed_) return endWithout(LineEnd::writeFailed, writeError_);
+  if (writeErrno_ != 0) return endAfterFailedWrite();
 
   for (;;) {
     KeyCode key = 0;
-    if (const ReadResult read = terminal_.readKey(key); read != ReadResult::read) {
-      return endAfterRead(read);
-    }
+    if (const int read = terminal_.readKey(key); read != 1) return endAfterRead(read);
     if (utils::string::isHighSurrogate(key)) {
       KeyCode low = 0;
-      if (const ReadResult read = terminal_.readKey(low); read != ReadResult::read) {
-        return endAfterRead(read);
-      }
+      if (const int read = terminal_.readKey(low); read != 1) return endAfterRead(read);
       key = utils::string::combineSurrogates(key, low);
     } else if (utils::string::isSurrogate(key)) {
       key = utils::string::replacementCharacter;  // a low surrogate without its high half
     }
     const Step step = handleKey(key);
-    if (writeFailed_) return endWithout(LineEnd::writeFailed, writeError_);
+    if (writeErrno_ != 0) return endAfterFailedWrite();
     switch (step) {
       case Step::proceed:
         break;
       case Step::accept:
         if (sawNotUtf8_) return endWithout(LineEnd::notUtf8);
-        return LineResult{LineEnd::accepted, len_, {}};
+        return LineResult{LineEnd::accepted, len_};
       case Step::cancel:
         return endWithout(LineEnd::cancelled);
     }
@@ -78,27 +75,29 @@ LineResult EditLoop::run(std::span<char> buffer, std::string_view prompt) {
 
 // Every end but an accepted line wipes what was typed: the caller gets no
 // text, and none stays behind in its buffer.
-LineResult EditLoop::endWithout(LineEnd end, std::error_code error) {
+LineResult EditLoop::endWithout(LineEnd end) {
   utils::core::secureZero(buffer_.data(), len_);
   pos_ = len_ = 0;
-  return LineResult{end, 0, error};
+  return LineResult{end, 0};
 }
 
-LineResult EditLoop::endAfterRead(ReadResult read) {
-  if (read == ReadResult::failed) {
-    return endWithout(LineEnd::readFailed, terminal_.lastError());
-  }
-  return endWithout(LineEnd::inputEnded);
+LineResult EditLoop::endAfterRead(int read) {
+  return endWithout(read < 0 ? LineEnd::readFailed : LineEnd::inputEnded);
+}
+
+// The reason was kept when the write failed: the rest of the key's handling
+// may have changed errno since.
+LineResult EditLoop::endAfterFailedWrite() {
+  const LineResult result = endWithout(LineEnd::writeFailed);
+  errno = writeErrno_;
+  return result;
 }
 
 // The first failed write ends the edit once the current key is handled;
 // nothing more is written to a console that has failed.
 void EditLoop::write(std::string_view bytes) {
-  if (writeFailed_) return;
-  if (!terminal_.write(bytes)) {
-    writeFailed_ = true;
-    writeError_ = terminal_.lastError();
-  }
+  if (writeErrno_ != 0) return;
+  if (terminal_.write(bytes) < 0) writeErrno_ = errno != 0 ? errno : EIO;
 }
 
 EditLoop::Step EditLoop::handleKey(KeyCode key) {

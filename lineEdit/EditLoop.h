@@ -44,9 +44,9 @@ class EditLoop {
   // typed is wiped from buffer and the result tells why the line ended:
   //   cancelled    Ctrl+C or Escape, or Ctrl+D / Delete on an empty line;
   //   inputEnded   no key can be read any more (end of input);
-  //   readFailed   reading a key failed, with the terminal's error;
-  //   writeFailed  the prompt or any echo or refresh could not be written,
-  //                with the terminal's error;
+  //   readFailed   reading a key failed; errno is the terminal's reason;
+  //   writeFailed  the prompt or any echo or refresh could not be written;
+  //                errno is the terminal's reason;
   //   notUtf8      Enter, after the terminal sent bytes that are not UTF-8
   //                (keys::notUtf8) at any time during the line.
   // REQUIRES: !buffer.empty(), buffer.size() <= bufferSize
@@ -55,8 +55,11 @@ class EditLoop {
  private:
   enum class Step { proceed, accept, cancel };
 
-  LineResult endWithout(LineEnd end, std::error_code error = {});
-  LineResult endAfterRead(ReadResult read);
+  // Ends the line without text; leaves errno as it is.
+  LineResult endWithout(LineEnd end);
+  // The end after a read that gave no key (readKey's result, 0 or -1).
+  LineResult endAfterRead(int read);
+  LineResult endAfterFailedWrite();
   void write(std::string_view bytes);
 
   std::string_view text() const { return {buffer_.data(), len_}; }
@@ -98,8 +101,7 @@ class EditLoop {
   std::size_t maxRows_ = 0;               // multi-line refresh only
   std::size_t historyIndex_ = 0;          // 0: the line being edited
   bool sawNotUtf8_ = false;               // the line is refused on Enter
-  bool writeFailed_ = false;
-  std::error_code writeError_;
+  int writeErrno_ = 0;                    // the first failed write's errno, 0 if none
 };
 
 }  // namespace korvane::lineEdit

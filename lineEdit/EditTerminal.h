@@ -1,7 +1,7 @@
 // The console as the edit loop sees it: a source of key codes, an output for
-// the refreshed line and the width of the screen. The raw line reader
-// implements it over the real console; tests and the fuzzer implement it over
-// scripted keys and a recorded output.
+// the refreshed line and the width of the screen. SystemConsole implements it
+// over the real console; tests and the fuzzer implement it over scripted
+// keys and a recorded output.
 //
 // Key codes (lineEdit/KeyCode.h) are UTF-16 code units: printable characters
 // as themselves (a surrogate pair above U+FFFF), control keys as the codes 1
@@ -10,33 +10,29 @@
 // in keys::. Escape sequences are resolved into key codes before they get
 // here.
 //
+// Failures follow the POSIX convention, as everywhere in the line editor:
+// -1 with the reason in errno.
+//
 // Thread safety: implementations are used by one edit loop at a time.
 #pragma once
 
 #include <string_view>
-#include <system_error>
 
 #include "lineEdit/KeyCode.h"
 
 namespace korvane::lineEdit {
 
-// What one read from the console's input gave: something read, the end of
-// the input (a terminal that hung up reads as ended), or a failure.
-enum class ReadResult { read, ended, failed };
-
 class EditTerminal {
  public:
   virtual ~EditTerminal() = default;
 
-  // Reads the next key code. After ReadResult::failed, lastError() tells why.
-  virtual ReadResult readKey(KeyCode& key) = 0;
+  // Reads the next key code into key. Returns 1 when a key was read, 0 at
+  // the end of the input (a terminal that hung up reads as ended), -1 with
+  // errno on failure.
+  virtual int readKey(KeyCode& key) = 0;
 
-  // Writes every byte to the console output. Returns false on failure;
-  // lastError() then tells why.
-  virtual bool write(std::string_view bytes) = 0;
-
-  // Why the latest failed read or write failed.
-  virtual std::error_code lastError() const = 0;
+  // Writes every byte to the console output. Returns 0, or -1 with errno.
+  virtual int write(std::string_view bytes) = 0;
 
   // The width of the screen in columns, 80 when the console cannot tell.
   virtual int columns() = 0;

@@ -1,5 +1,6 @@
 #include "lineEdit/LineEditor.h"
 
+#include <cerrno>
 #include <mutex>
 #include <stdexcept>
 #include <system_error>
@@ -28,13 +29,15 @@ SharedState& sharedState() {
   return state;
 }
 
-// A failure always names a reason, even when the console gave none.
-std::error_code orInputOutputError(std::error_code error) {
-  return error ? error : std::make_error_code(std::errc::io_error);
+// The reason the console gave in errno; a failure always names one, even
+// when the console gave none.
+std::error_code consoleError(int error) {
+  return std::error_code(error != 0 ? error : EIO, std::generic_category());
 }
 
-// The exception for a read that gave no line.
-[[noreturn]] void throwFor(const LineResult& result) {
+// The exception for a read that gave no line; error is the errno that the
+// read left.
+[[noreturn]] void throwFor(const LineResult& result, int error) {
   switch (result.end) {
     case LineEnd::noConsole:
       throw std::runtime_error(
@@ -44,9 +47,9 @@ std::error_code orInputOutputError(std::error_code error) {
       // no UTF-8 login form ever sends.
       throw std::runtime_error(LineEditor::notUtf8Message);
     case LineEnd::readFailed:
-      throw std::system_error(orInputOutputError(result.error), "cannot read from the console");
+      throw std::system_error(consoleError(error), "cannot read from the console");
     case LineEnd::writeFailed:
-      throw std::system_error(orInputOutputError(result.error), "cannot write to the console");
+      throw std::system_error(consoleError(error), "cannot write to the console");
     case LineEnd::accepted:
     case LineEnd::cancelled:
     case LineEnd::inputEnded:
@@ -106,10 +109,12 @@ utils::core::SecureString LineEditor::readLine() {
 
   SharedState& shared = sharedState();
   utils::core::SecureString line;
+  errno = 0;
   const LineResult result = RawLineReader::read(prompt_, shared.settings, shared.history, line);
+  const int error = errno;
   if (result.end == LineEnd::accepted) return line;
   line.wipe();
-  throwFor(result);
+  throwFor(result, error);
 }
 
 }  // namespace korvane::lineEdit

@@ -1,13 +1,12 @@
 #include "lineEdit/RawLineReader.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <iostream>
-#include <memory>
-#include <system_error>
 
 #include "lineEdit/EditBuffer.h"
 #include "lineEdit/EditLoop.h"
-#include "lineEdit/RawTerminal.h"
+#include "lineEdit/SystemConsole.h"
 
 namespace korvane::lineEdit {
 
@@ -21,20 +20,19 @@ LineResult readPlainLine(utils::core::SecureString& line) {
   line.reserve(maxPlainLineLength);  // no reallocation leaves copies behind
   while (line.size() < maxPlainLineLength) {
     char byte = 0;
-    std::error_code error;
-    const ReadResult result = RawTerminal::readInputByte(byte, error);
-    if (result == ReadResult::failed) {
-      line.wipe();
-      return LineResult{LineEnd::readFailed, 0, error};
+    const int result = SystemConsole::readInputByte(byte);
+    if (result < 0) {
+      line.wipe();  // keeps errno
+      return LineResult{LineEnd::readFailed, 0};
     }
-    if (result == ReadResult::ended) {
-      if (line.empty()) return LineResult{LineEnd::inputEnded, 0, {}};
+    if (result == 0) {
+      if (line.empty()) return LineResult{LineEnd::inputEnded, 0};
       break;  // the last line has no "\n"
     }
     if (byte == '\n') break;
     line.push_back(byte);
   }
-  return LineResult{LineEnd::accepted, line.size(), {}};
+  return LineResult{LineEnd::accepted, line.size()};
 }
 
 }  // namespace
@@ -42,18 +40,18 @@ LineResult readPlainLine(utils::core::SecureString& line) {
 LineResult RawLineReader::read(std::string_view prompt, const EditSettings& settings,
                                History& history, utils::core::SecureString& line) {
   line.wipe();
-  if (!RawTerminal::inputIsConsole()) return readPlainLine(line);
+  if (!SystemConsole::inputIsConsole()) return readPlainLine(line);
   // Text the program printed before must appear before the prompt, which
   // goes straight to the console.
   std::cout.flush();
   std::fflush(stdout);
-  const std::unique_ptr<RawTerminal> terminal = RawTerminal::open();
-  if (!terminal) return LineResult{LineEnd::noConsole, 0, {}};
+  SystemConsole console;
+  if (console.open() < 0) return LineResult{LineEnd::noConsole, 0};
 
   EditBuffer buffer;
-  EditLoop loop(*terminal, settings, history);
+  EditLoop loop(console, settings, history);
   const LineResult result = loop.run(buffer.span(), prompt);
-  terminal->finish();
+  console.finish();  // keeps errno for a failed read or write
   if (result.end == LineEnd::accepted) line.append({buffer.span().data(), result.length});
   return result;
 }

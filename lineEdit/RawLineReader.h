@@ -8,7 +8,7 @@
 // prompt.
 //
 // The logic (plain line or edit, the edit buffer, the result) is written
-// once, in RawLineReader.cpp; the console itself is RawTerminal, one
+// once, in RawLineReader.cpp; the console itself is SystemConsole, one
 // implementation per platform.
 //
 // Thread safety: none. The console modes are process-wide state; one read at
@@ -34,14 +34,14 @@ class RawLineReader {
   // without its "\n", read byte by byte so that nothing after it is consumed,
   // at most 4096 bytes at a time (the rest is left for the next read). At the
   // end of input the bytes read so far are the line; with none read, the
-  // input has ended (inputEnded). A read error is readFailed.
+  // input has ended (inputEnded). A read error is readFailed, with errno.
   //
   // Standard input a console: the prompt and the echo go to standard output
   // when that is a console too, otherwise to the console itself (POSIX: the
   // terminal of standard input; Windows: the console's own output, CONOUT$).
   // When the console's input or output cannot be used at all: noConsole.
   // Otherwise the edit loop's result (EditLoop::run): a line is accepted
-  // only on Enter.
+  // only on Enter; readFailed and writeFailed leave the reason in errno.
   static LineResult read(std::string_view prompt, const EditSettings& settings, History& history,
                          utils::core::SecureString& line);
 

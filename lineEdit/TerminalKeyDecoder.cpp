@@ -1,6 +1,7 @@
 #include "lineEdit/TerminalKeyDecoder.h"
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <span>
 #include <string_view>
@@ -22,6 +23,9 @@ bool isParameterByte(unsigned char byte) { return byte >= 0x30 && byte <= 0x3F; 
 bool isIntermediateByte(unsigned char byte) { return byte >= 0x20 && byte <= 0x2F; }
 bool isFinalByte(unsigned char byte) { return byte >= 0x40 && byte <= 0x7E; }
 
+// Whether a read gave up waiting for the rest of a key.
+bool timedOut(int result) { return result < 0 && errno == ETIMEDOUT; }
+
 char32_t keyForCsi(std::string_view parameters, unsigned char final) {
   if (parameters.empty()) return keys::forControlSequenceFinal(static_cast<char>(final));
   if (final != '~') return 0;
@@ -41,17 +45,16 @@ TerminalKeyDecoder::~TerminalKeyDecoder() {
   *static_cast<volatile char16_t*>(&pendingLowSurrogate_) = 0;
 }
 
-ReadResult TerminalKeyDecoder::readKey(KeyCode& key) {
+int TerminalKeyDecoder::readKey(KeyCode& key) {
   if (pendingLowSurrogate_ != 0) {
     key = pendingLowSurrogate_;
     pendingLowSurrogate_ = 0;
-    return ReadResult::read;
+    return 1;
   }
   for (;;) {
     unsigned char byte = 0;
-    const Result result = next(byte, -1);
-    if (result == Result::failed) return ReadResult::failed;
-    if (result != Result::byte) return ReadResult::ended;
+    // Untimed, so anything but a byte is the end or a failure.
+    if (const int result = next(byte, -1); result != 1) return result;
     char32_t code = 0;
     if (byte == escape) {
       code = decodeEscape();
@@ -65,25 +68,32 @@ ReadResult TerminalKeyDecoder::readKey(KeyCode& key) {
     if (code == 0) continue;
     if (code == keys::notUtf8) {
       key = code;
-      return ReadResult::read;
+      return 1;
     }
     std::array<char16_t, 2> units{};
     if (utils::string::encodeUtf16(code, units) == 2) pendingLowSurrogate_ = units[1];
     key = units[0];
-    return ReadResult::read;
+    return 1;
   }
 }
 
-TerminalKeyDecoder::Result TerminalKeyDecoder::next(unsigned char& byte, int timeoutMilliseconds) {
+int TerminalKeyDecoder::next(unsigned char& byte, int timeoutMilliseconds) {
   if (hasPushedBack_) {
     hasPushedBack_ = false;
     byte = pushedBack_;
     pushedBack_ = 0;
-    return Result::byte;
+    return 1;
   }
-  if (inputEnd_ != Result::byte) return inputEnd_;
-  const Result result = source_.read(byte, timeoutMilliseconds);
-  if (result == Result::end || result == Result::failed) inputEnd_ = result;
+  if (inputEnded_) {
+    errno = endErrno_;
+    return endResult_;
+  }
+  const int result = source_.read(byte, timeoutMilliseconds);
+  if (result == 0 || (result < 0 && errno != ETIMEDOUT)) {
+    inputEnded_ = true;
+    endResult_ = result;
+    endErrno_ = result < 0 ? errno : 0;
+  }
   return result;
 }
 
@@ -94,12 +104,12 @@ void TerminalKeyDecoder::pushBack(unsigned char byte) {
 
 char32_t TerminalKeyDecoder::decodeEscape() {
   unsigned char byte = 0;
-  const Result result = next(byte, sequenceTimeoutMilliseconds);
-  if (result == Result::timeout) return keys::cancel;  // a lone ESC: the Escape key
-  if (result != Result::byte) return 0;                // the input ends; readKey reports it
+  const int result = next(byte, sequenceTimeoutMilliseconds);
+  if (timedOut(result)) return keys::cancel;  // a lone ESC: the Escape key
+  if (result != 1) return 0;                  // the input ends; readKey reports it
   if (byte == '[') return decodeControlSequence();
   if (byte == 'O') {
-    if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;
+    if (next(byte, sequenceTimeoutMilliseconds) != 1) return 0;
     const KeyCode key = keys::forSingleShiftFinal(static_cast<char>(byte));
     if (key != 0) return key;
     if (!isFinalByte(byte)) pushBack(byte);
@@ -122,7 +132,7 @@ char32_t TerminalKeyDecoder::decodeControlSequence() {
   // that none of it is taken for typed text.
   for (;;) {
     unsigned char byte = 0;
-    if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return 0;
+    if (next(byte, sequenceTimeoutMilliseconds) != 1) return 0;
     if (isParameterByte(byte)) {
       if (sawIntermediate) wellFormed = false;
       if (parameterCount < parameters.size()) {
@@ -154,7 +164,7 @@ char32_t TerminalKeyDecoder::decodeUtf8(unsigned char lead) {
   const std::size_t length = utils::string::utf8SequenceLength(lead);
   for (std::size_t i = 1; i < length; ++i) {
     unsigned char byte = 0;
-    if (next(byte, sequenceTimeoutMilliseconds) != Result::byte) return keys::notUtf8;
+    if (next(byte, sequenceTimeoutMilliseconds) != 1) return keys::notUtf8;
     if (!utils::string::isUtf8Continuation(byte)) {
       pushBack(byte);  // the start of the next key
       return keys::notUtf8;

@@ -18,13 +18,12 @@
 //     byte, a pause or the end of input.
 //
 // Once the source has reported the end of input or a failure, every later
-// read reports the same, so that a key cut short by it is not followed by
-// more keys.
+// read reports the same (a failure with the same errno), so that a key cut
+// short by it is not followed by more keys.
 //
 // Thread safety: one decoder per input, used by one thread.
 #pragma once
 
-#include "lineEdit/EditTerminal.h"
 #include "lineEdit/KeyCode.h"
 
 namespace korvane::lineEdit {
@@ -34,14 +33,12 @@ class TerminalKeyDecoder {
   // Where the bytes come from.
   class ByteSource {
    public:
-    enum class Result { byte, timeout, end, failed };
-
     virtual ~ByteSource() = default;
 
     // Reads one byte, waiting at most timeoutMilliseconds (without limit when
-    // negative). end: the end of input; failed: a read error, which the
-    // source keeps for its owner to report.
-    virtual Result read(unsigned char& byte, int timeoutMilliseconds) = 0;
+    // negative). Returns 1 with the byte, 0 at the end of input, or -1 with
+    // errno: ETIMEDOUT when no byte came in time, otherwise the read error.
+    virtual int read(unsigned char& byte, int timeoutMilliseconds) = 0;
   };
 
   // How long the bytes of one key may lag behind each other.
@@ -52,13 +49,14 @@ class TerminalKeyDecoder {
   TerminalKeyDecoder& operator=(const TerminalKeyDecoder&) = delete;
   ~TerminalKeyDecoder();
 
-  // Reads the next key code: a UTF-16 code unit or keys::notUtf8.
-  ReadResult readKey(KeyCode& key);
+  // Reads the next key code: a UTF-16 code unit or keys::notUtf8. Returns
+  // 1 with a key, 0 at the end of input, -1 with errno on a read error.
+  int readKey(KeyCode& key);
 
  private:
-  using Result = ByteSource::Result;
-
-  Result next(unsigned char& byte, int timeoutMilliseconds);
+  // One byte: the pushed-back one, or the source's (ByteSource::read's
+  // results), or the end the source reported before, again.
+  int next(unsigned char& byte, int timeoutMilliseconds);
   void pushBack(unsigned char byte);
   // Each returns 0 when the bytes make no key (read on), or a key code.
   char32_t decodeEscape();
@@ -69,7 +67,9 @@ class TerminalKeyDecoder {
   bool hasPushedBack_ = false;
   unsigned char pushedBack_ = 0;
   char16_t pendingLowSurrogate_ = 0;
-  Result inputEnd_ = Result::byte;  // end or failed once the source said so
+  bool inputEnded_ = false;  // the source reported the end or a failure
+  int endResult_ = 0;        // what it reported: 0, or -1 with endErrno_
+  int endErrno_ = 0;
 };
 
 }  // namespace korvane::lineEdit

@@ -1,8 +1,11 @@
 // Win32Console: the Console operations over a Windows console screen buffer.
 //
-// Each object stands for one console output handle (standard output or
-// standard error); replies written to the input go to the process's standard
-// input handle. The handle is borrowed, not closed. Only built on Windows.
+// Each object stands for one console output handle (standard output,
+// standard error or the console's own output); replies written to the input
+// go to the process's standard input handle. The handle is borrowed, not
+// closed. Its writeText is the program's one writer of console text:
+// SystemConsole sends both the line editor's output and the standard
+// streams' console output through it. Only built on Windows.
 //
 // Thread safety: none; one thread drives a console at a time.
 #pragma once

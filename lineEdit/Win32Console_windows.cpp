@@ -94,11 +94,15 @@ bool Win32Console::setTextAttribute(std::uint16_t attributes) {
   return ::SetConsoleTextAttribute(output_, attributes) != FALSE;
 }
 
+// The program's one WriteConsoleW: the line editor's output and the
+// standard streams' console output both come here. Older consoles refuse
+// a single write of more than about 64 KiB, so long text goes in parts.
 bool Win32Console::writeText(std::u16string_view text) {
+  constexpr std::size_t partLength = 8192;
   while (!text.empty()) {
     DWORD written = 0;
     if (!::WriteConsoleW(output_, reinterpret_cast<const wchar_t*>(text.data()),
-                         toDword(text.size()), &written, nullptr) ||
+                         toDword(std::min(text.size(), partLength)), &written, nullptr) ||
         written == 0) {
       return false;
     }

@@ -4,7 +4,8 @@
 #include <array>
 #include <iostream>
 
-#include "setUserPassword/PlatformConsole.h"
+#include "lineEdit/SystemConsole.h"
+#include "setUserPassword/ProgramArguments.h"
 #include "setUserPassword/Version.h"
 #include "utils/core/Format.h"
 #include "utils/string/PrintableText.h"
@@ -54,7 +55,7 @@ struct Stop {
 class Parser {
  public:
   Parser(int argc, const char* const* argv) : argc_(argc), argv_(argv) {
-    commandLine_.stdinIsConsole = standardInputIsConsole();
+    commandLine_.stdinIsConsole = lineEdit::SystemConsole::inputIsConsole();
   }
 
   ParsedCommandLine parse() {
@@ -167,7 +168,7 @@ int answerWithoutRun(const ParsedCommandLine& parsed) {
       status = 1;
       break;
   }
-  retainConsole();
+  lineEdit::SystemConsole::retainConsole();
   return status;
 }
 

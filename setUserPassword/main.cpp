@@ -6,17 +6,17 @@
 #include <vector>
 
 #include "lineEdit/CancelledException.h"
+#include "lineEdit/SystemConsole.h"
 #include "setUserPassword/Application.h"
 #include "setUserPassword/CommandLine.h"
-#include "setUserPassword/PlatformConsole.h"
 #include "setUserPassword/ProcessProtection.h"
-#include "setUserPassword/StandardStreams.h"
+#include "setUserPassword/ProgramArguments.h"
 
 namespace {
 
 int reportError(const std::exception& error, int status) {
   std::cerr << "ERROR: " << error.what() << std::endl;
-  korvane::setUserPassword::retainConsole();
+  korvane::lineEdit::SystemConsole::retainConsole();
   return status;
 }
 
@@ -25,7 +25,7 @@ int reportError(const std::exception& error, int status) {
 int main(int argc, char** argv) {
   using korvane::setUserPassword::Application;
   korvane::setUserPassword::protectProcessMemory();
-  korvane::setUserPassword::prepareStandardStreams();
+  korvane::lineEdit::SystemConsole::prepareStandardStreams();
   // The specific handlers come first: both exceptions are runtime errors.
   try {
     // Windows: UTF-8 from the wide command line. POSIX: the bytes as given.

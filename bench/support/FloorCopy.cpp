@@ -15,7 +15,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "utils/core/PosixCall.h"
+
 namespace {
+
+using korvane::utils::core::retryOnInterrupt;
 
 constexpr std::size_t bufferSize = std::size_t{1} << 20;
 
@@ -50,8 +54,7 @@ Descriptor openOrThrow(const std::string& path, int flags, mode_t mode = 0) {
 
 void writeAll(int fd, const char* data, std::size_t size) {
   while (size > 0) {
-    const ssize_t written = ::write(fd, data, size);
-    if (written < 0 && errno == EINTR) continue;
+    const ssize_t written = retryOnInterrupt([&] { return ::write(fd, data, size); });
     if (written <= 0) throw systemError("cannot write");
     data += written;
     size -= static_cast<std::size_t>(written);
@@ -62,8 +65,7 @@ void copyContent(int from, int to) {
   // Not filled in advance: every page of the buffer is touched by a read.
   const auto buffer = std::make_unique_for_overwrite<char[]>(bufferSize);
   for (;;) {
-    const ssize_t got = ::read(from, buffer.get(), bufferSize);
-    if (got < 0 && errno == EINTR) continue;
+    const ssize_t got = retryOnInterrupt([&] { return ::read(from, buffer.get(), bufferSize); });
     if (got < 0) throw systemError("cannot read");
     if (got == 0) return;
     writeAll(to, buffer.get(), static_cast<std::size_t>(got));

@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "lineEdit/CharacterWidth.h"
@@ -31,34 +30,32 @@ class FuzzTerminal : public korvane::lineEdit::EditTerminal {
                bool checkWidth)
       : data_(data), size_(size), columns_(columns), prompt_(prompt), checkWidth_(checkWidth) {}
 
-  korvane::lineEdit::ReadResult readKey(korvane::lineEdit::KeyCode& key) override {
-    using korvane::lineEdit::ReadResult;
-    if (next_ == size_) return ReadResult::ended;
+  // 1 with a key, 0 at the end of the data.
+  int readKey(korvane::lineEdit::KeyCode& key) override {
+    if (next_ == size_) return 0;
     const std::uint8_t byte = data_[next_++];
     if (byte < 0xF0) {
       key = byte;
-      return ReadResult::read;
+      return 1;
     }
     if (byte == 0xFF) {
       key = korvane::lineEdit::keys::deleteCharacter;
-      return ReadResult::read;
+      return 1;
     }
     if (byte == 0xFE) {
       key = korvane::lineEdit::keys::notUtf8;
-      return ReadResult::read;
+      return 1;
     }
-    if (size_ - next_ < 2) return ReadResult::ended;
+    if (size_ - next_ < 2) return 0;
     key = static_cast<char16_t>(data_[next_] | (data_[next_ + 1] << 8));
     next_ += 2;
-    return ReadResult::read;
+    return 1;
   }
 
-  bool write(std::string_view bytes) override {
+  int write(std::string_view bytes) override {
     if (checkWidth_ && !bytes.empty() && bytes[0] == '\r') checkRefresh(bytes);
-    return true;
+    return 0;
   }
-
-  std::error_code lastError() const override { return {}; }
 
   int columns() override { return columns_; }
 

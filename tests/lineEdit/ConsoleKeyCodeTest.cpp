@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <string>
 
@@ -42,9 +43,9 @@ KeyEvent key(std::uint16_t virtualKey, char16_t character, std::uint32_t control
 std::optional<KeyCode> codeOf(const KeyEvent& event, std::string bytes = {}) {
   std::size_t next = 0;
   return consoleKeyCode(event, [&](char& byte) {
-    if (next == bytes.size()) return false;
+    if (next == bytes.size()) return 0;
     byte = bytes[next++];
-    return true;
+    return 1;
   });
 }
 
@@ -146,7 +147,7 @@ TEST(ConsoleKeyCodeTest, EscapeCharacterReadsItsSequence) {
     std::size_t next = 0;
     const std::optional<KeyCode> code = consoleKeyCode(ctrlBracket, [&](char& byte) {
       byte = input[next++];
-      return true;
+      return 1;
     });
     EXPECT_EQ(code, c.code);
     EXPECT_EQ(next, c.bytesRead);
@@ -160,12 +161,27 @@ TEST(ConsoleKeyCodeTest, EscapeSequenceCutShortYieldsNothing) {
   EXPECT_EQ(codeOf(escapeCharacter, "[3"), std::nullopt);
 }
 
+// A read that fails (-1 with errno) ends the sequence like the end of input.
+TEST(ConsoleKeyCodeTest, EscapeSequenceCutShortByAFailedReadYieldsNothing) {
+  std::size_t reads = 0;
+  const std::optional<KeyCode> code = consoleKeyCode(key(0, u'\x1b'), [&](char& byte) {
+    if (reads++ == 0) {
+      byte = '[';
+      return 1;
+    }
+    errno = EIO;
+    return -1;
+  });
+  EXPECT_EQ(code, std::nullopt);
+  EXPECT_EQ(reads, 2u);
+}
+
 TEST(ConsoleKeyCodeTest, TheEscapeKeyCancelsWithoutReading) {
   // The Escape key is decided by its virtual-key code: no bytes are read.
   EXPECT_EQ(consoleKeyCode(key(keyEscape, u'\x1b'),
-                           [](char&) -> bool {
+                           [](char&) -> int {
                              ADD_FAILURE() << "read a byte";
-                             return false;
+                             return 0;
                            }),
             keys::cancel);
 }

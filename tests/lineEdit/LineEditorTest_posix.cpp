@@ -1,7 +1,8 @@
 // LineEditor on POSIX: redirected standard input read line by line through
-// pipes, without a prompt.
+// pipes, without a prompt, and the console errors it reports.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,28 +13,12 @@
 
 #include "lineEdit/CancelledException.h"
 #include "lineEdit/LineEditor.h"
+#include "tests/lineEdit/RedirectedDescriptor_posix.h"
 
 namespace korvane::lineEdit {
 namespace {
 
-// Replaces a standard descriptor for the lifetime of the object.
-class RedirectedDescriptor {
- public:
-  RedirectedDescriptor(int target, int replacement) : target_(target), saved_(dup(target)) {
-    dup2(replacement, target);
-    close(replacement);
-  }
-  RedirectedDescriptor(const RedirectedDescriptor&) = delete;
-  RedirectedDescriptor& operator=(const RedirectedDescriptor&) = delete;
-  ~RedirectedDescriptor() {
-    dup2(saved_, target_);
-    close(saved_);
-  }
-
- private:
-  int target_;
-  int saved_;
-};
+using test::RedirectedDescriptor;
 
 // Standard input from a pipe holding `input`, standard output into a pipe
 // whose contents are returned by `output()`.
@@ -73,6 +58,20 @@ LineEditorOptions maskedOptions() {
   return LineEditorOptions{.multiLine = false, .reserved = 0, .masked = true, .maskCharacter = '*'};
 }
 
+// readLine fails with a system error of `error` whose message starts with
+// `start`, not with a cancellation.
+void expectConsoleError(LineEditor& editor, int error, std::string_view start) {
+  try {
+    (void)editor.readLine();
+    ADD_FAILURE() << "no error";
+  } catch (const CancelledException&) {
+    ADD_FAILURE() << "taken for a cancellation";
+  } catch (const std::system_error& thrown) {
+    EXPECT_EQ(thrown.code(), std::error_code(error, std::generic_category()));
+    EXPECT_TRUE(std::string_view(thrown.what()).starts_with(start)) << thrown.what();
+  }
+}
+
 TEST(LineEditorTest, RedirectedInputReadsLinesWithoutPrompt) {
   RedirectedStandardStreams streams("first\nsecond line\n\nlast");
   LineEditor editor("Password: ", maskedOptions());
@@ -98,16 +97,27 @@ TEST(LineEditorTest, FailingRedirectedInputIsAnError) {
   // Standard input open for writing only: every read fails with EBADF.
   const RedirectedDescriptor input(0, open("/dev/null", O_WRONLY));
   LineEditor editor("Password: ", maskedOptions());
-  try {
-    (void)editor.readLine();
-    ADD_FAILURE() << "no error";
-  } catch (const CancelledException&) {
-    ADD_FAILURE() << "taken for a cancellation";
-  } catch (const std::system_error& error) {
-    EXPECT_EQ(error.code(), std::error_code(EBADF, std::generic_category()));
-    EXPECT_TRUE(std::string_view(error.what()).starts_with("cannot read from the console: "))
-        << error.what();
+  expectConsoleError(editor, EBADF, "cannot read from the console: ");
+}
+
+// A console that takes keys but no text: the reason for the failed prompt
+// reaches the error, past the restoring of the terminal.
+TEST(LineEditorTest, FailingConsoleOutputIsAnError) {
+  int master = -1;
+  int slave = -1;
+  ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+  // The terminal for reading only, and standard output no terminal: the
+  // prompt goes to standard input, where every write fails with EBADF.
+  const int readOnly = open(ttyname(slave), O_RDONLY | O_NOCTTY);
+  ASSERT_GE(readOnly, 0);
+  RedirectedStandardStreams streams("");
+  {
+    const RedirectedDescriptor input(0, readOnly);
+    LineEditor editor("Password: ", maskedOptions());
+    expectConsoleError(editor, EBADF, "cannot write to the console: ");
   }
+  close(master);
+  close(slave);
 }
 
 TEST(LineEditorTest, TwoEditorsTakeTurns) {

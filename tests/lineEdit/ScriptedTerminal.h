@@ -1,11 +1,12 @@
 // A terminal for tests: keys come from a script, every write is recorded.
-// After the last key the input ends, or, when told so, reading fails.
+// After the last key the input ends, or, when told so, reading fails. Like
+// the real console it reports a failure as -1 with errno.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "lineEdit/EditTerminal.h"
@@ -20,34 +21,33 @@ class ScriptedTerminal : public EditTerminal {
   explicit ScriptedTerminal(std::u32string keys, int columns = 80)
       : keys_(std::move(keys)), columns_(columns) {}
 
-  ReadResult readKey(KeyCode& key) override {
+  int readKey(KeyCode& key) override {
     ++reads_;
     if (nextKey_ == keys_.size()) {
-      if (readError_) error_ = readError_;
-      return readError_ ? ReadResult::failed : ReadResult::ended;
+      if (readErrno_ == 0) return 0;
+      errno = readErrno_;
+      return -1;
     }
     key = keys_[nextKey_++];
-    return ReadResult::read;
+    return 1;
   }
 
-  bool write(std::string_view bytes) override {
+  int write(std::string_view bytes) override {
     if (writesBeforeFailure_ == 0) {
-      error_ = std::make_error_code(std::errc::io_error);
-      return false;
+      errno = EIO;
+      return -1;
     }
     if (writesBeforeFailure_ > 0) --writesBeforeFailure_;
     writes_.emplace_back(bytes);
-    return true;
+    return 0;
   }
-
-  std::error_code lastError() const override { return error_; }
 
   int columns() override { return columns_; }
 
   // Writes after the next n succeed fail with EIO.
   void failWritesAfter(int n) { writesBeforeFailure_ = n; }
-  // Reading after the last key fails with `error` instead of ending.
-  void failReadsAtEnd(std::error_code error) { readError_ = error; }
+  // Reading after the last key fails with errno `error` instead of ending.
+  void failReadsAtEnd(int error) { readErrno_ = error; }
 
   const std::vector<std::string>& writes() const { return writes_; }
   std::string output() const {
@@ -64,8 +64,7 @@ class ScriptedTerminal : public EditTerminal {
   int columns_;
   std::size_t nextKey_ = 0;
   int writesBeforeFailure_ = -1;
-  std::error_code readError_;
-  std::error_code error_;
+  int readErrno_ = 0;
   std::size_t reads_ = 0;
   std::vector<std::string> writes_;
 };

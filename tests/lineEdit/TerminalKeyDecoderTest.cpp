@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -15,46 +16,62 @@ class ScriptedBytes : public TerminalKeyDecoder::ByteSource {
   ScriptedBytes(std::string bytes, std::vector<std::size_t> pauses = {})
       : bytes_(std::move(bytes)), pauses_(std::move(pauses)) {}
 
+  // What a read after the last byte gives: the end of input (0), a read
+  // error (-1 with EIO), or, for a timed read, a timeout (-1 with ETIMEDOUT).
+  enum class End { input, failure, timeout };
+
   // After the last byte: what an untimed read gives, and what a timed one
   // gives instead of a timeout (for the end of input in mid-key).
-  void endWith(Result untimed, Result timed) {
+  void endWith(End untimed, End timed) {
     untimedEnd_ = untimed;
     timedEnd_ = timed;
   }
   std::size_t readsAtEnd() const { return readsAtEnd_; }
 
-  Result read(unsigned char& byte, int timeoutMilliseconds) override {
+  int read(unsigned char& byte, int timeoutMilliseconds) override {
     for (std::size_t& pause : pauses_) {
       if (pause == next_) {
         pause = static_cast<std::size_t>(-1);
-        if (timeoutMilliseconds >= 0) return Result::timeout;
+        if (timeoutMilliseconds >= 0) return fail(ETIMEDOUT);
       }
     }
     if (next_ == bytes_.size()) {
       ++readsAtEnd_;
-      return timeoutMilliseconds >= 0 ? timedEnd_ : untimedEnd_;
+      switch (timeoutMilliseconds >= 0 ? timedEnd_ : untimedEnd_) {
+        case End::input:
+          return 0;
+        case End::failure:
+          return fail(EIO);
+        case End::timeout:
+          return fail(ETIMEDOUT);
+      }
     }
     byte = static_cast<unsigned char>(bytes_[next_++]);
-    return Result::byte;
+    return 1;
   }
 
  private:
   std::string bytes_;
   std::vector<std::size_t> pauses_;
   std::size_t next_ = 0;
-  Result untimedEnd_ = Result::end;
-  Result timedEnd_ = Result::timeout;
+  static int fail(int error) {
+    errno = error;
+    return -1;
+  }
+
+  End untimedEnd_ = End::input;
+  End timedEnd_ = End::timeout;
   std::size_t readsAtEnd_ = 0;
 };
 
 // Stands for keys::notUtf8 in decoded text.
 constexpr char16_t bad = u'\uFFFF';
 
-std::u16string decodeFrom(ScriptedBytes& source, ReadResult& last) {
+std::u16string decodeFrom(ScriptedBytes& source, int& last) {
   TerminalKeyDecoder decoder(source);
   std::u16string keys;
   KeyCode key = 0;
-  while ((last = decoder.readKey(key)) == ReadResult::read) {
+  while ((last = decoder.readKey(key)) == 1) {
     if (key == keys::notUtf8) {
       keys += bad;
       continue;
@@ -67,9 +84,9 @@ std::u16string decodeFrom(ScriptedBytes& source, ReadResult& last) {
 
 std::u16string decode(std::string bytes, std::vector<std::size_t> pauses = {}) {
   ScriptedBytes source(std::move(bytes), std::move(pauses));
-  ReadResult last = ReadResult::read;
+  int last = 1;
   std::u16string keys = decodeFrom(source, last);
-  EXPECT_EQ(last, ReadResult::ended);
+  EXPECT_EQ(last, 0);
   return keys;
 }
 
@@ -209,36 +226,52 @@ TEST(TerminalKeyDecoderTest, TruncatedCharacterTimesOut) {
 
 TEST(TerminalKeyDecoderTest, EndInMidCharacterIsMarked) {
   ScriptedBytes source("a\xc3");
-  source.endWith(ScriptedBytes::Result::end, ScriptedBytes::Result::end);
-  ReadResult last = ReadResult::read;
+  source.endWith(ScriptedBytes::End::input, ScriptedBytes::End::input);
+  int last = 1;
   EXPECT_EQ(decodeFrom(source, last), u"a\uFFFF");
-  EXPECT_EQ(last, ReadResult::ended);
+  EXPECT_EQ(last, 0);
 }
 
 TEST(TerminalKeyDecoderTest, ReadFailureIsReported) {
   ScriptedBytes source("ab");
-  source.endWith(ScriptedBytes::Result::failed, ScriptedBytes::Result::failed);
-  ReadResult last = ReadResult::read;
+  source.endWith(ScriptedBytes::End::failure, ScriptedBytes::End::failure);
+  int last = 1;
   EXPECT_EQ(decodeFrom(source, last), u"ab");
-  EXPECT_EQ(last, ReadResult::failed);
+  EXPECT_EQ(last, -1);
+  EXPECT_EQ(errno, EIO);
 }
 
 // A failure in mid-sequence is not taken for the Escape key.
 TEST(TerminalKeyDecoderTest, ReadFailureAfterEscapeIsReported) {
   ScriptedBytes source("a\x1b");
-  source.endWith(ScriptedBytes::Result::failed, ScriptedBytes::Result::failed);
-  ReadResult last = ReadResult::read;
+  source.endWith(ScriptedBytes::End::failure, ScriptedBytes::End::failure);
+  int last = 1;
   EXPECT_EQ(decodeFrom(source, last), u"a");
-  EXPECT_EQ(last, ReadResult::failed);
+  EXPECT_EQ(last, -1);
+  EXPECT_EQ(errno, EIO);
 }
 
 TEST(TerminalKeyDecoderTest, EndOfInputStaysEnded) {
   ScriptedBytes source("a");
   TerminalKeyDecoder decoder(source);
   KeyCode key = 0;
-  ASSERT_EQ(decoder.readKey(key), ReadResult::read);
-  EXPECT_EQ(decoder.readKey(key), ReadResult::ended);
-  EXPECT_EQ(decoder.readKey(key), ReadResult::ended);
+  ASSERT_EQ(decoder.readKey(key), 1);
+  EXPECT_EQ(decoder.readKey(key), 0);
+  EXPECT_EQ(decoder.readKey(key), 0);
+  EXPECT_EQ(source.readsAtEnd(), 1u);
+}
+
+// A failure is reported again, with its errno, without reading again.
+TEST(TerminalKeyDecoderTest, ReadFailureStaysWithItsError) {
+  ScriptedBytes source("a");
+  source.endWith(ScriptedBytes::End::failure, ScriptedBytes::End::failure);
+  TerminalKeyDecoder decoder(source);
+  KeyCode key = 0;
+  ASSERT_EQ(decoder.readKey(key), 1);
+  EXPECT_EQ(decoder.readKey(key), -1);
+  errno = 0;
+  EXPECT_EQ(decoder.readKey(key), -1);
+  EXPECT_EQ(errno, EIO);
   EXPECT_EQ(source.readsAtEnd(), 1u);
 }
 

@@ -1,9 +1,7 @@
-// The console writer and the raw line reader against the real Win32 console.
+// The console writer over Win32Console against the real Win32 console.
 //
-// These need a console: run the program under a pseudo-terminal (Wine then
-// gives it one), or from a console window on Windows. Without one every
-// test reports itself skipped, unless KORVANE_REQUIRE_CONSOLE is set, which
-// turns the missing console into a failure.
+// These need a console (tests/lineEdit/RealConsole_windows.h): without one
+// every test reports itself skipped, unless KORVANE_REQUIRE_CONSOLE is set.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -12,48 +10,16 @@
 #include <vector>
 
 #include "lineEdit/ConsoleWriter.h"
-#include "lineEdit/EditSettings.h"
-#include "lineEdit/History.h"
-#include "lineEdit/RawLineReader.h"
 #include "lineEdit/Win32Console.h"
+#include "tests/lineEdit/RealConsole_windows.h"
 
 namespace korvane::lineEdit {
 namespace {
 
-bool haveConsole() {
-  CONSOLE_SCREEN_BUFFER_INFO info;
-  DWORD mode = 0;
-  return ::GetConsoleScreenBufferInfo(::GetStdHandle(STD_OUTPUT_HANDLE), &info) &&
-         ::GetConsoleMode(::GetStdHandle(STD_INPUT_HANDLE), &mode);
-}
-
-#define REQUIRE_CONSOLE()                                                      \
-  do {                                                                         \
-    if (!haveConsole()) {                                                      \
-      if (std::getenv("KORVANE_REQUIRE_CONSOLE") != nullptr) {                 \
-        FAIL() << "no console on standard output and input";                   \
-      }                                                                        \
-      GTEST_SKIP() << "no console (run under a pseudo-terminal or a console)"; \
-    }                                                                          \
-  } while (false)
-
-HANDLE output() { return ::GetStdHandle(STD_OUTPUT_HANDLE); }
-HANDLE input() { return ::GetStdHandle(STD_INPUT_HANDLE); }
-
-CONSOLE_SCREEN_BUFFER_INFO bufferInfo() {
-  CONSOLE_SCREEN_BUFFER_INFO info{};
-  ::GetConsoleScreenBufferInfo(output(), &info);
-  return info;
-}
-
-// The characters of `length` cells of the screen from (column, row).
-std::wstring screenText(SHORT column, SHORT row, DWORD length) {
-  std::wstring text(length, L'\0');
-  DWORD read = 0;
-  ::ReadConsoleOutputCharacterW(output(), text.data(), length, COORD{column, row}, &read);
-  text.resize(read);
-  return text;
-}
+using test::bufferInfo;
+using test::input;
+using test::output;
+using test::screenText;
 
 WORD screenAttribute(SHORT column, SHORT row) {
   WORD attribute = 0;
@@ -182,89 +148,6 @@ TEST_F(Win32ConsoleTest, CursorReportArrivesAsTypedInput) {
     }
   }
   EXPECT_EQ(typed, L"\x1b[4;9R");
-}
-
-// Key-down and key-up records for the character `c` (virtual key `vk`).
-void pushKey(std::vector<INPUT_RECORD>& records, WORD vk, wchar_t c, DWORD controls = 0) {
-  for (const BOOL down : {TRUE, FALSE}) {
-    INPUT_RECORD record{};
-    record.EventType = KEY_EVENT;
-    record.Event.KeyEvent.bKeyDown = down;
-    record.Event.KeyEvent.wRepeatCount = 1;
-    record.Event.KeyEvent.wVirtualKeyCode = vk;
-    record.Event.KeyEvent.uChar.UnicodeChar = c;
-    record.Event.KeyEvent.dwControlKeyState = controls;
-    records.push_back(record);
-  }
-}
-
-void type(const std::vector<INPUT_RECORD>& records) {
-  ::FlushConsoleInputBuffer(input());
-  DWORD written = 0;
-  ASSERT_TRUE(
-      ::WriteConsoleInputW(input(), records.data(), static_cast<DWORD>(records.size()), &written));
-  ASSERT_EQ(written, records.size());
-}
-
-TEST_F(Win32ConsoleTest, RawLineReaderEditsAMaskedLine) {
-  REQUIRE_CONSOLE();
-  clear();
-  std::vector<INPUT_RECORD> keys;
-  pushKey(keys, 'A', L'a');
-  pushKey(keys, 'X', L'x');
-  pushKey(keys, VK_BACK, L'\b');
-  pushKey(keys, 'B', L'b');
-  pushKey(keys, VK_HOME, 0);
-  pushKey(keys, 'Z', L'z');
-  pushKey(keys, VK_RETURN, L'\r');
-  type(keys);
-  DWORD modeBefore = 0;
-  ::GetConsoleMode(input(), &modeBefore);
-
-  EditSettings settings;
-  settings.masked = true;
-  History history;
-  utils::core::SecureString line;
-  EXPECT_EQ(RawLineReader::read("Password: ", settings, history, line).end, LineEnd::accepted);
-  EXPECT_EQ(line.view(), "zab");
-  EXPECT_EQ(screenText(0, 0, 13), L"Password: ***");
-
-  DWORD modeAfter = 0;
-  ::GetConsoleMode(input(), &modeAfter);
-  EXPECT_EQ(modeAfter, modeBefore);
-}
-
-TEST_F(Win32ConsoleTest, RawLineReaderCancelsOnEscapeAndRestoresTheMode) {
-  REQUIRE_CONSOLE();
-  clear();
-  std::vector<INPUT_RECORD> keys;
-  pushKey(keys, 'Q', L'q');
-  pushKey(keys, VK_ESCAPE, L'\x1b');
-  type(keys);
-  DWORD modeBefore = 0;
-  ::GetConsoleMode(input(), &modeBefore);
-  ASSERT_NE(modeBefore & ENABLE_PROCESSED_INPUT, 0u);
-
-  EditSettings settings;
-  History history;
-  utils::core::SecureString line;
-  EXPECT_EQ(RawLineReader::read("> ", settings, history, line).end, LineEnd::cancelled);
-
-  DWORD modeAfter = 0;
-  ::GetConsoleMode(input(), &modeAfter);
-  EXPECT_EQ(modeAfter, modeBefore);
-}
-
-TEST_F(Win32ConsoleTest, RawLineReaderTakesCtrlCAsAKey) {
-  REQUIRE_CONSOLE();
-  clear();
-  std::vector<INPUT_RECORD> keys;
-  pushKey(keys, 'C', L'\x03', LEFT_CTRL_PRESSED);
-  type(keys);
-  EditSettings settings;
-  History history;
-  utils::core::SecureString line;
-  EXPECT_EQ(RawLineReader::read("> ", settings, history, line).end, LineEnd::cancelled);
 }
 
 }  // namespace

@@ -16,6 +16,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "utils/core/PosixCall.h"
+
 namespace korvane::testing {
 
 namespace {
@@ -128,11 +130,9 @@ ChildProcess::~ChildProcess() {
 
 void ChildProcess::send(std::string_view bytes) {
   while (!bytes.empty()) {
-    const ssize_t done = ::write(inputFd_, bytes.data(), bytes.size());
-    if (done < 0) {
-      if (errno == EINTR) continue;
-      return;  // the program stopped reading; its result tells why
-    }
+    const ssize_t done = utils::core::retryOnInterrupt(
+        [&] { return ::write(inputFd_, bytes.data(), bytes.size()); });
+    if (done < 0) return;  // the program stopped reading; its result tells why
     bytes.remove_prefix(static_cast<std::size_t>(done));
   }
 }
@@ -162,14 +162,15 @@ bool ChildProcess::pump(std::chrono::milliseconds timeout) {
   for (nfds_t i = 0; i < count; ++i) {
     if (fds[i].revents == 0) continue;
     char buffer[4096];
-    const ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
+    const ssize_t n =
+        utils::core::retryOnInterrupt([&] { return ::read(fds[i].fd, buffer, sizeof buffer); });
     const bool isOutput = fds[i].fd == outputFd_;
     const bool isEcho = fds[i].fd == echoFd_;
     if (n > 0) {
       std::string& text = isOutput ? result_.out : isEcho ? result_.terminal : result_.err;
       text.append(buffer, static_cast<std::size_t>(n));
       got = true;
-    } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
+    } else if (n == 0 || errno != EAGAIN) {
       // End of a pipe, or EIO on a terminal whose program has gone.
       if (isEcho) {
         echoFd_ = -1;  // the master stays open for the slave's modes

@@ -1,6 +1,6 @@
-// What the program needs to know of the platform's console: the arguments
-// as UTF-8 text, whether standard input is a console, how an argument
-// becomes a file-system path, and keeping a console window open to be read.
+// The program's arguments as the rest of the program reads them: UTF-8
+// text, whatever the system's code pages, and the file-system path an
+// option value names. The console itself is lineEdit/SystemConsole's.
 //
 // Thread safety: reentrant.
 #pragma once
@@ -11,10 +11,6 @@
 #include <vector>
 
 namespace korvane::setUserPassword {
-
-// True when standard input is a character device (Windows: a console
-// handle; POSIX: a terminal).
-bool standardInputIsConsole() noexcept;
 
 // The program's arguments, the program name first. POSIX: argv as it is.
 // Windows: the wide command line (argc and argv are not used: the narrow
@@ -27,13 +23,5 @@ std::vector<std::string> commandLineArguments(int argc, const char* const* argv)
 // Windows: from UTF-8, whatever the code pages; invalid UTF-8 throws
 // std::system_error, values of 2^31 bytes or more std::invalid_argument.
 std::filesystem::path pathFromArgument(std::string_view argument);
-
-// Keeps a console window open long enough to be read: called right before
-// the process ends after printing something the user must see. On Windows,
-// when this process is the only one attached to its console (it was
-// started from Explorer, whose console closes with it), it waits for a key;
-// otherwise, and on every other system, it returns at once. It never throws
-// and never changes the exit status.
-void retainConsole() noexcept;
 
 }  // namespace korvane::setUserPassword

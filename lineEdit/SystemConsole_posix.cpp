@@ -12,9 +12,8 @@
 #include <memory>
 #include <optional>
 #include <string_view>
-#include <system_error>
 
-#include "lineEdit/RawTerminal.h"
+#include "lineEdit/SystemConsole.h"
 #include "lineEdit/TerminalKeyDecoder.h"
 #include "utils/core/PosixCall.h"
 
@@ -50,7 +49,6 @@ struct ReaderState {
   termios savedMode{};
   termios editMode{};  // raw mode, to go back to after a handler that returns
   volatile std::sig_atomic_t rawMode = 0;
-  bool exitHandlerRegistered = false;
   std::array<struct sigaction, NSIG> previousActions{};
   std::array<volatile std::sig_atomic_t, NSIG> handlerInstalled{};
 };
@@ -181,119 +179,109 @@ class RawMode {
 };
 
 // Reads standard input byte by byte. poll() bounds the wait inside a key's
-// bytes; a failure of either call is kept for the terminal to report.
+// bytes. An interrupted call is made again by retryOnInterrupt, as the
+// kernel does itself for the handlers installed here (SA_RESTART); the one
+// loop here is for input that another process sharing the terminal made
+// non-blocking, where a byte that poll() saw may be gone by the time of the
+// read (EAGAIN): that goes back to the wait, which the timeout bounds.
 class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
  public:
-  Result read(unsigned char& byte, int timeoutMilliseconds) override {
+  int read(unsigned char& byte, int timeoutMilliseconds) override {
     for (;;) {
       pollfd input{STDIN_FILENO, POLLIN, 0};
       // An interrupted wait starts again with the whole timeout: a signal
       // only lengthens the pause allowed inside a key.
       const int ready = retryOnInterrupt([&] { return poll(&input, 1, timeoutMilliseconds); });
-      if (ready == 0) return Result::timeout;
-      if (ready < 0) return fail();
-      const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
-      if (count == 1) return Result::byte;
-      if (count == 0) return Result::end;  // also a terminal that hung up
-      // Not retried as a read: an interrupted read, or nothing to read after
-      // all on input made non-blocking, goes back to the wait, so that the
-      // timeout still bounds it instead of a read that may block.
-      if (errno == EINTR || errno == EAGAIN) continue;
-      return fail();
-    }
-  }
-
-  int error() const { return error_; }
-
- private:
-  Result fail() {
-    error_ = errno;
-    return Result::failed;
-  }
-
-  int error_ = 0;
-};
-
-// Keys come from standard input; the prompt and the echo go to standard
-// output, or, when that is redirected, to the terminal itself (standard
-// input), so that the user still sees what is asked. Raw mode lasts from
-// construction to finish().
-class PosixTerminal final : public RawTerminal {
- public:
-  explicit PosixTerminal(int outputFd) : outputFd_(outputFd), decoder_(source_) {
-    rawMode_.emplace();
-  }
-
-  ReadResult readKey(KeyCode& key) override {
-    const ReadResult result = decoder_.readKey(key);
-    if (result == ReadResult::failed) error_.assign(source_.error(), std::generic_category());
-    return result;
-  }
-
-  bool write(std::string_view bytes) override {
-    while (!bytes.empty()) {
-      const ssize_t count =
-          retryOnInterrupt([&] { return ::write(outputFd_, bytes.data(), bytes.size()); });
-      if (count < 0) {
-        error_.assign(errno, std::generic_category());
-        return false;
+      if (ready == 0) {
+        errno = ETIMEDOUT;
+        return -1;
       }
-      bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-    return true;
-  }
-
-  std::error_code lastError() const override { return error_; }
-
-  int columns() override {
-    winsize size{};
-    if (ioctl(outputFd_, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
-      return 80;
-    }
-    return size.ws_col;
-  }
-
-  void finish() override {
-    rawMode_.reset();
-    if (outputFd_ == STDOUT_FILENO) {
-      std::fputs("\n", stdout);
-      std::fflush(stdout);
-    } else if (!write("\n")) {
-      // Only the cursor's line is lost; the line read stands.
+      if (ready < 0) return -1;
+      // 1 with the byte; 0 at the end, also a terminal that hung up.
+      const ssize_t count = retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); });
+      if (count >= 0) return static_cast<int>(count);
+      if (errno != EAGAIN) return -1;
     }
   }
-
- private:
-  int outputFd_;
-  TerminalByteSource source_;
-  TerminalKeyDecoder decoder_;
-  std::error_code error_;
-  std::optional<RawMode> rawMode_;
 };
 
 }  // namespace
 
-bool RawTerminal::inputIsConsole() { return isatty(STDIN_FILENO) != 0; }
+// What one edit holds: the output chosen for the prompt and the echo, the
+// key decoder over standard input, and raw mode, from open() to finish().
+struct SystemConsole::Session {
+  explicit Session(int output) : outputFd(output), decoder(source) { rawMode.emplace(); }
 
-ReadResult RawTerminal::readInputByte(char& byte, std::error_code& error) {
-  const ssize_t count = retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); });
-  if (count == 1) return ReadResult::read;
-  if (count == 0) return ReadResult::ended;
-  error.assign(errno, std::generic_category());
-  return ReadResult::failed;
+  int outputFd;
+  TerminalByteSource source;
+  TerminalKeyDecoder decoder;
+  std::optional<RawMode> rawMode;
+};
+
+bool SystemConsole::inputIsConsole() noexcept { return isatty(STDIN_FILENO) != 0; }
+
+bool SystemConsole::outputIsConsole(Output output) noexcept {
+  return isatty(output == Output::standardOutput ? STDOUT_FILENO : STDERR_FILENO) != 0;
 }
 
-std::unique_ptr<RawTerminal> RawTerminal::open() {
-  if (!state.exitHandlerRegistered) {
-    std::atexit(restoreAtExit);
-    state.exitHandlerRegistered = true;
-  }
+int SystemConsole::readInputByte(char& byte) noexcept {
+  return static_cast<int>(retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); }));
+}
+
+// The terminal decodes the UTF-8 bytes itself; the streams stay as they are.
+void SystemConsole::prepareStandardStreams() {}
+
+// A terminal outlives the processes it runs: nothing to keep open.
+void SystemConsole::retainConsole() noexcept {}
+
+SystemConsole::SystemConsole() = default;
+
+SystemConsole::~SystemConsole() = default;
+
+int SystemConsole::open() {
+  // Registered once, at the first edit: an exit during any edit restores
+  // the console.
+  [[maybe_unused]] static const int exitHandler = std::atexit(restoreAtExit);
   if (tcgetattr(STDIN_FILENO, &state.savedMode) != 0) {
     errno = ENOTTY;
-    return nullptr;
+    return -1;
   }
-  const int outputFd = isatty(STDOUT_FILENO) != 0 ? STDOUT_FILENO : STDIN_FILENO;
-  return std::make_unique<PosixTerminal>(outputFd);
+  const int outputFd = outputIsConsole(Output::standardOutput) ? STDOUT_FILENO : STDIN_FILENO;
+  session_ = std::make_unique<Session>(outputFd);
+  return 0;
+}
+
+int SystemConsole::readKey(KeyCode& key) { return session_->decoder.readKey(key); }
+
+int SystemConsole::write(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count =
+        retryOnInterrupt([&] { return ::write(session_->outputFd, bytes.data(), bytes.size()); });
+    if (count < 0) return -1;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+int SystemConsole::columns() {
+  winsize size{};
+  if (ioctl(session_->outputFd, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
+  return size.ws_col;
+}
+
+// Standard output is shared with the program's own messages: the new line
+// goes through stdio, after what it holds. Elsewhere a failed new line
+// loses only the cursor's line; the line read stands.
+void SystemConsole::finish() {
+  const int savedErrno = errno;
+  session_->rawMode.reset();
+  if (session_->outputFd == STDOUT_FILENO) {
+    std::fputs("\n", stdout);
+    std::fflush(stdout);
+  } else {
+    (void)write("\n");
+  }
+  errno = savedErrno;
 }
 
 }  // namespace korvane::lineEdit

@@ -1,6 +1,5 @@
 #include <windows.h>
 
-#include <cstdio>
 // After windows.h, which it needs.
 #include <shellapi.h>
 
@@ -11,7 +10,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "setUserPassword/PlatformConsole.h"
+#include "setUserPassword/ProgramArguments.h"
 #include "utils/string/Utf8.h"
 
 namespace korvane::setUserPassword {
@@ -48,10 +47,6 @@ std::vector<std::string> commandLineArguments(int, const char* const*) {
   return arguments;
 }
 
-bool standardInputIsConsole() noexcept {
-  return ::GetFileType(::GetStdHandle(STD_INPUT_HANDLE)) == FILE_TYPE_CHAR;
-}
-
 std::filesystem::path pathFromArgument(std::string_view argument) {
   if (argument.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     throw std::invalid_argument(
@@ -63,34 +58,6 @@ std::filesystem::path pathFromArgument(std::string_view argument) {
   if (!wide) throwNoTranslation("korvane::setUserPassword::pathFromArgument(): invalid UTF-8");
   return std::filesystem::path(
       std::wstring(reinterpret_cast<const wchar_t*>(wide->data()), wide->size()));
-}
-
-namespace {
-
-// Explorer starts a console program in a console of its own.
-bool isOnlyProcessOnConsole() {
-  DWORD processes[2];
-  return ::GetConsoleProcessList(processes, 2) == 1;
-}
-
-void waitForKey() {
-  const HANDLE input = ::GetStdHandle(STD_INPUT_HANDLE);
-  DWORD mode = 0;
-  if (input == INVALID_HANDLE_VALUE || !::GetConsoleMode(input, &mode)) return;
-  std::fputs("\nPress any key to close this window.", stdout);
-  std::fflush(stdout);
-  ::FlushConsoleInputBuffer(input);
-  INPUT_RECORD record;
-  DWORD read = 0;
-  while (::ReadConsoleInputW(input, &record, 1, &read) && read == 1) {
-    if (record.EventType == KEY_EVENT && record.Event.KeyEvent.bKeyDown) break;
-  }
-}
-
-}  // namespace
-
-void retainConsole() noexcept {
-  if (isOnlyProcessOnConsole()) waitForKey();
 }
 
 }  // namespace korvane::setUserPassword

@@ -3,7 +3,7 @@
 // page is not honoured: the arguments come from the wide command line and
 // option values become paths from UTF-8, so that no character outside the
 // code page is changed ("Ł" best-fit mapped to "L", CJK letters to "?").
-// PlatformConsoleUtf8Test_windows.cpp runs the paths with the process in the
+// ProgramArgumentsUtf8Test_windows.cpp runs the paths with the process in the
 // UTF-8 code page.
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -15,7 +15,7 @@
 #include <system_error>
 #include <vector>
 
-#include "setUserPassword/PlatformConsole.h"
+#include "setUserPassword/ProgramArguments.h"
 #include "utils/filesystem/PrintablePath.h"
 
 namespace korvane {
