@@ -153,7 +153,7 @@ while IFS=$'\t' read -r file line column operator original replacement; do
   echo "    + ${after#"${after%%[![:space:]]*}"}"
   if [[ "${verdict}" == killed ]]; then
     failed=$(grep -oE '[0-9]+ - [^ ]+ \((Failed|Timeout|SEGFAULT|Subprocess aborted|Exception)' \
-      "${work}/ctest.log" | head -n 3 | sed -E 's/^[0-9]+ - //' | paste -sd ',' - || true)
+      "${work}/ctest.log" | head -n 3 | sed -E 's/^[0-9]+ - ([^ ]+) .*/\1/' | paste -sd ',' - || true)
     [[ -n "${failed}" ]] && echo "    by ${failed//,/, }"
   fi
 done <"${mutants}"
