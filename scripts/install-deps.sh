@@ -25,6 +25,7 @@ packages=(
   whois                # mkpasswd, reference in the whole-run and scaling benchmarks
   apache2-utils        # htpasswd, reference in the scaling benchmark
   valgrind
+  gcovr                # line and branch coverage of the asan build (coverage-report.sh)
   util-linux           # script(1)
   acl                  # setfacl in the tests: the password file keeps its access control list
   clang-format git     # the layout check of every source (FormatTest)

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # Installs everything, then builds and runs every test: the release build
 # and its Debian package, the AddressSanitizer + UndefinedBehaviorSanitizer
-# build, end-to-end runs under Valgrind, a bounded run of each fuzz target
-# over its seed corpus, the reproducibility of the Debian package and the
-# Windows program (each built twice from the last commit), and the Windows
-# build and its installer under Wine.
+# build (which also counts coverage: the product code's line coverage must
+# stay at the minimum in scripts/coverage-minimum), end-to-end runs under
+# Valgrind, a bounded run of each fuzz target over its seed corpus, the
+# reproducibility of the Debian package and the Windows program (each built
+# twice from the last commit), and the Windows build and its installer under
+# Wine.
 #
 #   scripts/test.sh                 # everything
 #   KORVANE_FUZZ_SECONDS=10 scripts/test.sh
@@ -28,7 +30,14 @@ run_preset() {
 run_preset release
 echo "== Debian package"
 bash scripts/package.sh || status=1
+# Counters of an earlier run would add to this one's, or no longer match
+# objects built again.
+if [[ -d build/asan ]]; then
+  find build/asan -name '*.gcda' -delete
+fi
 run_preset asan
+echo "== coverage of the asan tests"
+bash scripts/coverage-report.sh build/asan || status=1
 
 # Each stage runs whatever the state of its script's execute bit; a stage
 # whose script is missing fails the run instead of vanishing from it.

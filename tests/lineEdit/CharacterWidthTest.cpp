@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <memory>
 #include <string>
+#include <string_view>
 
 #include "lineEdit/CharacterWidth.h"
 
@@ -65,6 +68,19 @@ TEST(CharacterWidthTest, EscapeSequencesTakeNoColumns) {
   EXPECT_EQ(columnWidth("\x1b[12"), 4u);
 }
 
+TEST(CharacterWidthTest, UnfinishedEscapeSequenceEndsWithTheText) {
+  // The text is the start of a longer buffer whose next byte is a final
+  // letter: the sequence is still unfinished, since that byte is not part of
+  // the text.
+  const std::string buffer = "\x1b[12m";
+  EXPECT_EQ(columnWidth(std::string_view(buffer).substr(0, 4)), 4u);
+  // Alone in a buffer of its exact size, where the AddressSanitizer build
+  // reports any read past the end.
+  const auto exact = std::make_unique<char[]>(4);
+  std::memcpy(exact.get(), "\x1b[1;", 4);
+  EXPECT_EQ(columnWidth(std::string_view(exact.get(), 4)), 4u);
+}
+
 TEST(CharacterWidthTest, CharacterStepsIncludeCombiningMarks) {
   const std::string text = "ae\xcc\x81\xcc\x82z";  // a, e + 2 marks, z
   EXPECT_EQ(nextCharacterEnd(text, 0), 1u);
@@ -91,6 +107,13 @@ TEST(CharacterWidthTest, WrappedWidthPushesWideCharacterToNextRow) {
   EXPECT_EQ(wrappedColumnWidth("\xe4\xb8\xad", 8, 10), 2u);
   EXPECT_EQ(wrappedColumnWidth("abc", 9, 10), 3u);
   EXPECT_EQ(wrappedColumnWidth("\xe4\xb8\xad", 0, 1), 2u);
+}
+
+TEST(CharacterWidthTest, WrappedWidthOnTwoColumnsPushesWideCharacterFromTheLastColumn) {
+  // Column 1 is the last of two: the wide character goes to the next row.
+  EXPECT_EQ(wrappedColumnWidth("\xe4\xb8\xad", 1, 2), 3u);
+  EXPECT_EQ(wrappedColumnWidth("\xe4\xb8\xad", 0, 2), 2u);
+  EXPECT_EQ(wrappedColumnWidth("a\xe4\xb8\xad", 0, 2), 4u);
 }
 
 }  // namespace

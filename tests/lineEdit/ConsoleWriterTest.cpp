@@ -712,6 +712,23 @@ TEST_F(ConsoleWriterTest, KorvaneConsoleDefFollowsHexadecimalParsing) {
   }
 }
 
+TEST_F(ConsoleWriterTest, KorvaneConsoleDefTakesTheLetterDigitA) {
+  // The lowest letter digit, in either case, alone, last and first.
+  struct Case {
+    std::u16string_view value;
+    std::uint16_t attribute;
+  };
+  const Case cases[] = {{u"a", 0x0A}, {u"A", 0x0A}, {u"1a", 0x1A}, {u"a1", 0xA1}, {u"aA", 0xAA}};
+  for (const Case& c : cases) {
+    MemoryConsole console(width, height);
+    ConsoleWriter writer;
+    console.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", c.value);
+    std::size_t consumed = 0;
+    EXPECT_TRUE(writer.write(console, "\x1b[0m", consumed));
+    EXPECT_EQ(console.textAttribute(), c.attribute) << std::string(c.value.begin(), c.value.end());
+  }
+}
+
 TEST_F(ConsoleWriterTest, DefaultForegroundAndBackgroundSeparately) {
   console_.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", u"5E");
   write("\x1b[31;42m\x1b[39m");

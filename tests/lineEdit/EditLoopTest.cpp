@@ -336,6 +336,19 @@ TEST(EditLoopTest, ScrollingKeepsCursorVisibleWhenMovingLeft) {
   EXPECT_EQ(o.writes.back(), refreshed("> ", "********", 2));
 }
 
+TEST(EditLoopTest, CursorOnTheLastColumnShowsTheCharacterUnderIt) {
+  // "> ", seven characters and the cursor on the eighth fill the ten
+  // columns exactly: the character under the cursor is shown in the last
+  // column, none is dropped on the left for it.
+  std::u16string keys = u"abcdefghij";
+  keys += ctrlB;
+  keys += enter;
+  const Outcome o = Script{.keys = keys, .settings = plain(), .columns = 10}.go();
+  EXPECT_EQ(o.line, "abcdefghij");
+  EXPECT_EQ(o.writes.back(), refreshed("> ", "cdefghij", 9));
+  expectWithinWidth(o, 2, 10);
+}
+
 TEST(EditLoopTest, WideCharactersScrollWithinWidth) {
   std::u16string keys;
   for (int i = 0; i < 9; ++i) keys += u"\u4e2da";
