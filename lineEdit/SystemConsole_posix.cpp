@@ -168,14 +168,24 @@ class RawMode {
     raw.c_cc[VTIME] = 0;
     installSignalHandlers();
     state.rawMode = 1;
-    tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
+    if (retryOnInterrupt([&] { return tcsetattr(STDIN_FILENO, TCSADRAIN, &raw); }) != 0) return;
+    // tcsetattr succeeds when any one of the changes took: the mode is read
+    // back, so that a password is never read with echo on.
+    termios now{};
+    active_ = tcgetattr(STDIN_FILENO, &now) == 0 &&
+              (now.c_lflag & static_cast<tcflag_t>(ECHO | ICANON)) == 0;
   }
+  // Whether the terminal is in raw mode (echo and line editing off).
+  bool active() const noexcept { return active_; }
   RawMode(const RawMode&) = delete;
   RawMode& operator=(const RawMode&) = delete;
   ~RawMode() {
     restoreTerminal(TCSADRAIN);
     removeSignalHandlers();
   }
+
+ private:
+  bool active_ = false;
 };
 
 // Reads standard input byte by byte. poll() bounds the wait inside a key's
@@ -248,6 +258,11 @@ int SystemConsole::open() {
   }
   const int outputFd = outputIsConsole(Output::standardOutput) ? STDOUT_FILENO : STDIN_FILENO;
   session_ = std::make_unique<Session>(outputFd);
+  if (!session_->rawMode->active()) {
+    session_.reset();  // puts back what could be changed
+    errno = ENOTTY;
+    return -1;
+  }
   return 0;
 }
 

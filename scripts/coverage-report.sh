@@ -76,6 +76,13 @@ for folder in folders + ["other"]:
         print(row(folder, totals[folder]))
 total = [sum(counts[i] for counts in totals.values()) for i in range(4)]
 print(row("total", total))
+# A folder without a counted line means the counters were not matched to
+# the sources (a path mapping, a filter): no figure would be true then.
+unmatched = [folder for folder in folders if totals[folder][1] == 0]
+if unmatched:
+    print(f"coverage-report: no line of {', '.join(unmatched)} was counted; the report "
+          f"cannot be trusted", file=sys.stderr)
+    sys.exit(1)
 lines = percent(total[0], total[1])
 if lines < minimum:
     print(f"coverage-report: product line coverage {lines:.1f}% is below the minimum of "

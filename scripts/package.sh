@@ -55,8 +55,17 @@ done
 unpacked=$(mktemp -d "${TMPDIR:-/tmp}/korvane-package.XXXXXX")
 trap 'rm -rf "${unpacked}"' EXIT
 dpkg-deb -x "${package}" "${unpacked}"
+if ! command -v hardening-check >/dev/null; then
+  echo "package.sh: hardening-check (package devscripts) is missing" >&2
+  exit 1
+fi
 hardening=$(hardening-check "${unpacked}/usr/bin/KorvanePassword" 2>&1) || true
 sed "s|${unpacked}|(package)|" <<<"${hardening}"
+# A report without its first line is no report: the check itself failed.
+if ! grep -q '^ Position Independent Executable: yes' <<<"${hardening}"; then
+  echo "package.sh: hardening-check gave no usable report" >&2
+  exit 1
+fi
 missing=$(grep -E '^ [^:]+: no\b' <<<"${hardening}" || true)
 
 # Control-flow protection is marked in a program (the IBT and shadow-stack

@@ -81,10 +81,11 @@ class PasswordFile {
   // The pass behind check() and rewrite(), over any text, named `path` in
   // errors with their line and column. With `change` and `out`, the new
   // file is written to `out` as the text is read; without them the text is
-  // only checked. A failure to write to `out` is kept by `out` (see
-  // OutputStream::flush) and ends the writing: the text is still read to
-  // its end, and an error in it is thrown first. The input's exceptions
-  // pass through.
+  // only checked. A failure to write to `out` ends the writing: the text is
+  // still read to its end, an error in it is thrown first, and otherwise
+  // the write failure is thrown at the end (a failure to write the closing
+  // brace is kept by `out` for its flush()). The input's exceptions pass
+  // through.
   static void copy(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
                    const PasswordChange* change = nullptr,
                    utils::io::OutputStream<char>* out = nullptr);

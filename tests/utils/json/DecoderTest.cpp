@@ -566,6 +566,32 @@ TEST(DecoderTest, DeepNestingIsAnErrorNotAStackOverflow) {
   EXPECT_EQ(typedError(fine), "");
 }
 
+// Errors located at the start of a string whose characters were read
+// before the error was found: the column counts characters up to that
+// start, whatever the string holds.
+TEST(DecoderTest, ErrorsAtAStringsStartCountOnlyWhatPrecedesIt) {
+  std::string wide;
+  for (std::size_t i = 0; i < detail::Parser::maxNameLength / 2 + 1; ++i) wide += "\xC3\xA9";
+  for (const std::size_t size : {std::size_t{3}, std::size_t{64 * 1024}}) {
+    EXPECT_EQ(typedError("{\"\xC3\xA9\": 1, \"" + wide + "\": 1}", size),
+              "\"t.json\", line 1, column 10: member name longer than 65536 bytes")
+        << size;
+    MemoryInputStream stream("{\"\xC3\xA9\": [\"x\xC3\xA9\xC3\xA9\xC3\xA9y\"]}", size);
+    Document document(stream, "t.json");
+    try {
+      for (Member& member : document.readAsObject()) {
+        for (Value& element : member.value().asArray()) (void)element.toUuid();
+      }
+      ADD_FAILURE() << "read a UUID";
+    } catch (const Exception& error) {
+      EXPECT_EQ(std::string(error.what()),
+                "\"t.json\", line 1, column 8: expected a UUID (8-4-4-4-12 hexadecimal digits), "
+                "found a string that is not one")
+          << size;
+    }
+  }
+}
+
 TEST(DecoderTest, MemberNameLengthIsLimited) {
   const std::string longest(detail::Parser::maxNameLength, 'n');
   EXPECT_EQ(typedError("{\"" + longest + "\": 1}"), "");

@@ -62,7 +62,7 @@ std::size_t Parser::longPlainStringLength(const char* begin, const char* end) co
 }
 
 void Parser::failAt(const Mark& at, const std::string& message) {
-  failAt(positionAt(at.offset), message);
+  failAt(positionAt(at.offset, at.continuations), message);
 }
 
 void Parser::failAt(const Position& at, const std::string& message) {

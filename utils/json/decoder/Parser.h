@@ -14,7 +14,9 @@
 //
 // Runs of plain string characters, whitespace and digits are measured by
 // the scan kernels (see ScanKernels.h) of the level current when the Parser
-// is made; everything else, errors included, by the same plain code. The
+// is made (a short member name, taken in one step, by SSE2 where the build
+// has it, whatever the level: every level counts alike); everything else,
+// errors included, by the same plain code. The
 // usual member (", ", a short plain name, ": ") and the usual string (plain,
 // whole in the buffer) are taken in one step each; anything else by the
 // general path, byte by byte where it must.
@@ -75,7 +77,7 @@ class Parser : private Grammar<Parser> {
     if (error_) std::rethrow_exception(error_);
   }
 
-  Position position() const noexcept { return positionAt(offset()); }
+  Position position() const noexcept { return positionAt(offset(), continuations_); }
   Location locate(const Position& position) const {
     return Location(source_, position.line, position.column, position.offset);
   }
@@ -156,15 +158,16 @@ class Parser : private Grammar<Parser> {
   }
   [[gnu::noinline]] std::size_t longPlainStringLength(const char* begin,
                                                       const char* end) const noexcept;
-  // A mark is the offset alone: no line feed or UTF-8 character is counted
-  // between a mark and an error located there (both fall within a token),
-  // so the line and column are found when the error is.
+  // A mark keeps the offset and the UTF-8 continuation bytes counted so
+  // far: no line feed falls between a mark and an error located there (both
+  // are within a token), so the line and column are found when the error is.
   struct Mark {
     std::uint64_t offset;
+    std::uint64_t continuations;
   };
-  Mark mark() const noexcept { return {offset()}; }
-  Position positionAt(std::uint64_t at) const noexcept {
-    return {at, line_, at - lineStart_ - continuations_ + 1};
+  Mark mark() const noexcept { return {offset(), continuations_}; }
+  Position positionAt(std::uint64_t at, std::uint64_t continuations) const noexcept {
+    return {at, line_, at - lineStart_ - continuations + 1};
   }
   [[noreturn]] void failAt(const Mark& at, const std::string& message);
   [[noreturn]] void failAt(const Position& at, const std::string& message);
@@ -208,7 +211,7 @@ class Parser : private Grammar<Parser> {
   void handBack() noexcept;
 
   io::InputStream<char>& stream_;
-  const bool wide_;  // the kernels are SSE2 or wider
+  [[maybe_unused]] const bool wide_;  // the kernels are SSE2 or wider (read on x86-64)
   // Whether each container open in a skip is an object, by level.
   std::bitset<maxDepth + 2> containerKinds_;
   // The stream's buffered bytes are read in place through a cursor of the
