@@ -147,8 +147,9 @@ std::vector<HangUpCase> hangUpCases() {
                      "y"});
     Start removal = how;
     removal.remove = true;
-    // "y" typed but not entered must not remove the password.
-    cases.push_back({"removal" + output, removal, {}, "Are you sure you mant to remove", "y", "y"});
+    // "y" typed but not entered must not remove the password. The prompt is
+    // expected to its end: its own "(y|N)" must not pass for the echo.
+    cases.push_back({"removal" + output, removal, {}, "(y|N)? ", "y", "y"});
   }
   return cases;
 }
