@@ -164,20 +164,24 @@ void PasswordFile::rewrite(const PasswordChange& change) const {
     temporary.commit();
     return;
   }
-  utils::io::FileInputStream<char> stream(std::move(*input));
   std::optional<utils::io::Replacement> temporary;
-  try {
-    temporary.emplace(file, std::move(identity));
-  } catch (...) {
-    throwErrorInText(stream, path_);
-    throw;
-  }
-  try {
-    copy(stream, path_, &change, &*temporary);
-  } catch (const decoder::Exception&) {
-    // Nothing of a file with an error in it is kept, whatever was written.
-    temporary->discard();
-    throw;
+  {
+    // The file read is closed before the replace: Windows moves no file
+    // over one that is open.
+    utils::io::FileInputStream<char> stream(std::move(*input));
+    try {
+      temporary.emplace(file, std::move(identity));
+    } catch (...) {
+      throwErrorInText(stream, path_);
+      throw;
+    }
+    try {
+      copy(stream, path_, &change, &*temporary);
+    } catch (const decoder::Exception&) {
+      // Nothing of a file with an error in it is kept, whatever was written.
+      temporary->discard();
+      throw;
+    }
   }
   temporary->commit();
 }
