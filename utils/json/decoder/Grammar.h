@@ -22,8 +22,6 @@
 //   [[noreturn]] void failAt(const Mark& at, const std::string& message);
 //   void countLines(const WhitespaceRun& run);  before `run` is consumed
 //   void countContinuations(std::size_t count); UTF-8 bytes consumed
-//   void markToken();                  a token (whitespace, a value, a
-//                                      name) starts at the cursor
 //   static constexpr std::size_t maxNesting;    containers open at most
 // The error hooks must not return: they throw the error located at its
 // line and column. Messages are built only on the way to an error.
@@ -67,7 +65,6 @@ class Grammar {
   // Skips whitespace. Inline: most whitespace between tokens is none or
   // one space.
   [[gnu::always_inline]] void skipWhitespace() {
-    in().markToken();
     const auto span = in().buffered();
     if (span.size() >= 2) {
       if (static_cast<unsigned char>(span[0]) > ' ') return;
@@ -156,7 +153,6 @@ class Grammar {
 
   // The opening quote of a member name.
   void expectNameQuote() {
-    in().markToken();
     if (in().peek() != '"') in().failFound("expected a member name (a string)");
   }
 
@@ -303,7 +299,6 @@ class Grammar {
 
   // A value that is no container, starting with `c`.
   [[gnu::always_inline]] void skipScalar(int c) {
-    in().markToken();
     if (c == '"') {
       in().consume(1);
       skipStringBody();

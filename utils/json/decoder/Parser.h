@@ -179,8 +179,6 @@ class Parser : private Grammar<Parser> {
     continuations_ = 0;
   }
   void countContinuations(std::size_t count) noexcept { continuations_ += count; }
-  // The stream's buffer is refilled whole: no token needs to be kept.
-  static void markToken() noexcept {}
 
   [[noreturn]] void failType(const char* expected);
   std::string describeNext();
