@@ -5,17 +5,20 @@
 # utils/; see scripts/mutation_sample.py), builds each in a copy of the
 # committed tree and runs the tests on it.
 #
-#   scripts/mutation-sample.sh [-n N] [-s SEED] [--only PATH_PREFIX]
+#   scripts/mutation-sample.sh [-n N] [-s SEED] [--only PATH_PREFIX] [--rev REV]
 #       -n N        how many mutants (default 10)
 #       -s SEED     the seed of the draw (default 1): the same seed and tree
 #                   give the same mutants
 #       --only P    draw only from files whose path starts with P
 #                   (for instance lineEdit/ or utils/json/)
+#       --rev REV   sample the tree of commit REV instead of HEAD (to compare
+#                   the tests of an earlier commit with today's)
 #
-# The working tree is never touched: HEAD is exported with git archive into
+# The working tree is never touched: the commit is exported with git archive into
 # a temporary folder, configured once as a release build and built; then for
 # each mutant the file is changed, the build brought up to date, the tests
-# run (ctest -E 'Naming|FormatTest' --timeout 120 -j2) and the file put back.
+# run (ctest -E 'Naming|FormatTest' --timeout 120 --stop-on-failure -j2: the
+# first failure decides) and the file put back.
 # Each mutant ends as
 #   killed        the build succeeded and at least one test failed
 #   survived      the build succeeded and every test passed
@@ -34,6 +37,7 @@ set -euo pipefail
 count=10
 seed=1
 only=""
+rev=HEAD
 while (($# > 0)); do
   case "$1" in
     -n)
@@ -46,6 +50,10 @@ while (($# > 0)); do
       ;;
     --only)
       only=$2
+      shift 2
+      ;;
+    --rev)
+      rev=$2
       shift 2
       ;;
     -h | --help)
@@ -74,8 +82,9 @@ tree="${work}/tree"
 build="${tree}/build/release"
 mkdir -p "${tree}"
 
-echo "== copy of HEAD ($(git -C "${root}" rev-parse --short HEAD)) in ${tree}"
-git -C "${root}" archive HEAD | tar -x -C "${tree}"
+commit=$(git -C "${root}" rev-parse --verify --short "${rev}^{commit}")
+echo "== copy of ${rev} (${commit}) in ${tree}"
+git -C "${root}" archive "${commit}" | tar -x -C "${tree}"
 
 mutants="${work}/mutants"
 python3 "${helper}" draw "${tree}" "${count}" "${seed}" "${only}" >"${mutants}"
@@ -95,7 +104,7 @@ if ! cmake --build "${build}" -j "${jobs}" >"${work}/build.log" 2>&1; then
 fi
 
 run_tests() {
-  (cd "${build}" && ctest -E 'Naming|FormatTest' --timeout 120 -j "${jobs}" \
+  (cd "${build}" && ctest -E 'Naming|FormatTest' --timeout 120 --stop-on-failure -j "${jobs}" \
     >"${work}/ctest.log" 2>&1)
 }
 

@@ -80,6 +80,17 @@ pathEntries() { tr ';' '\n' <<<"$1" | sed '/^$/d'; }
 contains() { grep -qF -- "$2" <<<"$1"; }
 lacks() { ! grep -qF -- "$2" <<<"$1"; }
 sameFiles() { diff -r "$1" "$2" >/dev/null; }
+# showLog <status> <log>: after a failed msiexec, what it printed and what
+# its log says went wrong.
+showLog() {
+  (($1 == 0)) && return 0
+  echo "-- msiexec failed with status $1; it printed: ${err}" >&2
+  if [[ -s "$2" ]]; then
+    tr -d '\r' <"$2" | grep -iE 'error|fail|return value 3' | tail -n 40 >&2
+  else
+    echo "-- msiexec wrote no log" >&2
+  fi
+}
 
 hashMatches() {  # hashMatches <password> <hash>: the system's SHA-crypt gives the same hash
   python3 -W ignore::DeprecationWarning - "$1" "$2" <<'PY'
@@ -102,8 +113,9 @@ pathBefore=$(systemPath)
 check "the system PATH is readable before" test -n "${pathBefore}"
 
 echo "-- install: msiexec /i $(basename "${msi}") /qn"
-run msiexec /i "${msiWindows}" /qn
+run msiexec /i "${msiWindows}" /qn /l*v "$(winepath -w "${work}/install.log" 2>/dev/null)"
 check "install exits 0 (status ${status})" test "${status}" -eq 0
+showLog "${status}" "${work}/install.log"
 check "the program is installed" test -f "${installDir}/${programName}"
 check "the manual is installed as text" grep -q "KorvanePassword - set or remove the password" "${installDir}/KorvanePassword.txt"
 check "the copyright file is installed" grep -q "Korvane Software" "${installDir}/copyright.txt"
@@ -173,8 +185,9 @@ msibuild "${laterMsi}" -s "Korvane Password Tool" "Korvane Software" "x64;1033" 
 check "the later installer detects the installed version as older" \
   grep -qP "\\t${laterVersion}\\t.*WIX_UPGRADE_DETECTED" <(msiinfo export "${laterMsi}" Upgrade)
 echo "-- a later version: msiexec /i later.msi /qn (${laterVersion})"
-run msiexec /i "$(winepath -w "${laterMsi}" 2>/dev/null)" /qn
+run msiexec /i "$(winepath -w "${laterMsi}" 2>/dev/null)" /qn /l*v "$(winepath -w "${work}/later.log" 2>/dev/null)"
 check "the later version installs (status ${status})" test "${status}" -eq 0
+showLog "${status}" "${work}/later.log"
 check "the later version replaced the earlier one in Apps & features" \
   test -z "$(registryValue "${key}" DisplayVersion)"
 check "Apps & features shows the later version" \
@@ -185,8 +198,9 @@ check "the folder is on the system PATH once" \
   test "$(grep -oF -- "${installWindows}" <<<"${pathLater}" | wc -l)" -eq 1
 
 echo "-- remove: msiexec /x later.msi /qn"
-run msiexec /x "$(winepath -w "${laterMsi}" 2>/dev/null)" /qn
+run msiexec /x "$(winepath -w "${laterMsi}" 2>/dev/null)" /qn /l*v "$(winepath -w "${work}/remove.log" 2>/dev/null)"
 check "removal exits 0 (status ${status})" test "${status}" -eq 0
+showLog "${status}" "${work}/remove.log"
 check "every installed file and folder is removed" test ! -e "${korvaneDir}"
 pathAfter=$(systemPath)
 check "the folder is off the system PATH" lacks "${pathAfter}" "${installWindows}"
