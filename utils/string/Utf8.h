@@ -81,6 +81,41 @@ constexpr char32_t combineSurrogates(char32_t high, char32_t low) noexcept {
   return (((high & 0x3FFu) << 10) | (low & 0x3FFu)) + 0x10000u;
 }
 
+// The length of the well-formed multibyte sequence that `text` starts
+// with, whole; 0 when it starts with anything else (an ASCII byte, a
+// malformed or cut-off sequence). Only checks, so that a reader that
+// passes over text need not decode it.
+constexpr std::size_t wellFormedMultibyteLength(std::string_view text) noexcept {
+  if (text.size() < 2) return 0;
+  const auto lead = static_cast<unsigned char>(text[0]);
+  // The second byte's range excludes overlong forms (after 0xE0 and
+  // 0xF0), surrogates (after 0xED) and code points above U+10FFFF (after
+  // 0xF4).
+  unsigned char low = 0x80;
+  unsigned char high = 0xBF;
+  std::size_t length = 0;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (text.size() < length) return 0;
+  const auto second = static_cast<unsigned char>(text[1]);
+  if (second < low || second > high) return 0;
+  for (std::size_t i = 2; i < length; ++i) {
+    if (!isUtf8Continuation(static_cast<unsigned char>(text[i]))) return 0;
+  }
+  return length;
+}
+
 // Decodes the sequence at the start of `text` as `malformed` says.
 // REQUIRES: !text.empty()
 Utf8Sequence decodeUtf8(std::string_view text, Utf8Malformed malformed) noexcept;

@@ -197,6 +197,126 @@ TEST(DecoderTest, SameResultsForEveryBufferSize) {
   }
 }
 
+// The texts of a string skipped or read, one step at a time (a buffer of one
+// byte, where no sequence is ever whole) and in one go: every escape form,
+// and UTF-8 sequences of every lead byte with their second byte at the edges
+// of each allowed range, whole, malformed and cut off.
+std::vector<std::string> stringBodies() {
+  std::vector<std::string> bodies = {"\\\"",
+                                     "\\\\",
+                                     "\\/",
+                                     "\\b",
+                                     "\\f",
+                                     "\\n",
+                                     "\\r",
+                                     "\\t",
+                                     "\\x",
+                                     "\\",
+                                     "\\u",
+                                     "\\u00e9",
+                                     "\\u00E9x",
+                                     "\\u0000",
+                                     "\\u12",
+                                     "\\u12g4",
+                                     "\\uD834\\uDD1E",
+                                     "\\ud834\\udd1ex",
+                                     "\\uD834",
+                                     "\\uD834x",
+                                     "\\uD834\\u0041",
+                                     "\\uD834\\n",
+                                     "\\uD834\\u",
+                                     "\\uD834\\uDD1",
+                                     "\\uDD1E",
+                                     "\\uDD1E\\uD834",
+                                     "\\uDBFF\\uDFFF",
+                                     "\\uD800\\uDC00",
+                                     "\\uD834\\uD834"};
+  for (unsigned lead = 0x80; lead <= 0xFF; ++lead) {
+    for (const unsigned second : {0x41u, 0x7Fu, 0x80u, 0x8Fu, 0x90u, 0x9Fu, 0xA0u, 0xBFu, 0xC0u}) {
+      for (const unsigned tail : {0x80u, 0x41u}) {
+        bodies.push_back({static_cast<char>(lead), static_cast<char>(second),
+                          static_cast<char>(tail), static_cast<char>(tail), 'z'});
+      }
+      bodies.push_back({static_cast<char>(lead), static_cast<char>(second)});
+    }
+  }
+  return bodies;
+}
+
+// Where a value stands: skipped as a member's value, inside a container
+// that is skipped whole, and at the end of the input.
+std::vector<std::string> placesOf(const std::string& value) {
+  return {"{\"a\": " + value + ", \"b\": 1}", "{\"x\": {\"name\": [" + value + "], \"y\": 2}}",
+          "[" + value};
+}
+
+// Skipping and reading give the same outcome, with the same location, for
+// every buffer size.
+void expectSameOutcomeForEveryBufferSize(const std::string& text) {
+  const std::string expected = typedError(text, 1);
+  for (const std::size_t size : {1u, 2u, 3u, 5u, 4096u}) {
+    EXPECT_EQ(typedError(text, size), expected) << "buffer " << size << " text " << text;
+    EXPECT_EQ(skipError(text, size), expected) << "buffer " << size << " text " << text;
+  }
+}
+
+TEST(DecoderTest, StringsSkippedAreCheckedAsStringsRead) {
+  for (const std::string& body : stringBodies()) {
+    for (const std::string& text : placesOf("\"" + body + "\"")) {
+      expectSameOutcomeForEveryBufferSize(text);
+    }
+  }
+  // The one-step checks do find errors.
+  EXPECT_EQ(skipError("{\"a\": \"x\xED\xA0\x80\"}"),
+            "\"t.json\", line 1, column 9: invalid UTF-8 sequence in a string");
+  EXPECT_EQ(skipError("{\"a\": \"\\uD834\\u0041\"}"),
+            "\"t.json\", line 1, column 14: expected a low surrogate after \\uD834, found "
+            "\\u0041");
+}
+
+TEST(DecoderTest, NumbersSkippedInOneGoAreCheckedAsDigitByDigit) {
+  for (const char* const number : {"0",
+                                   "-0",
+                                   "01",
+                                   "-",
+                                   "-a",
+                                   "1.",
+                                   "1.5",
+                                   "1.5e",
+                                   "1e+",
+                                   "1e-5",
+                                   "1E5",
+                                   "1e5.3",
+                                   "12345678901234567890",
+                                   "0.0e0",
+                                   "-1.25e-3",
+                                   "1.e3",
+                                   ".5",
+                                   "+1",
+                                   "0x1",
+                                   "1ee3",
+                                   "-01",
+                                   "7E+0012",
+                                   "2.",
+                                   "3e",
+                                   "-0.0",
+                                   "9.99999"}) {
+    for (const std::string& text : placesOf(number)) expectSameOutcomeForEveryBufferSize(text);
+    expectSameOutcomeForEveryBufferSize(number);
+  }
+}
+
+TEST(DecoderTest, NamesOfSkippedMembersAreCheckedAsNamesRead) {
+  for (const char* const member :
+       {"\"n\": 1", "\"n\":1", "\"n\" : 1", "\"n\":  1", "\"n\":\n1", "\"n\": ", "\"n\":", "\"n\"",
+        "\"n", "\"n\\u0041\": 1", "\"\xC3\xA9\": 1", "\"\xC3\": 1", "\"n\"1", "n: 1", "\"\": 1",
+        "\"a b\": [1]"}) {
+    for (const std::string& text : placesOf("{" + std::string(member) + "}")) {
+      expectSameOutcomeForEveryBufferSize(text);
+    }
+  }
+}
+
 TEST(DecoderTest, ErrorsOfEveryKindAreLocated) {
   EXPECT_EQ(typedError("{\"a\": \"\\ud800x\"}"),
             "\"t.json\", line 1, column 8: unpaired high surrogate \\uD800");

@@ -80,9 +80,10 @@ bool same(const Utf8Sequence& a, const Utf8Sequence& b) {
   return a.codePoint == b.codePoint && a.length == b.length && a.wellFormed == b.wellFormed;
 }
 
-// Checks both options on one input against the table above and hands back
-// the rejecting decode. Returns the number of failures, so that the
-// exhaustive loops stop early instead of printing millions of lines.
+// Checks both options, and the check alone, on one input against the table
+// above and hands back the rejecting decode. Returns the number of failures,
+// so that the exhaustive loops stop early instead of printing millions of
+// lines.
 int checkSequence(const Input& input, Utf8Sequence& rejected) {
   rejected = decodeUtf8(input.view(), Utf8Malformed::reject);
   const Utf8Sequence anyway = decodeUtf8(input.view(), Utf8Malformed::decodeAnyway);
@@ -102,7 +103,15 @@ int checkSequence(const Input& input, Utf8Sequence& rejected) {
     expectAnyway = {payload(input, length), length, valid};
     expectRejected = {valid ? payload(input, length) : 0, length, valid};
   }
+  // The check alone: the length of a whole, well-formed multibyte sequence.
+  const std::size_t expectWhole =
+      length >= 2 && length <= input.size && wellFormed(input, length) ? length : 0;
   int failures = 0;
+  if (wellFormedMultibyteLength(input.view()) != expectWhole) {
+    ++failures;
+    ADD_FAILURE() << "wellFormedMultibyteLength, input "
+                  << testing::PrintToString(std::string(input.view()));
+  }
   if (!same(rejected, expectRejected)) {
     ++failures;
     ADD_FAILURE() << "reject, input " << testing::PrintToString(std::string(input.view()));

@@ -208,17 +208,56 @@ class Grammar {
     }
   }
 
-  // As decodeSpecial(), keeping nothing: a one-character escape is checked
-  // and passed in one step.
+  // As decodeSpecial(), keeping nothing: an escape or a UTF-8 sequence
+  // that is whole in the buffer and well formed is checked and passed in
+  // one step; anything else is left to decodeSpecial, which knows its error.
   [[gnu::noinline]] void skipSpecial() {
     const auto span = in().buffered();
-    if (span.size() >= 2 && span[0] == '\\' &&
-        simpleEscape(static_cast<unsigned char>(span[1])) != 0) {
-      in().consume(2);
-      return;
+    const std::string_view text(span.data(), span.size());
+    if (text[0] == '\\') {
+      const std::size_t length = wellFormedEscapeLength(text);
+      if (length != 0) {
+        in().consume(length);
+        return;
+      }
+    } else {
+      const std::size_t length = string::wellFormedMultibyteLength(text);
+      if (length != 0) {
+        in().consume(length);
+        in().countContinuations(length - 1);
+        return;
+      }
     }
     Utf8Unit unit;
     decodeSpecial(unit);
+  }
+
+  // The length of the well-formed escape sequence that `text` starts with,
+  // whole (a surrogate pair as one); 0 for anything else.
+  // REQUIRES: text starts with a backslash.
+  static std::size_t wellFormedEscapeLength(std::string_view text) noexcept {
+    if (text.size() < 2) return 0;
+    if (simpleEscape(static_cast<unsigned char>(text[1])) != 0) return 2;
+    if (text[1] != 'u') return 0;
+    const int first = hex4(text.substr(2));
+    if (first < 0 || string::isLowSurrogate(static_cast<char32_t>(first))) return 0;
+    if (!string::isHighSurrogate(static_cast<char32_t>(first))) return 6;
+    if (text.size() < 8 || text[6] != '\\' || text[7] != 'u') return 0;
+    const int second = hex4(text.substr(8));
+    if (second < 0 || !string::isLowSurrogate(static_cast<char32_t>(second))) return 0;
+    return 12;
+  }
+
+  // The value of the four hexadecimal digits `text` starts with; -1 when
+  // it does not start with four.
+  static int hex4(std::string_view text) noexcept {
+    if (text.size() < 4) return -1;
+    const int a = utils::string::hexDigitValue(static_cast<unsigned char>(text[0]));
+    const int b = utils::string::hexDigitValue(static_cast<unsigned char>(text[1]));
+    const int c = utils::string::hexDigitValue(static_cast<unsigned char>(text[2]));
+    const int d = utils::string::hexDigitValue(static_cast<unsigned char>(text[3]));
+    if ((a | b | c | d) < 0) return -1;
+    return a << 12 | b << 8 | c << 4 | d;
   }
 
   // The character at a byte that ends a plain run inside a string and is
@@ -286,7 +325,7 @@ class Grammar {
         valueNext = false;
         continue;
       }
-      if (object) {
+      if (object && !passShortName()) {
         // The names of skipped members have no limit: nothing keeps them.
         expectNameQuote();
         in().consume(1);
@@ -295,6 +334,18 @@ class Grammar {
       }
       valueNext = true;
     }
+  }
+
+  // The usual name of a skipped member, passed in one step with its ':':
+  // plain and whole in the buffer. Anything else is left to the general
+  // path, and nothing is consumed.
+  [[gnu::always_inline]] bool passShortName() {
+    const auto span = in().buffered();
+    if (span.size() < 2 || span[0] != '"') return false;
+    const std::size_t end = 1 + in().plainStringLength(span.data() + 1, span.data() + span.size());
+    if (end + 2 > span.size() || span[end] != '"' || span[end + 1] != ':') return false;
+    in().consume(end + 2);
+    return true;
   }
 
   // A value that is no container, starting with `c`.
@@ -362,6 +413,12 @@ class Grammar {
   }
 
   void skipNumber() {
+    const auto span = in().buffered();
+    const std::size_t whole = wellFormedNumberLength({span.data(), span.size()});
+    if (whole != 0) {
+      in().consume(whole);
+      return;
+    }
     if (in().peek() == '-') in().consume(1);
     const int first = in().peek();
     if (first == '0') {
@@ -384,6 +441,36 @@ class Grammar {
       if (!isDigit(in().peek())) in().failFound("expected a digit in the exponent");
       skipDigits();
     }
+  }
+
+  // The length of the well-formed number that `text` starts with, when a
+  // byte that cannot continue it follows in `text`; 0 for anything else
+  // (an error, or a number that may go on past the buffer).
+  static std::size_t wellFormedNumberLength(std::string_view text) noexcept {
+    std::size_t at = 0;
+    const auto digitAt = [&](std::size_t i) { return i < text.size() && isDigit(text[i]); };
+    const auto passDigits = [&] {
+      while (digitAt(at)) ++at;
+    };
+    if (at < text.size() && text[at] == '-') ++at;
+    if (at < text.size() && text[at] == '0') {
+      ++at;
+    } else if (digitAt(at)) {
+      passDigits();
+    } else {
+      return 0;
+    }
+    if (at < text.size() && text[at] == '.') {
+      if (!digitAt(++at)) return 0;
+      passDigits();
+    }
+    if (at < text.size() && (text[at] == 'e' || text[at] == 'E')) {
+      ++at;
+      if (at < text.size() && (text[at] == '+' || text[at] == '-')) ++at;
+      if (!digitAt(at)) return 0;
+      passDigits();
+    }
+    return at < text.size() ? at : 0;
   }
 
   void skipLiteral(std::string_view literal) {
@@ -466,15 +553,10 @@ class Grammar {
   unsigned readHex4() {
     // The common case: four digits buffered, read in one go.
     const auto span = in().buffered();
-    if (span.size() >= 4) {
-      const int a = utils::string::hexDigitValue(static_cast<unsigned char>(span[0]));
-      const int b = utils::string::hexDigitValue(static_cast<unsigned char>(span[1]));
-      const int c = utils::string::hexDigitValue(static_cast<unsigned char>(span[2]));
-      const int d = utils::string::hexDigitValue(static_cast<unsigned char>(span[3]));
-      if ((a | b | c | d) >= 0) {
-        in().consume(4);
-        return static_cast<unsigned>(a << 12 | b << 8 | c << 4 | d);
-      }
+    const int whole = hex4({span.data(), span.size()});
+    if (whole >= 0) {
+      in().consume(4);
+      return static_cast<unsigned>(whole);
     }
     unsigned value = 0;
     for (int i = 0; i < 4; ++i) {
@@ -499,8 +581,7 @@ class Grammar {
     const std::size_t length = string::utf8SequenceLength(static_cast<unsigned char>(lead));
     // The common case: the whole sequence buffered and well formed.
     const auto span = in().buffered();
-    if (span.size() >= length &&
-        string::decodeUtf8({span.data(), length}, string::Utf8Malformed::reject).wellFormed) {
+    if (string::wellFormedMultibyteLength({span.data(), span.size()}) == length) {
       std::copy_n(span.data(), length, unit.bytes.data());
       in().consume(length);
       unit.length = static_cast<std::uint8_t>(length);

@@ -298,8 +298,7 @@ bool Parser::takeShortMember(bool& started, Name& name) noexcept {
     p += 2;
   }
   if (p[0] != '"') return false;
-  // Measured and copied 16 bytes at a time: a copy of constant size is one
-  // move, where a longer one may become a slow string instruction.
+  // Measured 16 bytes at a time.
   std::size_t length = 0;
   for (;;) {
     const std::size_t run = json::detail::plainLength16(p + 1 + length);
@@ -312,7 +311,9 @@ bool Parser::takeShortMember(bool& started, Name& name) noexcept {
   if (colon[0] != ':') return false;
   const std::size_t space = colon[1] == ' ' ? 1 : 0;
   if (static_cast<unsigned char>(colon[1 + space]) <= ' ') return false;
-  std::memcpy(name.inline_.data(), p + 1, length);
+  // Copied whole: a copy of constant size is a few moves; the bytes after
+  // the name are buffered (checked above) and never read from the Name.
+  std::memcpy(name.inline_.data(), p + 1, Name::inlineCapacity);
   name.set(name.inline_.data(), length, false);
   p_ = colon + 1 + space;
   started = true;
@@ -321,11 +322,18 @@ bool Parser::takeShortMember(bool& started, Name& name) noexcept {
 
 bool Parser::nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueId,
                         Position& valueStart) {
-  if (!error_ && pending_ == 0 && !frames_.empty() && frames_.back().id == frameId &&
-      takeShortMember(frames_.back().started, name)) {
-    valueStart = position();
-    valueId = pending_ = ++nextId_;
-    return true;
+  if (!error_ && pending_ == 0 && !frames_.empty() && frames_.back().id == frameId) {
+    if (takeShortMember(frames_.back().started, name)) {
+      valueStart = position();
+      valueId = pending_ = ++nextId_;
+      return true;
+    }
+    // The object's end, right after its last value.
+    if (p_ != end_ && *p_ == '}') {
+      consume(1);
+      popFrame();
+      return false;
+    }
   }
   return nextMemberSlowly(frameId, name, valueId, valueStart);
 }

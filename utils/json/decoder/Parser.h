@@ -18,8 +18,10 @@
 // has it, whatever the level: every level counts alike); everything else,
 // errors included, by the same plain code. The
 // usual member (", ", a short plain name, ": ") and the usual string (plain,
-// whole in the buffer) are taken in one step each; anything else by the
-// general path, byte by byte where it must.
+// whole in the buffer) are taken in one step each, and so are, when
+// skipped, a plain name with its ':', a number, an escape and a UTF-8
+// sequence that are whole in the buffer; anything else by the general
+// path, byte by byte where it must.
 //
 // Limits that keep hostile input harmless: nesting deeper than maxDepth
 // levels and member names longer than maxNameLength bytes are errors.
