@@ -20,6 +20,11 @@
 //   KORVANE_FAULT_DIR=<dir>   only calls on <dir> itself, on paths below it
 //       and on descriptors opened there count; the loader's and the C
 //       library's own calls are left alone.
+//   KORVANE_CALL_LOG=<file>   every open of a path in <dir> appends
+//       "open <path> <r|w|p>" (p: O_PATH, a name only), every read of a descriptor opened there that
+//       returns bytes "read <path> <count>", so that a test can see how
+//       often each file is opened and read (KORVANE_FAULT may then be
+//       left unset).
 //   KORVANE_FAULT_REPORT=<file>   when a fault strikes, one line is
 //       appended: "<call> <path> <written> <afterRename>", where <written>
 //       tells whether the descriptor was opened for writing (for close:
@@ -93,6 +98,7 @@ struct Configuration {
   std::size_t directoryLength = 0;
   char report[maxPath] = {};
   char resume[maxPath] = {};
+  char callLog[maxPath] = {};
 };
 
 Configuration configuration;
@@ -131,11 +137,13 @@ void load() {
   configuration.loaded = true;
   const char* fault = std::getenv("KORVANE_FAULT");
   const char* directory = std::getenv("KORVANE_FAULT_DIR");
-  if (fault == nullptr || directory == nullptr) return;
+  if (directory == nullptr) return;
+  if (fault == nullptr) fault = "";
   char specs[256];
   std::strncpy(specs, fault, sizeof specs - 1);
   specs[sizeof specs - 1] = '\0';
-  for (char* spec = specs; spec != nullptr && configuration.faultCount < maxFaults;) {
+  for (char* spec = specs;
+       *specs != '\0' && spec != nullptr && configuration.faultCount < maxFaults;) {
     char* comma = std::strchr(spec, ',');
     if (comma != nullptr) *comma = '\0';
     char* firstColon = std::strchr(spec, ':');
@@ -159,6 +167,9 @@ void load() {
   if (const char* resume = std::getenv("KORVANE_FAULT_RESUME")) {
     copyBounded(configuration.resume, resume);
   }
+  if (const char* callLog = std::getenv("KORVANE_CALL_LOG")) {
+    copyBounded(configuration.callLog, callLog);
+  }
 }
 
 bool isInDirectory(const char* path) {
@@ -171,18 +182,39 @@ bool isInDirectory(const char* path) {
 
 bool isTrackedDescriptor(int fd) { return fd >= 0 && fd < maxTracked && tracked[fd].inDirectory; }
 
-void writeReport(int call, const char* path, bool written) {
-  if (configuration.report[0] == '\0') return;
+// Appends `line` to the file `to`, through the real calls.
+void appendLine(const char* to, const char* line, int length) {
+  if (to[0] == '\0' || length <= 0) return;
   const auto realOpen = next<int (*)(const char*, int, ...)>("open");
   const auto realWrite = next<ssize_t (*)(int, const void*, size_t)>("write");
   const auto realClose = next<int (*)(int)>("close");
-  const int fd = realOpen(configuration.report, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  const int fd = realOpen(to, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   if (fd < 0) return;
+  realWrite(fd, line, static_cast<size_t>(length));
+  realClose(fd);
+}
+
+void writeReport(int call, const char* path, bool written) {
   char line[maxPath + 64];
   const int length = std::snprintf(line, sizeof line, "%s %s %d %d\n", callNames[call],
                                    path ? path : "-", written ? 1 : 0, afterRename ? 1 : 0);
-  if (length > 0) realWrite(fd, line, static_cast<size_t>(length));
-  realClose(fd);
+  appendLine(configuration.report, line, length);
+}
+
+void logOpen(const char* path, int flags) {
+  char line[maxPath + 16];
+  // A descriptor of O_PATH only names the file: no read or write through it.
+  const char mode = (flags & O_PATH) != 0 ? 'p' : (flags & O_ACCMODE) != O_RDONLY ? 'w' : 'r';
+  const int length = std::snprintf(line, sizeof line, "open %s %c\n", path, mode);
+  appendLine(configuration.callLog, line, length);
+}
+
+void logRead(int fd, ssize_t count) {
+  if (count <= 0 || !isTrackedDescriptor(fd)) return;
+  char line[maxPath + 32];
+  const int length =
+      std::snprintf(line, sizeof line, "read %s %ld\n", tracked[fd].path, static_cast<long>(count));
+  appendLine(configuration.callLog, line, length);
 }
 
 // Counts a call of interest; true when this one is to fail (errno is set).
@@ -256,6 +288,7 @@ int openAt(const char* name, int dirfd, const char* relative, int flags, mode_t 
   const auto real = next<int (*)(int, const char*, int, ...)>(name);
   const int fd = real(dirfd, relative, flags, mode);
   if (fd >= 0) track(fd, interesting ? path : "", flags);
+  if (fd >= 0 && interesting) logOpen(path, flags);
   return fd;
 }
 
@@ -265,6 +298,7 @@ int openPlain(const char* name, const char* path, int flags, mode_t mode) {
   const auto real = next<int (*)(const char*, int, ...)>(name);
   const int fd = real(path, flags, mode);
   if (fd >= 0) track(fd, interesting ? path : "", flags);
+  if (fd >= 0 && interesting) logOpen(path, flags);
   return fd;
 }
 
@@ -317,7 +351,9 @@ int openat64(int dirfd, const char* path, int flags, ...) {
 
 ssize_t read(int fd, void* buffer, size_t size) {
   if (strikesDescriptor(callRead, fd)) return -1;
-  return next<ssize_t (*)(int, void*, size_t)>("read")(fd, buffer, size);
+  const ssize_t count = next<ssize_t (*)(int, void*, size_t)>("read")(fd, buffer, size);
+  logRead(fd, count);
+  return count;
 }
 
 ssize_t write(int fd, const void* buffer, size_t size) {

@@ -259,6 +259,80 @@ TEST(FaultInjectionTest, EveryFailingCallLeavesThePasswordFileWhole) {
   EXPECT_EQ(tally.survived, tally.tried);
 }
 
+// What the call log of the fault library tells of one file.
+struct FileCalls {
+  int readOpens = 0;
+  int writeOpens = 0;
+  std::uintmax_t bytesRead = 0;
+};
+
+std::map<std::string, FileCalls> readCallLog(const std::filesystem::path& log) {
+  std::map<std::string, FileCalls> calls;
+  std::istringstream lines(testing::readFile(log));
+  std::string call;
+  std::string path;
+  std::string detail;
+  while (lines >> call >> path >> detail) {
+    FileCalls& file = calls[std::filesystem::path(path).filename().string()];
+    if (call == "open" && detail == "w") {
+      ++file.writeOpens;
+    } else if (call == "open" && detail == "r") {
+      ++file.readOpens;
+    } else if (call == "read") {
+      file.bytesRead += std::stoull(detail);
+    }
+  }
+  return calls;
+}
+
+// A run with redirected input makes one pass over each file: each byte of
+// the user file and of the password file is read once, through one
+// descriptor of each opened for reading (and one more of the password file
+// for its lock), and the new password file is opened for writing once.
+// Both files span many buffers. Lookups (O_PATH) are not counted.
+TEST(FaultInjectionTest, EachFileIsReadOnceAndTheNewOneWrittenOnce) {
+  constexpr int manyUsers = 3000;
+  Installation installation(manyUsers);
+  installation.writePasswords({0, 1, 2, 3}, extraMembers);
+  testing::TemporaryDirectory logDirectory;
+  const std::filesystem::path log = logDirectory.path() / "calls";
+  const std::uintmax_t usersSize = std::filesystem::file_size(installation.usersPath());
+  const std::uintmax_t passwordsSize = std::filesystem::file_size(installation.passwordsPath());
+  ASSERT_GT(usersSize, 150000u);
+  ASSERT_GT(passwordsSize, 150000u);
+
+  ChildProcess::Options options;
+  options.arguments = installation.arguments(changedUser, false);
+  options.environment = faultEnvironment(installation, "", logDirectory.path() / "report");
+  options.environment["KORVANE_CALL_LOG"] = log.string();
+  options.timeout = std::chrono::seconds(60);
+  ChildProcess child(programPath(), std::move(options));
+  child.send(std::string(strongPassword) + "\n");
+  child.closeInput();
+  const ChildResult result = child.wait();
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+
+  const std::map<std::string, FileCalls> calls = readCallLog(log);
+  const auto users = calls.find("users.json");
+  ASSERT_NE(users, calls.end()) << testing::readFile(log);
+  EXPECT_EQ(users->second.readOpens, 1);
+  EXPECT_EQ(users->second.writeOpens, 0);
+  EXPECT_EQ(users->second.bytesRead, usersSize);
+  const auto passwords = calls.find("passwords.json");
+  ASSERT_NE(passwords, calls.end()) << testing::readFile(log);
+  // Once for the lock, held on the file itself, once to read it.
+  EXPECT_EQ(passwords->second.readOpens, 2);
+  EXPECT_EQ(passwords->second.writeOpens, 0);
+  EXPECT_EQ(passwords->second.bytesRead, passwordsSize);
+  int written = 0;
+  for (const auto& [name, file] : calls) {
+    if (file.writeOpens == 0) continue;
+    EXPECT_EQ(file.writeOpens, 1) << name;
+    ++written;
+  }
+  EXPECT_EQ(written, 1) << testing::readFile(log);
+}
+
 // The password file is read and the new one written in one pass, yet an
 // error in the file's text is the one reported when creating or writing
 // the new file fails too, as when the file is read whole before writing;
