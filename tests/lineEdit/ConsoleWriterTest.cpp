@@ -729,6 +729,26 @@ TEST_F(ConsoleWriterTest, KorvaneConsoleDefTakesTheLetterDigitA) {
   }
 }
 
+TEST_F(ConsoleWriterTest, KorvaneConsoleDefTakesTheDigitsAtTheEdgesOfEachRange) {
+  // 0, 9, a/A and f/F are digits; the characters just outside each range
+  // ('/', ':', '`', 'g', '@', 'G') end the number.
+  struct Case {
+    std::u16string_view value;
+    std::uint16_t attribute;
+  };
+  const Case cases[] = {{u"10", 0x10}, {u"09", 0x09}, {u"90", 0x90}, {u"f0", 0xF0},
+                        {u"F9", 0xF9}, {u"1/", 0x01}, {u"1:", 0x01}, {u"1`", 0x01},
+                        {u"1g", 0x01}, {u"1@", 0x01}, {u"1G", 0x01}};
+  for (const Case& c : cases) {
+    MemoryConsole console(width, height);
+    ConsoleWriter writer;
+    console.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", c.value);
+    std::size_t consumed = 0;
+    EXPECT_TRUE(writer.write(console, "\x1b[0m", consumed));
+    EXPECT_EQ(console.textAttribute(), c.attribute) << std::string(c.value.begin(), c.value.end());
+  }
+}
+
 TEST_F(ConsoleWriterTest, DefaultForegroundAndBackgroundSeparately) {
   console_.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", u"5E");
   write("\x1b[31;42m\x1b[39m");
