@@ -333,6 +333,42 @@ TEST(FaultInjectionTest, EachFileIsReadOnceAndTheNewOneWrittenOnce) {
   EXPECT_EQ(written, 1) << testing::readFile(log);
 }
 
+// Some file systems refuse a rename that must not replace (EINVAL): the
+// first password file is then moved into place by a plain rename, after
+// the check that no file has appeared at its name. Where a file is
+// replaced, the same refusal is an error, since no other rename is safer.
+TEST(FaultInjectionTest, AFirstPasswordFileIsCreatedWhereRenamingWithoutReplacingIsRefused) {
+  for (const bool existing : {false, true}) {
+    SCOPED_TRACE(existing ? "a file replaced" : "a first file");
+    Installation installation(userCount);
+    if (existing) installation.writePasswords({0, 2}, 0);
+    testing::TemporaryDirectory reportDirectory;
+    const std::filesystem::path report = reportDirectory.path() / "report";
+    ChildProcess::Options options;
+    options.arguments = installation.arguments(changedUser, false);
+    options.environment =
+        faultEnvironment(installation, "rename:1:" + std::to_string(EINVAL), report);
+    options.timeout = std::chrono::seconds(60);
+    ChildProcess child(programPath(), std::move(options));
+    child.send(std::string(strongPassword) + "\n");
+    child.closeInput();
+    const ChildResult result = child.wait();
+    ASSERT_TRUE(readReport(report).fired);
+    if (existing) {
+      EXPECT_EQ(result.exitStatus, 1) << result.err;
+      EXPECT_NE(result.err.find("ERROR: "), std::string::npos) << result.err;
+      continue;
+    }
+    EXPECT_EQ(result.exitStatus, 0) << result.err;
+    const std::vector<Installation::Entry> entries = installation.readEntries();
+    const auto entry = std::find_if(entries.begin(), entries.end(), [](const auto& candidate) {
+      return candidate.name == Installation::userUuid(changedUser);
+    });
+    ASSERT_NE(entry, entries.end());
+    EXPECT_TRUE(hashMatches(entry->value, strongPassword));
+  }
+}
+
 // The password file is read and the new one written in one pass, yet an
 // error in the file's text is the one reported when creating or writing
 // the new file fails too, as when the file is read whole before writing;
