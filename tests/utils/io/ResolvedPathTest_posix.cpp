@@ -80,6 +80,21 @@ TEST(ResolvedPathTest, FollowsARelativeLinkFromTheLinksOwnFolder) {
   EXPECT_TRUE(std::filesystem::equivalent(target, directory.path() / "data" / "passwords.json"));
 }
 
+TEST(ResolvedPathTest, FollowsALinkWhoseTextIsLongerThanAFirstRead) {
+  TemporaryDirectory directory;
+  writeFile(directory.path() / "passwords.json", "{}");
+  // Link texts around the sizes a link is first read with.
+  for (const std::size_t length : {255u, 256u, 257u, 300u, 511u, 512u, 513u, 1500u}) {
+    std::string text;
+    while (text.size() + std::string_view("passwords.json").size() < length) text += "./";
+    text.resize(length - std::string_view("passwords.json").size(), '/');
+    text += "passwords.json";
+    const auto link = directory.path() / ("link" + std::to_string(length));
+    std::filesystem::create_symlink(text, link);
+    EXPECT_EQ(resolved(link), directory.path() / text) << length;
+  }
+}
+
 TEST(ResolvedPathTest, FollowsLinksToFoldersOnTheWay) {
   TemporaryDirectory directory;
   std::filesystem::create_directory(directory.path() / "data");
