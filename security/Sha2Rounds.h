@@ -91,20 +91,25 @@ KORVANE_SHA2_BODY void sixteenRounds(Word& a, Word& b, Word& c, Word& d, Word& e
 
 // All rounds of one block from the chaining value, which is then added.
 // `first(j)` gives the constant plus schedule word of round j < 16,
-// `later(r, j)` that of round r + j for r = 16, 32, ...; j is a constant
-// after inlining, r a multiple of 16.
-template <typename Traits, typename First, typename Later, typename Word = typename Traits::Word>
-KORVANE_SHA2_BODY void allRounds(std::array<Word, 8>& state, First&& first,
-                                 Later&& later) noexcept {
+// `later(r, j)` that of round r + j for r = 16, 32, ... up to the last
+// sixteen rounds, and `last(j)` that of round rounds - 16 + j; j is a
+// constant after inlining, r a multiple of 16. The last sixteen rounds are
+// apart because they need no schedule words after them: a caller that
+// expands the schedule ahead of its use then tests nothing in the loop.
+template <typename Traits, typename First, typename Later, typename Last,
+          typename Word = typename Traits::Word>
+KORVANE_SHA2_BODY void allRounds(std::array<Word, 8>& state, First&& first, Later&& later,
+                                 Last&& last) noexcept {
   Word a = state[0], b = state[1], c = state[2], d = state[3];
   Word e = state[4], f = state[5], g = state[6], h = state[7];
   Word ab0 = 0;
   Word ab1 = b ^ c;
   sixteenRounds<Traits>(a, b, c, d, e, f, g, h, ab0, ab1, first);
-  for (std::size_t r = 16; r < Traits::rounds; r += 16) {
+  for (std::size_t r = 16; r < Traits::rounds - 16; r += 16) {
     sixteenRounds<Traits>(a, b, c, d, e, f, g, h, ab0, ab1,
                           [&](std::size_t j) KORVANE_SHA2_LAMBDA { return later(r, j); });
   }
+  sixteenRounds<Traits>(a, b, c, d, e, f, g, h, ab0, ab1, last);
   state[0] += a;
   state[1] += b;
   state[2] += c;
@@ -113,6 +118,15 @@ KORVANE_SHA2_BODY void allRounds(std::array<Word, 8>& state, First&& first,
   state[5] += f;
   state[6] += g;
   state[7] += h;
+}
+
+// As above, with `later` giving the last sixteen rounds' words too.
+template <typename Traits, typename First, typename Later, typename Word = typename Traits::Word>
+KORVANE_SHA2_BODY void allRounds(std::array<Word, 8>& state, First&& first,
+                                 Later&& later) noexcept {
+  allRounds<Traits>(state, first, later, [&](std::size_t j) KORVANE_SHA2_LAMBDA {
+    return later(Traits::rounds - 16, j);
+  });
 }
 
 // Blocks with the schedule expanded in a ring of sixteen words (`w`, in

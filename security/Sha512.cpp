@@ -76,10 +76,11 @@ KORVANE_SHA2_BODY void compressSse2(State& state, const unsigned char* blocks,
           return kw[j];
         },
         [&](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA {
-          // The last sixteen words need no successors.
-          if ((j & 1) == 0 && r + 16 + j < Sha512Traits::rounds) expandPair(w, kw, r + 16 + j);
+          if ((j & 1) == 0) expandPair(w, kw, r + 16 + j);
           return kw[r + j];
-        });
+        },
+        // The last sixteen words need no successors.
+        [&](std::size_t j) KORVANE_SHA2_LAMBDA { return kw[Sha512Traits::rounds - 16 + j]; });
   }
 }
 
@@ -182,11 +183,10 @@ KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t,
       },
       [&](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA {
         // r is a multiple of 16, so the slot of t = r + 16 + j is j / 2.
-        if ((j & 1) == 0 && r + 16 + j < Sha512Traits::rounds) {
-          expandPair256(scratch, r + 16 + j, j / 2);
-        }
+        if ((j & 1) == 0) expandPair256(scratch, r + 16 + j, j / 2);
         return first[r + j];
-      });
+      },
+      [&](std::size_t j) KORVANE_SHA2_LAMBDA { return first[Sha512Traits::rounds - 16 + j]; });
   sha2rounds::compressScheduled<Sha512Traits>(state, scratch + 80);
 }
 
