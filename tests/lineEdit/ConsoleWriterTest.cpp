@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -693,33 +694,15 @@ TEST_F(ConsoleWriterTest, NegativeKorvaneConsoleDefSwapsTheNibbles) {
   EXPECT_EQ(console_.textAttribute(), 0x70);
 }
 
-TEST_F(ConsoleWriterTest, KorvaneConsoleDefFollowsHexadecimalParsing) {
-  struct Case {
-    std::u16string_view value;
-    std::uint16_t attribute;
-  };
-  const Case cases[] = {
-      {u"0x1", 0x01}, {u" 2A", 0x2A},  {u"+17", 0x17}, {u"zz", 0x00}, {u"", 0x00},
-      {u"4g", 0x04},  {u"1234", 0x07}, {u"-7", 0x70},  {u"f", 0x0F},  {u"0X", 0x00},
-  };
-  for (const Case& c : cases) {
-    MemoryConsole console(width, height);
-    ConsoleWriter writer;
-    console.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", c.value);
-    std::size_t consumed = 0;
-    writer.write(console, "\x1b[0m", consumed);
-    EXPECT_EQ(console.textAttribute(), c.attribute) << std::string(c.value.begin(), c.value.end());
-  }
-}
+// One setting of KORVANE_CONSOLE_DEF and the attribute a reset then gives.
+struct DefaultCase {
+  std::u16string_view value;
+  std::uint16_t attribute;
+};
 
-TEST_F(ConsoleWriterTest, KorvaneConsoleDefTakesTheLetterDigitA) {
-  // The lowest letter digit, in either case, alone, last and first.
-  struct Case {
-    std::u16string_view value;
-    std::uint16_t attribute;
-  };
-  const Case cases[] = {{u"a", 0x0A}, {u"A", 0x0A}, {u"1a", 0x1A}, {u"a1", 0xA1}, {u"aA", 0xAA}};
-  for (const Case& c : cases) {
+// Resets the colours on a fresh console under each setting.
+void expectDefaultAttributes(std::span<const DefaultCase> cases) {
+  for (const DefaultCase& c : cases) {
     MemoryConsole console(width, height);
     ConsoleWriter writer;
     console.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", c.value);
@@ -727,26 +710,30 @@ TEST_F(ConsoleWriterTest, KorvaneConsoleDefTakesTheLetterDigitA) {
     EXPECT_TRUE(writer.write(console, "\x1b[0m", consumed));
     EXPECT_EQ(console.textAttribute(), c.attribute) << std::string(c.value.begin(), c.value.end());
   }
+}
+
+TEST_F(ConsoleWriterTest, KorvaneConsoleDefFollowsHexadecimalParsing) {
+  const DefaultCase cases[] = {
+      {u"0x1", 0x01}, {u" 2A", 0x2A},  {u"+17", 0x17}, {u"zz", 0x00}, {u"", 0x00},
+      {u"4g", 0x04},  {u"1234", 0x07}, {u"-7", 0x70},  {u"f", 0x0F},  {u"0X", 0x00},
+  };
+  expectDefaultAttributes(cases);
+}
+
+TEST_F(ConsoleWriterTest, KorvaneConsoleDefTakesTheLetterDigitA) {
+  // The lowest letter digit, in either case, alone, last and first.
+  const DefaultCase cases[] = {
+      {u"a", 0x0A}, {u"A", 0x0A}, {u"1a", 0x1A}, {u"a1", 0xA1}, {u"aA", 0xAA}};
+  expectDefaultAttributes(cases);
 }
 
 TEST_F(ConsoleWriterTest, KorvaneConsoleDefTakesTheDigitsAtTheEdgesOfEachRange) {
   // 0, 9, a/A and f/F are digits; the characters just outside each range
   // ('/', ':', '`', 'g', '@', 'G') end the number.
-  struct Case {
-    std::u16string_view value;
-    std::uint16_t attribute;
-  };
-  const Case cases[] = {{u"10", 0x10}, {u"09", 0x09}, {u"90", 0x90}, {u"f0", 0xF0},
-                        {u"F9", 0xF9}, {u"1/", 0x01}, {u"1:", 0x01}, {u"1`", 0x01},
-                        {u"1g", 0x01}, {u"1@", 0x01}, {u"1G", 0x01}};
-  for (const Case& c : cases) {
-    MemoryConsole console(width, height);
-    ConsoleWriter writer;
-    console.setEnvironmentVariable(u"KORVANE_CONSOLE_DEF", c.value);
-    std::size_t consumed = 0;
-    EXPECT_TRUE(writer.write(console, "\x1b[0m", consumed));
-    EXPECT_EQ(console.textAttribute(), c.attribute) << std::string(c.value.begin(), c.value.end());
-  }
+  const DefaultCase cases[] = {{u"10", 0x10}, {u"09", 0x09}, {u"90", 0x90}, {u"f0", 0xF0},
+                               {u"F9", 0xF9}, {u"1/", 0x01}, {u"1:", 0x01}, {u"1`", 0x01},
+                               {u"1g", 0x01}, {u"1@", 0x01}, {u"1G", 0x01}};
+  expectDefaultAttributes(cases);
 }
 
 TEST_F(ConsoleWriterTest, DefaultForegroundAndBackgroundSeparately) {

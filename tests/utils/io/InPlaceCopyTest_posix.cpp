@@ -50,6 +50,22 @@ class InPlaceCopyTest : public ::testing::Test {
     copyInPlace(copy, written, replaced);
   }
 
+  // Puts another file at the name of `path`, one of the two, after both
+  // were identified: the copy must refuse to run.
+  void expectRefusedAfterSwapping(const std::filesystem::path& path, const std::string& content) {
+    const ReplacedFile written = identityOf(from_);
+    const ReplacedFile replaced = identityOf(to_);
+    swap(path, content);
+    try {
+      copy(written, replaced);
+      ADD_FAILURE() << "copied although " << path << " was replaced";
+    } catch (const std::exception& error) {
+      EXPECT_NE(std::string(error.what()).find("was changed or replaced by another program"),
+                std::string::npos)
+          << error.what();
+    }
+  }
+
   // Puts another file at `path`'s name.
   void swap(const std::filesystem::path& path, const std::string& content) {
     const std::filesystem::path other = directory_.path() / "other";
@@ -72,33 +88,13 @@ TEST_F(InPlaceCopyTest, TheTargetTakesTheContentAndTheNewFileGoes) {
 }
 
 TEST_F(InPlaceCopyTest, ATargetReplacedMeanwhileIsLeftAlone) {
-  const ReplacedFile written = identityOf(from_);
-  const ReplacedFile replaced = identityOf(to_);
-  swap(to_, "another program's file");
-  try {
-    copy(written, replaced);
-    ADD_FAILURE() << "copied over a file the run never read";
-  } catch (const std::exception& error) {
-    EXPECT_NE(std::string(error.what()).find("was changed or replaced by another program"),
-              std::string::npos)
-        << error.what();
-  }
+  expectRefusedAfterSwapping(to_, "another program's file");
   EXPECT_EQ(readFile(to_), "another program's file");
   EXPECT_EQ(readFile(from_), "new content");
 }
 
 TEST_F(InPlaceCopyTest, ANewFileReplacedMeanwhileIsNotCopied) {
-  const ReplacedFile written = identityOf(from_);
-  const ReplacedFile replaced = identityOf(to_);
-  swap(from_, "planted content");
-  try {
-    copy(written, replaced);
-    ADD_FAILURE() << "copied a file the run never wrote";
-  } catch (const std::exception& error) {
-    EXPECT_NE(std::string(error.what()).find("was changed or replaced by another program"),
-              std::string::npos)
-        << error.what();
-  }
+  expectRefusedAfterSwapping(from_, "planted content");
   EXPECT_EQ(readFile(to_), "the old, longer content");
 }
 
