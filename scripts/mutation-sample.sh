@@ -39,6 +39,10 @@ seed=1
 only=""
 rev=HEAD
 while (($# > 0)); do
+  if [[ "$1" == -n || "$1" == -s || "$1" == --only || "$1" == --rev ]] && (($# < 2)); then
+    echo "mutation-sample: $1 needs a value (see --help)" >&2
+    exit 2
+  fi
   case "$1" in
     -n)
       count=$2
@@ -82,8 +86,8 @@ tree="${work}/tree"
 build="${tree}/build/release"
 mkdir -p "${tree}"
 
-commit=$(git -C "${root}" rev-parse --verify --short "${rev}^{commit}")
-echo "== copy of ${rev} (${commit}) in ${tree}"
+commit=$(git -C "${root}" rev-parse --verify "${rev}^{commit}")
+echo "== copy of ${rev} ($(git -C "${root}" rev-parse --short "${commit}")) in ${tree}"
 git -C "${root}" archive "${commit}" | tar -x -C "${tree}"
 
 mutants="${work}/mutants"

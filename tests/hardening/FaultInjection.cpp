@@ -21,10 +21,11 @@
 //       and on descriptors opened there count; the loader's and the C
 //       library's own calls are left alone.
 //   KORVANE_CALL_LOG=<file>   every open of a path in <dir> appends
-//       "open <path> <r|w|p>" (p: O_PATH, a name only), every read of a descriptor opened there that
-//       returns bytes "read <path> <count>", so that a test can see how
-//       often each file is opened and read (KORVANE_FAULT may then be
-//       left unset).
+//       "open <path> <mode>" (mode r: read only, w: for writing,
+//       p: O_PATH, a name only), every read(2) of a descriptor opened
+//       there that returns bytes "read <path> <count>", so that a test can
+//       see how often each file is opened and read (KORVANE_FAULT may then
+//       be left unset).
 //   KORVANE_FAULT_REPORT=<file>   when a fault strikes, one line is
 //       appended: "<call> <path> <written> <afterRename>", where <written>
 //       tells whether the descriptor was opened for writing (for close:

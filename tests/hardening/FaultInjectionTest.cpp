@@ -269,10 +269,15 @@ struct FileCalls {
 std::map<std::string, FileCalls> readCallLog(const std::filesystem::path& log) {
   std::map<std::string, FileCalls> calls;
   std::istringstream lines(testing::readFile(log));
-  std::string call;
-  std::string path;
-  std::string detail;
-  while (lines >> call >> path >> detail) {
+  std::string line;
+  while (std::getline(lines, line)) {
+    // "<call> <path> <detail>", where the path may hold spaces.
+    const std::size_t first = line.find(' ');
+    const std::size_t last = line.rfind(' ');
+    if (first == std::string::npos || last <= first) continue;
+    const std::string call = line.substr(0, first);
+    const std::string path = line.substr(first + 1, last - first - 1);
+    const std::string detail = line.substr(last + 1);
     FileCalls& file = calls[std::filesystem::path(path).filename().string()];
     if (call == "open" && detail == "w") {
       ++file.writeOpens;
@@ -289,7 +294,9 @@ std::map<std::string, FileCalls> readCallLog(const std::filesystem::path& log) {
 // the user file and of the password file is read once, through one
 // descriptor of each opened for reading (and one more of the password file
 // for its lock), and the new password file is opened for writing once.
-// Both files span many buffers. Lookups (O_PATH) are not counted.
+// Both files span several buffers. Lookups (O_PATH) are not counted. The
+// program's file streams read through read(2) only, the one reading call
+// the library logs.
 TEST(FaultInjectionTest, EachFileIsReadOnceAndTheNewOneWrittenOnce) {
   constexpr int manyUsers = 3000;
   Installation installation(manyUsers);
@@ -342,6 +349,7 @@ TEST(FaultInjectionTest, AFirstPasswordFileIsCreatedWhereRenamingWithoutReplacin
     SCOPED_TRACE(existing ? "a file replaced" : "a first file");
     Installation installation(userCount);
     if (existing) installation.writePasswords({0, 2}, 0);
+    const std::string before = existing ? testing::readFile(installation.passwordsPath()) : "";
     testing::TemporaryDirectory reportDirectory;
     const std::filesystem::path report = reportDirectory.path() / "report";
     ChildProcess::Options options;
@@ -357,6 +365,8 @@ TEST(FaultInjectionTest, AFirstPasswordFileIsCreatedWhereRenamingWithoutReplacin
     if (existing) {
       EXPECT_EQ(result.exitStatus, 1) << result.err;
       EXPECT_NE(result.err.find("ERROR: "), std::string::npos) << result.err;
+      EXPECT_NE(result.err.find("rename"), std::string::npos) << result.err;
+      EXPECT_EQ(testing::readFile(installation.passwordsPath()), before);
       continue;
     }
     EXPECT_EQ(result.exitStatus, 0) << result.err;

@@ -80,6 +80,16 @@ pathEntries() { tr ';' '\n' <<<"$1" | sed '/^$/d'; }
 contains() { grep -qF -- "$2" <<<"$1"; }
 lacks() { ! grep -qF -- "$2" <<<"$1"; }
 sameFiles() { diff -r "$1" "$2" >/dev/null; }
+# logTo <file>: sets logOptions to the options that make msiexec log to
+# <file>; none when Wine cannot name it (a run without a log still runs).
+logOptions=()
+logTo() {
+  local windowsPath
+  logOptions=()
+  windowsPath=$(winepath -w "$1" 2>/dev/null) && [[ -n "${windowsPath}" ]] &&
+    logOptions=(/l*v "${windowsPath}")
+  return 0
+}
 # showLog <status> <log>: after a failed msiexec, what it printed and what
 # its log says went wrong.
 showLog() {
@@ -113,7 +123,8 @@ pathBefore=$(systemPath)
 check "the system PATH is readable before" test -n "${pathBefore}"
 
 echo "-- install: msiexec /i $(basename "${msi}") /qn"
-run msiexec /i "${msiWindows}" /qn /l*v "$(winepath -w "${work}/install.log" 2>/dev/null)"
+logTo "${work}/install.log"
+run msiexec /i "${msiWindows}" /qn "${logOptions[@]}"
 check "install exits 0 (status ${status})" test "${status}" -eq 0
 showLog "${status}" "${work}/install.log"
 check "the program is installed" test -f "${installDir}/${programName}"
@@ -186,15 +197,18 @@ check "the later installer detects the installed version as older" \
   grep -qP "\\t${laterVersion}\\t.*WIX_UPGRADE_DETECTED" <(msiinfo export "${laterMsi}" Upgrade)
 echo "-- a later version: msiexec /i later.msi /qn (${laterVersion})"
 laterWindows=$(winepath -w "${laterMsi}" 2>/dev/null)
-run msiexec /i "${laterWindows}" /qn /l*v "$(winepath -w "${work}/later.log" 2>/dev/null)"
-if ((status != 0)); then
+logTo "${work}/later.log"
+run msiexec /i "${laterWindows}" /qn "${logOptions[@]}"
+showLog "${status}" "${work}/later.log"
+if ((status == 2)); then
   # Wine's msiexec has once failed here with status 2 (file not found) on
   # a loaded machine, and not again since: what it said is shown, and the
-  # install is tried once more; a second failure fails the check.
-  showLog "${status}" "${work}/later.log"
+  # install is tried once more; a second failure fails the check. Any
+  # other failure fails it at once.
   echo "-- the later installer (${laterWindows}) is tried once more" >&2
   sleep 2
-  run msiexec /i "${laterWindows}" /qn /l*v "$(winepath -w "${work}/later-again.log" 2>/dev/null)"
+  logTo "${work}/later-again.log"
+  run msiexec /i "${laterWindows}" /qn "${logOptions[@]}"
   showLog "${status}" "${work}/later-again.log"
 fi
 check "the later version installs (status ${status})" test "${status}" -eq 0
@@ -208,7 +222,8 @@ check "the folder is on the system PATH once" \
   test "$(grep -oF -- "${installWindows}" <<<"${pathLater}" | wc -l)" -eq 1
 
 echo "-- remove: msiexec /x later.msi /qn"
-run msiexec /x "$(winepath -w "${laterMsi}" 2>/dev/null)" /qn /l*v "$(winepath -w "${work}/remove.log" 2>/dev/null)"
+logTo "${work}/remove.log"
+run msiexec /x "$(winepath -w "${laterMsi}" 2>/dev/null)" /qn "${logOptions[@]}"
 check "removal exits 0 (status ${status})" test "${status}" -eq 0
 showLog "${status}" "${work}/remove.log"
 check "every installed file and folder is removed" test ! -e "${korvaneDir}"

@@ -308,9 +308,10 @@ TEST(DecoderTest, NumbersSkippedInOneGoAreCheckedAsDigitByDigit) {
 
 TEST(DecoderTest, NamesOfSkippedMembersAreCheckedAsNamesRead) {
   for (const char* const member :
-       {"\"n\": 1", "\"n\":1", "\"n\" : 1", "\"n\":  1", "\"n\":\n1", "\"n\": ", "\"n\":", "\"n\"",
-        "\"n", "\"n\\u0041\": 1", "\"\xC3\xA9\": 1", "\"\xC3\": 1", "\"n\"1", "n: 1", "\"\": 1",
-        "\"a b\": [1]"}) {
+       {"\"n\": 1",        "\"n\":1",     "\"n\" : 1",  "\"n\":  1", "\"n\":\n1",
+        "\"n\": ",         "\"n\":",      "\"n\"",      "\"n",       "\"n\\u0041\": 1",
+        "\"\xC3\xA9\": 1", "\"\xC3\": 1", "\"n\"1",     "n: 1",      "\"\": 1",
+        "\"a b\": [1]",    "\"n\\: 1",    "\"n\x01: 1", "\"\xC3: 1", "\"n\\\": 1"}) {
     for (const std::string& text : placesOf("{" + std::string(member) + "}")) {
       expectSameOutcomeForEveryBufferSize(text);
     }

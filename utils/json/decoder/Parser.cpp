@@ -328,7 +328,7 @@ bool Parser::nextMember(std::uint64_t frameId, Name& name, std::uint64_t& valueI
       valueId = pending_ = ++nextId_;
       return true;
     }
-    // The object's end, right after its last value.
+    // The object's '}', right after its last value or its '{'.
     if (p_ != end_ && *p_ == '}') {
       consume(1);
       popFrame();
