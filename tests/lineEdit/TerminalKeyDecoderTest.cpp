@@ -133,6 +133,15 @@ TEST(TerminalKeyDecoderTest, OtherSequencesAreIgnored) {
   EXPECT_EQ(decode("a\x1b[?1;2cb"), u"ab");
 }
 
+TEST(TerminalKeyDecoderTest, FinalBytesAtTheEdgesOfTheirRangeEndASequence) {
+  // '@' and '~' are the first and last final bytes: the sequence ends
+  // there, and the next byte is a key of its own.
+  EXPECT_EQ(decode("a\x1b[@b"), u"ab");
+  EXPECT_EQ(decode("a\x1b[2@b"), u"ab");
+  EXPECT_EQ(decode("a\x1b[2~b"), u"ab");
+  EXPECT_EQ(decode("a\x1b[ @b"), u"ab");
+}
+
 TEST(TerminalKeyDecoderTest, SequenceCutShortByControlKeyKeepsTheKey) {
   EXPECT_EQ(decode("\x1b[1\x03"), u"\x03");
   EXPECT_EQ(decode("\x1b\x0d"), u"\x03\r");
