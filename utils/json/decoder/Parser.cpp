@@ -311,9 +311,10 @@ bool Parser::takeShortMember(bool& started, Name& name) noexcept {
   if (colon[0] != ':') return false;
   const std::size_t space = colon[1] == ' ' ? 1 : 0;
   if (static_cast<unsigned char>(colon[1 + space]) <= ' ') return false;
-  // Copied whole: a copy of constant size is a few moves; the bytes after
-  // the name are buffered (checked above) and never read from the Name.
-  std::memcpy(name.inline_.data(), p + 1, Name::inlineCapacity);
+  // Only the name's bytes: copying the whole 48 bytes instead (a copy of
+  // constant size) made the user search about a quarter slower on an AMD
+  // EPYC, although it runs fewer instructions.
+  std::memcpy(name.inline_.data(), p + 1, length);
   name.set(name.inline_.data(), length, false);
   p_ = colon + 1 + space;
   started = true;
