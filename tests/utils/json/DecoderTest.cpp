@@ -521,8 +521,38 @@ std::string logicError(Misuse misuse) {
 // longest taken in one step, is read alike through the usual buffer, where
 // those steps are taken, and through buffers of a few bytes, where they
 // never are; so is every error put into it.
+// Where each member's value of the top-level object starts, as
+// "line:column" in order; the error's text after them when there is one.
+std::string valueLocations(const std::string& json, std::size_t bufferSize) {
+  MemoryInputStream stream(json, bufferSize);
+  Document document(stream, "t.json");
+  std::string out;
+  try {
+    for (Member& member : document.readAsObject()) {
+      const Location location = member.value().location();
+      out += std::to_string(location.line()) + ":" + std::to_string(location.column()) + " ";
+      // Passed, so that the next member can be taken in one step.
+      member.value().skip();
+    }
+    document.finish();
+  } catch (const Exception& error) {
+    out += error.what();
+  }
+  return out;
+}
+
 TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
-  const std::vector<std::string> separators = {", ", ",", " , ", ",\n  ", ",  "};
+  const std::vector<std::string> separators = {", ",
+                                               ",",
+                                               " , ",
+                                               ",\n  ",
+                                               ",  ",
+                                               ",\n",
+                                               ",\n" + std::string(16, ' '),
+                                               ",\n" + std::string(17, ' '),
+                                               ",\n\n  ",
+                                               ",\n\t",
+                                               ",\r\n  "};
   const std::vector<std::string> colons = {": ", ":", " : ", ":  ", ":\n"};
   std::string text = "{";
   for (std::size_t i = 0; i < 60; ++i) {
@@ -547,8 +577,15 @@ TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
   }
   for (const std::string& variant : variants) {
     const std::string expected = typedWalk(variant);
+    // A buffer of one byte never holds a whole member: every member is read
+    // by the general path, which counts every line feed.
+    const std::string expectedLocations = valueLocations(variant, 1);
     for (std::size_t size = 1; size <= 5; ++size) {
       ASSERT_EQ(typedWalk(variant, size), expected) << "buffer " << size << " text " << variant;
+    }
+    for (const std::size_t size : {2u, 5u, 100u, 4096u}) {
+      ASSERT_EQ(valueLocations(variant, size), expectedLocations)
+          << "buffer " << size << " text " << variant;
     }
   }
 }

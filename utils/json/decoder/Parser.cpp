@@ -285,17 +285,30 @@ void Parser::popFrame() {
   valueDone();
 }
 
-// The usual member, taken without a call: the separator ", " (none before
-// the first member), a name of plain characters short enough to be held
-// inline, and ':' or ": " before the value, all buffered. Anything else is
+// The usual member, taken without a call: the separator ", " or ",\n" and
+// an indentation (none before the first member), a name of plain
+// characters short enough to be held inline, and ':' or ": " before the
+// value, all buffered. Anything else is
 // left to the general path, and nothing is consumed.
 bool Parser::takeShortMember(bool& started, Name& name) noexcept {
+  // A member on a line of its own comes after ",\n" and at most this many
+  // spaces of indentation.
+  constexpr std::ptrdiff_t maxIndentation = 16;
   const char* p = p_;
-  // The separator, the quotes, the name's copy and the ": " are buffered.
-  if (end_ - p < static_cast<std::ptrdiff_t>(Name::inlineCapacity) + 8) return false;
+  // The separator, the quotes, the name and the ": " are buffered.
+  if (end_ - p < static_cast<std::ptrdiff_t>(Name::inlineCapacity) + maxIndentation + 8) {
+    return false;
+  }
+  const char* lineStart = nullptr;
   if (started) {
-    if (p[0] != ',' || p[1] != ' ') return false;
+    if (p[0] != ',' || (p[1] != ' ' && p[1] != '\n')) return false;
+    const bool newLine = p[1] == '\n';
     p += 2;
+    if (newLine) {
+      lineStart = p;
+      const char* const limit = p + maxIndentation;
+      while (p != limit && *p == ' ') ++p;
+    }
   }
   if (p[0] != '"') return false;
   // Measured 16 bytes at a time.
@@ -316,6 +329,11 @@ bool Parser::takeShortMember(bool& started, Name& name) noexcept {
   // EPYC, although it runs fewer instructions.
   std::memcpy(name.inline_.data(), p + 1, length);
   name.set(name.inline_.data(), length, false);
+  if (lineStart != nullptr) {
+    ++line_;
+    lineStart_ = spanOffset_ + static_cast<std::uint64_t>(lineStart - spanStart_);
+    continuations_ = 0;
+  }
   p_ = colon + 1 + space;
   started = true;
   return true;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <stdexcept>
+#include <string_view>
 
 #include "utils/core/Format.h"
 #include "utils/core/SecureZero.h"
@@ -9,6 +10,8 @@
 #include "utils/json/encoder/Document.h"
 
 namespace korvane::utils::json::encoder {
+
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -136,9 +139,10 @@ void Object::beginMember(std::string_view name, Escape escape) {
   if (escape == Escape::none) {
     // Straight into the stream: the common case of a long file's members.
     const bool indented = document_->format_ == Format::indented;
-    stream.write(indented ? (empty_ ? "\n  \"" : ",\n  \"") : (empty_ ? "\"" : ",\""));
+    // Literals as string views: their lengths are known without strlen.
+    stream.write(indented ? (empty_ ? "\n  \""sv : ",\n  \""sv) : (empty_ ? "\""sv : ",\""sv));
     stream.write(name);
-    stream.write(indented ? "\": \"" : "\":\"");
+    stream.write(indented ? "\": \""sv : "\":\""sv);
   } else {
     composeStart(name, escape);
     scratch_ += '"';
