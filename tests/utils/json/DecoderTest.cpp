@@ -590,6 +590,65 @@ TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
   }
 }
 
+// Where each element of the top-level array starts, as "line:column" in
+// order; the error's text after them when there is one.
+std::string elementLocations(const std::string& json, std::size_t bufferSize) {
+  MemoryInputStream stream(json, bufferSize);
+  Document document(stream, "t.json");
+  std::string out;
+  try {
+    for (Value& element : document.root().asArray()) {
+      const Location location = element.location();
+      out += std::to_string(location.line()) + ":" + std::to_string(location.column()) + " ";
+      element.skip();
+    }
+    document.finish();
+  } catch (const Exception& error) {
+    out += error.what();
+  }
+  return out;
+}
+
+TEST(DecoderTest, TheUsualElementLayoutReadsAsEveryOther) {
+  const std::vector<std::string> separators = {", ",
+                                               ",",
+                                               ",\n    ",
+                                               ",\n",
+                                               ",\n" + std::string(16, ' '),
+                                               ",\n" + std::string(17, ' '),
+                                               ",\n\n  ",
+                                               ",\n\t",
+                                               ",\r\n  ",
+                                               " ,\n  ",
+                                               ",\n "};
+  const std::vector<std::string> elements = {
+      "{\"a\": [1,\n  2]}", "\"\xC3\xA9t\xC3\xA9\"", "-1.5", "[]", "null", "\"x\""};
+  std::string text = "[";
+  for (std::size_t i = 0; i < 80; ++i) {
+    if (i != 0) text += separators[i % separators.size()];
+    text += elements[i % elements.size()];
+  }
+  text += "]";
+  std::vector<std::string> variants = {text};
+  for (const std::size_t at : {std::size_t{100}, text.size() / 2, text.size() - 20}) {
+    for (const char byte : {',', ']', '\x01', '\n', '}'}) {
+      std::string edited = text;
+      edited[at] = byte;
+      variants.push_back(edited);
+    }
+  }
+  for (const std::string& variant : variants) {
+    // A buffer of one byte never holds a whole step: every step is taken
+    // by the general path.
+    const std::string expected = elementLocations(variant, 1);
+    for (const std::size_t size : {2u, 3u, 7u, 100u, 4096u}) {
+      ASSERT_EQ(elementLocations(variant, size), expected)
+          << "buffer " << size << " text " << variant;
+    }
+    EXPECT_EQ(skipError(variant, 4096), skipError(variant, 1)) << variant;
+  }
+}
+
 TEST(DecoderTest, NamesTellWhetherTheyHeldAnEscape) {
   MemoryInputStream stream(R"({"plain": 1, "\u0061": 2, "a\"b": 3, "caf\u00e9": 4})");
   Document document(stream, "t.json");

@@ -99,12 +99,14 @@ class Grammar {
   // closing character has been consumed; otherwise the separator is, and
   // the member's name or the element is next (whitespace skipped).
   [[gnu::always_inline]] bool nextItem(bool& started, char close) {
-    // The usual step: ", " and the next item.
+    // The usual steps: ", " or ",\n" and an indentation, and the next item.
     const auto span = in().buffered();
-    if (started && span.size() >= 3 && span[0] == ',' && span[1] == ' ' &&
-        static_cast<unsigned char>(span[2]) > ' ') {
-      in().consume(2);
-      return true;
+    if (started && span.size() >= 3 && span[0] == ',') {
+      if (span[1] == ' ' && static_cast<unsigned char>(span[2]) > ' ') {
+        in().consume(2);
+        return true;
+      }
+      if (span[1] == '\n' && passLineAndIndentation(span)) return true;
     }
     skipWhitespace();
     if (in().peek() == close) {
@@ -120,6 +122,25 @@ class Grammar {
       skipWhitespace();
     }
     started = true;
+    return true;
+  }
+
+  // After the ',' that `span` starts with, a line feed and at most 16
+  // spaces before the next item, passed with the ',' in one step and the
+  // line counted; false, with nothing consumed, for anything else.
+  bool passLineAndIndentation(std::span<const char> span) {
+    constexpr std::size_t maxIndentation = 16;
+    std::size_t at = 2;
+    const std::size_t limit = std::min(span.size(), at + maxIndentation);
+    while (at != limit && span[at] == ' ') ++at;
+    if (at == span.size() || static_cast<unsigned char>(span[at]) <= ' ') return false;
+    in().consume(1);
+    json::detail::WhitespaceRun run;
+    run.length = at - 1;
+    run.lineFeeds = 1;
+    run.afterLastLineFeed = 1;
+    in().countLines(run);
+    in().consume(run.length);
     return true;
   }
 
