@@ -521,18 +521,25 @@ std::string logicError(Misuse misuse) {
 // longest taken in one step, is read alike through the usual buffer, where
 // those steps are taken, and through buffers of a few bytes, where they
 // never are; so is every error put into it.
-// Where each member's value of the top-level object starts, as
-// "line:column" in order; the error's text after them when there is one.
-std::string valueLocations(const std::string& json, std::size_t bufferSize) {
+// Where each item of the top-level object (its members' values) or array
+// starts, as "line:column" in order; the error's text after them when
+// there is one. Each item is skipped, so that the next step can be taken
+// in one go.
+std::string itemLocations(const std::string& json, std::size_t bufferSize) {
   MemoryInputStream stream(json, bufferSize);
   Document document(stream, "t.json");
   std::string out;
+  const auto record = [&](Value& item) {
+    const Location location = item.location();
+    out += std::to_string(location.line()) + ":" + std::to_string(location.column()) + " ";
+    item.skip();
+  };
   try {
-    for (Member& member : document.readAsObject()) {
-      const Location location = member.value().location();
-      out += std::to_string(location.line()) + ":" + std::to_string(location.column()) + " ";
-      // Passed, so that the next member can be taken in one step.
-      member.value().skip();
+    Value& root = document.root();
+    if (root.kind() == Kind::array) {
+      for (Value& element : root.asArray()) record(element);
+    } else {
+      for (Member& member : root.asObject()) record(member.value());
     }
     document.finish();
   } catch (const Exception& error) {
@@ -541,18 +548,30 @@ std::string valueLocations(const std::string& json, std::size_t bufferSize) {
   return out;
 }
 
+// Separators that put the next item on a line of its own: with the
+// indentations taken in one step and those left to the general path.
+std::vector<std::string> lineSeparators() {
+  return {",\n",    ",\n" + std::string(16, ' '), ",\n" + std::string(17, ' '), ",\n\n  ", ",\n\t",
+          ",\r\n  "};
+}
+
+// `text`, then `text` with each of `bytes` put at each of `places` in turn.
+std::vector<std::string> withEdits(const std::string& text, std::vector<std::size_t> places,
+                                   std::vector<char> bytes) {
+  std::vector<std::string> variants = {text};
+  for (const std::size_t at : places) {
+    for (const char byte : bytes) {
+      std::string edited = text;
+      edited[at] = byte;
+      variants.push_back(edited);
+    }
+  }
+  return variants;
+}
+
 TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
-  const std::vector<std::string> separators = {", ",
-                                               ",",
-                                               " , ",
-                                               ",\n  ",
-                                               ",  ",
-                                               ",\n",
-                                               ",\n" + std::string(16, ' '),
-                                               ",\n" + std::string(17, ' '),
-                                               ",\n\n  ",
-                                               ",\n\t",
-                                               ",\r\n  "};
+  std::vector<std::string> separators = {", ", ",", " , ", ",\n  ", ",  "};
+  for (std::string& separator : lineSeparators()) separators.push_back(std::move(separator));
   const std::vector<std::string> colons = {": ", ":", " : ", ":  ", ":\n"};
   std::string text = "{";
   for (std::size_t i = 0; i < 60; ++i) {
@@ -567,60 +586,25 @@ TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
                          : "-0.5";
   }
   text += "}";
-  std::vector<std::string> variants = {text};
-  for (const std::size_t at : {std::size_t{200}, text.size() / 2, text.size() - 30}) {
-    for (const char byte : {'"', ':', '\x01', ' ', '\\'}) {
-      std::string edited = text;
-      edited[at] = byte;
-      variants.push_back(edited);
-    }
-  }
-  for (const std::string& variant : variants) {
+  for (const std::string& variant :
+       withEdits(text, {200, text.size() / 2, text.size() - 30}, {'"', ':', '\x01', ' ', '\\'})) {
     const std::string expected = typedWalk(variant);
     // A buffer of one byte never holds a whole member: every member is read
     // by the general path, which counts every line feed.
-    const std::string expectedLocations = valueLocations(variant, 1);
+    const std::string expectedLocations = itemLocations(variant, 1);
     for (std::size_t size = 1; size <= 5; ++size) {
       ASSERT_EQ(typedWalk(variant, size), expected) << "buffer " << size << " text " << variant;
     }
     for (const std::size_t size : {2u, 5u, 100u, 4096u}) {
-      ASSERT_EQ(valueLocations(variant, size), expectedLocations)
+      ASSERT_EQ(itemLocations(variant, size), expectedLocations)
           << "buffer " << size << " text " << variant;
     }
   }
 }
 
-// Where each element of the top-level array starts, as "line:column" in
-// order; the error's text after them when there is one.
-std::string elementLocations(const std::string& json, std::size_t bufferSize) {
-  MemoryInputStream stream(json, bufferSize);
-  Document document(stream, "t.json");
-  std::string out;
-  try {
-    for (Value& element : document.root().asArray()) {
-      const Location location = element.location();
-      out += std::to_string(location.line()) + ":" + std::to_string(location.column()) + " ";
-      element.skip();
-    }
-    document.finish();
-  } catch (const Exception& error) {
-    out += error.what();
-  }
-  return out;
-}
-
 TEST(DecoderTest, TheUsualElementLayoutReadsAsEveryOther) {
-  const std::vector<std::string> separators = {", ",
-                                               ",",
-                                               ",\n    ",
-                                               ",\n",
-                                               ",\n" + std::string(16, ' '),
-                                               ",\n" + std::string(17, ' '),
-                                               ",\n\n  ",
-                                               ",\n\t",
-                                               ",\r\n  ",
-                                               " ,\n  ",
-                                               ",\n "};
+  std::vector<std::string> separators = {", ", ",", ",\n    ", " ,\n  ", ",\n "};
+  for (std::string& separator : lineSeparators()) separators.push_back(std::move(separator));
   const std::vector<std::string> elements = {
       "{\"a\": [1,\n  2]}", "\"\xC3\xA9t\xC3\xA9\"", "-1.5", "[]", "null", "\"x\""};
   std::string text = "[";
@@ -629,21 +613,13 @@ TEST(DecoderTest, TheUsualElementLayoutReadsAsEveryOther) {
     text += elements[i % elements.size()];
   }
   text += "]";
-  std::vector<std::string> variants = {text};
-  for (const std::size_t at : {std::size_t{100}, text.size() / 2, text.size() - 20}) {
-    for (const char byte : {',', ']', '\x01', '\n', '}'}) {
-      std::string edited = text;
-      edited[at] = byte;
-      variants.push_back(edited);
-    }
-  }
-  for (const std::string& variant : variants) {
+  for (const std::string& variant :
+       withEdits(text, {100, text.size() / 2, text.size() - 20}, {',', ']', '\x01', '\n', '}'})) {
     // A buffer of one byte never holds a whole step: every step is taken
     // by the general path.
-    const std::string expected = elementLocations(variant, 1);
+    const std::string expected = itemLocations(variant, 1);
     for (const std::size_t size : {2u, 3u, 7u, 100u, 4096u}) {
-      ASSERT_EQ(elementLocations(variant, size), expected)
-          << "buffer " << size << " text " << variant;
+      ASSERT_EQ(itemLocations(variant, size), expected) << "buffer " << size << " text " << variant;
     }
     EXPECT_EQ(skipError(variant, 4096), skipError(variant, 1)) << variant;
   }
