@@ -516,11 +516,6 @@ std::string logicError(Misuse misuse) {
   return {};
 }
 
-// A long object whose members come in every layout around the usual one
-// (", ", a short plain name, ": "), with names of every length around the
-// longest taken in one step, is read alike through the usual buffer, where
-// those steps are taken, and through buffers of a few bytes, where they
-// never are; so is every error put into it.
 // Where each item of the top-level object (its members' values) or array
 // starts, as "line:column" in order; the error's text after them when
 // there is one. Each item is skipped, so that the next step can be taken
@@ -569,6 +564,12 @@ std::vector<std::string> withEdits(const std::string& text, std::vector<std::siz
   return variants;
 }
 
+// A long object whose members come in every layout around the usual one
+// (", " or a line feed and an indentation, a short plain name, ": "), with
+// names of every length around the longest taken in one step, is read
+// alike, and located alike, through the usual buffer, where those steps
+// are taken, and through buffers of a few bytes, where they never are; so
+// is every error put into it.
 TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
   std::vector<std::string> separators = {", ", ",", " , ", ",\n  ", ",  "};
   for (std::string& separator : lineSeparators()) separators.push_back(std::move(separator));
@@ -579,7 +580,7 @@ TEST(DecoderTest, TheUsualMemberLayoutReadsAsEveryOther) {
     std::string name;
     for (std::size_t j = 0; j < i; ++j) name += static_cast<char>('a' + (i + j) % 26);
     if (i % 7 == 3) name += "\\u0041";
-    if (i % 11 == 5) name += "\xC3\xA9";
+    if (i % 13 == 5) name += "\xC3\xA9";
     text += "\"" + name + "\"" + colons[i % colons.size()];
     text += i % 3 == 0   ? "[1, {\"x\": \"y\"}]"
             : i % 3 == 1 ? "\"v" + std::to_string(i) + "\""

@@ -17,11 +17,12 @@
 // is made (a short member name, taken in one step, by SSE2 where the build
 // has it, whatever the level: every level counts alike); everything else,
 // errors included, by the same plain code. The
-// usual member (", ", a short plain name, ": ") and the usual string (plain,
-// whole in the buffer) are taken in one step each, and so are, when
-// skipped, a plain name with its ':', a number, an escape and a UTF-8
-// sequence that are whole in the buffer; anything else by the general
-// path, byte by byte where it must.
+// usual member (", " or ",\n" and up to 16 spaces, a short plain name,
+// ": "), the step to an array element on the next line and the usual
+// string (plain, whole in the buffer) are taken in one step each, and so
+// are, when skipped, a plain name with its ':', a number, an escape and a
+// UTF-8 sequence that are whole in the buffer; anything else by the
+// general path, byte by byte where it must.
 //
 // Limits that keep hostile input harmless: nesting deeper than maxDepth
 // levels and member names longer than maxNameLength bytes are errors.
