@@ -10,7 +10,9 @@
 // htpasswd file are made in /dev/shm (memory: the disk is left out); each
 // round runs the tool (setting the last user's password), htpasswd and the
 // FLOOR in turn, so that a change in the machine's load falls on all alike.
-// Last, one user with a password file that also holds a 200 MB string.
+// Then one user with a password file that also holds a 200 MB string, and
+// last the start-up alone: KorvanePassword -Version against mkpasswd
+// --version, in turn.
 // Every figure is the median over the rounds of whole processes: wall clock,
 // CPU (user + system), page faults (minor + major), peak resident memory.
 // Prints a table per size, the cost per added user (slope from 100,000 to
@@ -21,7 +23,7 @@
 //   scalingBenchmark <path to KorvanePassword> [rounds]
 //
 // Rounds: default 5 up to 100,000 users, 3 for 1,000,000 and the 200 MB
-// value; a number given applies to all.
+// value, 41 for the start-up; a number given applies to all.
 #include <crypt.h>
 
 #include <algorithm>
@@ -37,6 +39,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "bench/support/BenchmarkFiles.h"
@@ -63,6 +66,8 @@ constexpr double peakLimitMiB = 24.0;      // tool peak, every size
 constexpr double htpasswdCpuLimit = 0.5;   // tool CPU / htpasswd CPU, 10,000 users
 constexpr std::uint64_t faultLimit = 300;  // tool page faults, 10,000 users
 constexpr double mkpasswdCpuLimit = 1.0;   // tool CPU / mkpasswd CPU, 1 user
+constexpr double startUpCpuLimit = 1.0;    // tool -Version CPU / mkpasswd --version CPU
+constexpr int startUpRounds = 41;          // each run is about a millisecond
 
 struct Programs {
   std::string tool;
@@ -372,6 +377,28 @@ CaseCosts measurePadded(const Programs& programs, const fs::path& base, int chos
   return costs;
 }
 
+// The start-up alone, in turn round by round: the tool printing its
+// version (-Version) and mkpasswd printing its own (--version). Returns
+// the medians, the tool's first.
+std::pair<ProcessCost, ProcessCost> measureStartUp(const Programs& programs, const fs::path& base,
+                                                   int chosenRounds) {
+  const BenchmarkFolder folder("scaling-start-up", base);
+  const Installation installation{folder.path(), {}, {}, {}, {}};
+  const int rounds = chosenRounds > 0 ? chosenRounds : startUpRounds;
+  std::vector<ProcessCost> tool;
+  std::vector<ProcessCost> mkpasswd;
+  for (int round = 0; round < rounds; ++round) {
+    tool.push_back(checkedRun({programs.tool, "-Version"}, "", installation));
+    mkpasswd.push_back(checkedRun({programs.mkpasswd, "--version"}, "", installation));
+  }
+  const std::pair<ProcessCost, ProcessCost> costs{medianCost(tool), medianCost(mkpasswd)};
+  std::printf("\nstart-up: the version printed and nothing else; median of %d rounds\n", rounds);
+  printHeader();
+  printRow("KorvanePassword -Version", costs.first);
+  printRow("mkpasswd --version", costs.second);
+  return costs;
+}
+
 const SizeResult& resultFor(const std::vector<SizeResult>& results, std::uint64_t users) {
   for (const SizeResult& result : results) {
     if (result.users == users) return result;
@@ -446,13 +473,24 @@ void printMkpasswdGoal(const CaseCosts& one) {
               verdict(ratio <= mkpasswdCpuLimit));
 }
 
-void printGoals(const std::vector<SizeResult>& results, const CaseCosts& padded) {
+void printStartUpGoal(const std::pair<ProcessCost, ProcessCost>& startUp) {
+  const double ratio = startUp.first.cpuMs / startUp.second.cpuMs;
+  std::printf(
+      "  6. start-up: tool -Version CPU / mkpasswd --version CPU = %.2f (%.2f / %.2f ms); "
+      "limit %.2f: %s\n",
+      ratio, startUp.first.cpuMs, startUp.second.cpuMs, startUpCpuLimit,
+      verdict(ratio <= startUpCpuLimit));
+}
+
+void printGoals(const std::vector<SizeResult>& results, const CaseCosts& padded,
+                const std::pair<ProcessCost, ProcessCost>& startUp) {
   std::printf("\ngoals\n");
   printFloorGoal(resultFor(results, slopeTo).costs);
   printPeakGoal(results, padded);
   printHtpasswdGoal(resultFor(results, 10000).costs);
   printMkpasswdGoal(resultFor(results, 1).costs);
   std::printf("  5. cost per added user printed above: met\n");
+  printStartUpGoal(startUp);
 }
 
 void printMachine(const Programs& programs, const fs::path& base) {
@@ -477,8 +515,9 @@ int run(const Programs& programs, int chosenRounds) {
     results.push_back(measureSize(programs, base, users, chosenRounds, hash));
   }
   const CaseCosts padded = measurePadded(programs, base, chosenRounds);
+  const std::pair<ProcessCost, ProcessCost> startUp = measureStartUp(programs, base, chosenRounds);
   printGrowth(results);
-  printGoals(results, padded);
+  printGoals(results, padded, startUp);
   return 0;
 }
 
