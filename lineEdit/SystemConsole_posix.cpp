@@ -188,6 +188,20 @@ class RawMode {
   bool active_ = false;
 };
 
+// A read from a terminal whose other side has just closed may fail with EIO
+// while the kernel is still hanging it up, where a moment later it gives the
+// end of input: `count` (a read's result, errno set when negative) becomes
+// that end when the terminal reports the hang-up. Any other failure, EIO
+// from a background process group included, stays a failure.
+ssize_t endAtHangUp(ssize_t count) noexcept {
+  if (count >= 0 || errno != EIO) return count;
+  pollfd input{STDIN_FILENO, POLLIN, 0};
+  const int ready = retryOnInterrupt([&] { return poll(&input, 1, 0); });
+  if (ready > 0 && (input.revents & POLLHUP) != 0) return 0;
+  errno = EIO;
+  return count;
+}
+
 // Reads standard input byte by byte. poll() bounds the wait inside a key's
 // bytes. An interrupted call is made again by retryOnInterrupt, as the
 // kernel does itself for the handlers installed here (SA_RESTART); the one
@@ -208,7 +222,8 @@ class TerminalByteSource : public TerminalKeyDecoder::ByteSource {
       }
       if (ready < 0) return -1;
       // 1 with the byte; 0 at the end, also a terminal that hung up.
-      const ssize_t count = retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); });
+      const ssize_t count =
+          endAtHangUp(retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); }));
       if (count >= 0) return static_cast<int>(count);
       if (errno != EAGAIN) return -1;
     }
@@ -235,7 +250,8 @@ bool SystemConsole::outputIsConsole(Output output) noexcept {
 }
 
 int SystemConsole::readInputByte(char& byte) noexcept {
-  return static_cast<int>(retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); }));
+  return static_cast<int>(
+      endAtHangUp(retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); })));
 }
 
 // The terminal decodes the UTF-8 bytes itself; the streams stay as they are.
