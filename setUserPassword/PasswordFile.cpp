@@ -62,6 +62,7 @@ class ChangedCopy {
   // The opening brace goes into the stream's empty buffer: it cannot fail.
   ChangedCopy(const PasswordChange& change, utils::io::OutputStream<char>& out)
       : change_(change),
+        out_(out),
         entryName_(change.uuid),
         document_(std::ref(out), encoder::Format::indented),
         object_(document_.asObject()) {}
@@ -92,7 +93,10 @@ class ChangedCopy {
     rethrowFailure();
   }
 
-  void rethrowFailure() const {
+  // Waits for the writes still under way first: one of them may have
+  // failed before whatever ended the reading.
+  void rethrowFailure() {
+    write([&] { out_.settle(); });
     if (failure_) std::rethrow_exception(failure_);
   }
 
@@ -114,6 +118,7 @@ class ChangedCopy {
   }
 
   const PasswordChange& change_;
+  utils::io::OutputStream<char>& out_;
   const EntryName entryName_;
   encoder::Document document_;
   encoder::Object object_;

@@ -107,7 +107,7 @@ Subject floorSubject(std::size_t keyLength) {
             benchmark::DoNotOptimize(floor->hash().data());
             benchmark::ClobberMemory();
           },
-          1, 1.10};
+          1, 1.05};
 }
 
 template <typename Hash>
@@ -225,7 +225,7 @@ void registerAll() {
     const std::string size = std::to_string(length);
     registerSubject(
         "sha512/" + size, "openssl",
-        digestSubject<korvane::security::Sha512>(EVP_sha512(), length, length > 128 ? 1.10 : 0),
+        digestSubject<korvane::security::Sha512>(EVP_sha512(), length, length > 128 ? 1.05 : 0),
         length, benchmark::kMicrosecond);
     registerSubject(
         "sha256/" + size, "openssl",

@@ -35,7 +35,9 @@
 // Every failing call behaves as the kernel would: a failing close still
 // releases the descriptor; other calls do nothing before failing.
 //
-// Thread safety: none needed; the program under test has one thread.
+// Thread safety: the counting and the tracking of descriptors are guarded
+// by one lock, since the program reads and writes large files on worker
+// threads; a stalled or paused call waits without holding it.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -48,6 +50,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 namespace {
 
@@ -107,6 +110,7 @@ long seen[callCount];
 int struck = 0;  // the faults that have struck so far
 bool afterRename = false;
 Tracked tracked[maxTracked];
+std::mutex bookkeeping;  // guards seen, struck and afterRename
 
 template <typename Function>
 Function next(const char* name) {
@@ -222,13 +226,17 @@ void logRead(int fd, ssize_t count) {
 // A stalled call never returns.
 bool strikes(Call call, const char* path, bool written) {
   load();
-  if (struck >= configuration.faultCount) return false;
-  const Fault& fault = configuration.faults[struck];
-  if (fault.call != call) return false;
-  if (++seen[call] != fault.index) return false;
-  ++struck;
-  for (long& count : seen) count = 0;
-  writeReport(call, path, written);
+  Fault fault;
+  {
+    const std::lock_guard lock(bookkeeping);
+    if (struck >= configuration.faultCount) return false;
+    fault = configuration.faults[struck];
+    if (fault.call != call) return false;
+    if (++seen[call] != fault.index) return false;
+    ++struck;
+    for (long& count : seen) count = 0;
+    writeReport(call, path, written);
+  }
   if (fault.action == stallAction) {
     for (;;) ::pause();
   }
@@ -307,7 +315,10 @@ int renameChecked(bool interesting, const char* path, int (*perform)(const void*
                   const void* data) {
   if (interesting && strikes(callRename, path, true)) return -1;
   const int result = perform(data);
-  if (result == 0 && interesting) afterRename = true;
+  if (result == 0 && interesting) {
+    const std::lock_guard lock(bookkeeping);
+    afterRename = true;
+  }
   return result;
 }
 

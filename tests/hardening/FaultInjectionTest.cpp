@@ -79,6 +79,19 @@ Environment faultEnvironment(const Installation& installation, std::string_view 
   return environment;
 }
 
+// Sets the changed user's password with `fault` (possibly none) striking.
+ChildResult setPassword(const Installation& installation, std::string_view fault,
+                        const std::filesystem::path& report) {
+  ChildProcess::Options options;
+  options.arguments = installation.arguments(changedUser, false);
+  options.environment = faultEnvironment(installation, fault, report);
+  options.timeout = std::chrono::seconds(60);
+  ChildProcess child(programPath(), std::move(options));
+  child.send(std::string(strongPassword) + "\n");
+  child.closeInput();
+  return child.wait();
+}
+
 struct Tally {
   int tried = 0;
   int survived = 0;
@@ -398,14 +411,7 @@ TEST(FaultInjectionTest, AnErrorInTheFileComesBeforeAFailureToWriteTheNewOne) {
       testing::writeFile(installation.passwordsPath(), text);
       std::filesystem::remove(report);
       const std::string fault = std::string(call) + ":" + std::to_string(index) + ":ENOSPC";
-      ChildProcess::Options options;
-      options.arguments = installation.arguments(changedUser, false);
-      options.environment = faultEnvironment(installation, fault, report);
-      options.timeout = std::chrono::seconds(60);
-      ChildProcess child(programPath(), std::move(options));
-      child.send(std::string(strongPassword) + "\n");
-      child.closeInput();
-      const ChildResult result = child.wait();
+      const ChildResult result = setPassword(installation, fault, report);
       const FaultReport fired = readReport(report);
       if (!fired.fired) break;
       ++struck;
@@ -427,6 +433,82 @@ TEST(FaultInjectionTest, AnErrorInTheFileComesBeforeAFailureToWriteTheNewOne) {
   }
   // Both kinds struck, the writes of the new file among them.
   EXPECT_GT(struck, 4);
+}
+
+// A password file large enough to be read ahead and written behind on
+// worker threads (past its first 4 MiB) fails as a small one does, whether
+// the failing call is made by the main thread or by a worker: one error
+// naming the operation and the file, and the file as it was. A failure to
+// write that a worker met first is the one reported when a read fails
+// after it, and an error in the text still comes before both.
+TEST(FaultInjectionTest, ALargeFileFailsOnAWorkerAsOnTheMainThread) {
+  constexpr int manyMembers = 250000;  // about 10 MiB
+  Installation installation(userCount);
+  testing::TemporaryDirectory reportDirectory;
+  const std::filesystem::path report = reportDirectory.path() / "report";
+  struct Case {
+    std::string fault;
+    std::string_view reported;  // the call the error names
+    bool brokenText = false;
+  };
+  // Reads 1 and 2 are the users file's; 64 reads and writes of 64 KiB make
+  // the first 4 MiB, the later ones are the workers'.
+  const std::vector<Case> cases{
+      {"read:3:EIO", "read"},       {"read:60:EIO", "read"},
+      {"read:70:EIO", "read"},      {"read:90:EIO", "read"},
+      {"write:5:ENOSPC", "write"},  {"write:66:ENOSPC", "write"},
+      {"write:90:EIO", "write"},    {"write:66:ENOSPC,read:2:EIO", "write"},
+      {"write:5:ENOSPC", "", true}, {"write:70:ENOSPC", "", true},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.fault + (test.brokenText ? " (broken text)" : ""));
+    installation.removeLeftovers();
+    installation.writePasswords({0, 1, 2, 3}, manyMembers);
+    std::string text = testing::readFile(installation.passwordsPath());
+    ASSERT_GT(text.size(), std::size_t{8} << 20);
+    if (test.brokenText) {
+      text.insert(text.rfind('}'), ",\n  \"broken\": 1\n");
+      testing::writeFile(installation.passwordsPath(), text);
+    }
+    std::filesystem::remove(report);
+    const ChildResult result = setPassword(installation, test.fault, report);
+    const FaultReport fired = readReport(report);
+    ASSERT_TRUE(fired.fired) << result.err;
+    EXPECT_EQ(result.exitStatus, 1) << result.err;
+    EXPECT_TRUE(result.err.starts_with("ERROR: ")) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    if (test.brokenText) {
+      EXPECT_NE(result.err.find("expected a string, found a number"), std::string::npos)
+          << result.err;
+    } else {
+      EXPECT_NE(result.err.find(operationWord(test.reported)), std::string::npos) << result.err;
+      if (test.reported == fired.call) {
+        EXPECT_NE(result.err.find(fired.path), std::string::npos) << result.err;
+      }
+    }
+    EXPECT_EQ(result.out.find("\" was updated."), std::string::npos);
+    EXPECT_EQ(testing::readFile(installation.passwordsPath()), text);
+    // Only a failure to write keeps the new file, as evidence.
+    if (test.reported != "write") {
+      EXPECT_EQ(installation.fileNames(),
+                (std::vector<std::string>{"passwords.json", "users.json"}));
+    }
+  }
+  // And without a fault, the large file is replaced whole.
+  installation.removeLeftovers();
+  installation.writePasswords({0, 1, 2, 3}, manyMembers);
+  const ChildResult result = setPassword(installation, "", report);
+  ASSERT_EQ(result.exitStatus, 0) << result.err;
+  const std::vector<Installation::Entry> entries = installation.readEntries();
+  ASSERT_EQ(entries.size(), std::size_t{1 + 4 + manyMembers});
+  for (const Installation::Entry& entry : entries) {
+    if (entry.name == Installation::userUuid(changedUser)) {
+      EXPECT_TRUE(hashMatches(entry.value, strongPassword));
+    } else if (entry.name == Installation::userUuid(2)) {
+      EXPECT_EQ(entry.value, Installation::initialHash(2));
+    }
+  }
+  EXPECT_EQ(installation.fileNames(), (std::vector<std::string>{"passwords.json", "users.json"}));
 }
 
 // The replace when rename(2) cannot replace the password file: EBUSY (it is

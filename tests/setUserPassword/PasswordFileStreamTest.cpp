@@ -5,8 +5,11 @@
 // every small size, and through a real file by rewrite().
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
+#include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -15,6 +18,8 @@
 #include "tests/support/PasswordFileReference.h"
 #include "tests/utils/json/MemoryStreams.h"
 #include "utils/core/Format.h"
+#include "utils/io/InputStream.h"
+#include "utils/io/OutputStream.h"
 
 namespace korvane::setUserPassword {
 namespace {
@@ -126,6 +131,59 @@ TEST(PasswordFileStreamTest, TheReferenceAppliesTheChangesAsTheToolDoes) {
   EXPECT_FALSE(referencePass("{\"a\": 1}").accepted);
   EXPECT_EQ(referencePass("{}", &all[0]).text,
             "{\n  \"11111111-2222-4333-8444-555555555555\": \"$6$new$hash\"\n}\n");
+}
+
+// The text, then a failure to read at its end.
+class FailingInputStream : public utils::io::InputStream<char> {
+ public:
+  explicit FailingInputStream(std::string text) : InputStream<char>(16), text_(std::move(text)) {}
+
+ protected:
+  std::size_t readSome(std::span<char> into) override {
+    if (at_ == text_.size()) throw std::runtime_error("read failed");
+    const std::size_t count = std::min(into.size(), text_.size() - at_);
+    std::copy_n(text_.data() + at_, count, into.data());
+    at_ += count;
+    return count;
+  }
+
+ private:
+  std::string text_;
+  std::size_t at_ = 0;
+};
+
+// A sink that takes every write at once and, when told so, learns later
+// that one of them failed, as a writer working in the background does.
+class LateFailingOutputStream : public utils::io::OutputStream<char> {
+ public:
+  explicit LateFailingOutputStream(bool fails) : OutputStream<char>(16), fails_(fails) {}
+
+ protected:
+  void writeSome(std::span<const char>) override {}
+  void settleSink() override {
+    if (fails_) throw std::runtime_error("write failed in the background");
+  }
+
+ private:
+  bool fails_;
+};
+
+// A failure to write that is still being learned of when reading fails
+// happened first: it is the one reported.
+TEST(PasswordFileStreamTest, AFailureToWriteUnderWayComesBeforeAFailureToReadAfterIt) {
+  const std::string text = samples().front().text;
+  const PasswordChange change = changes().front();
+  for (const bool writeFails : {false, true}) {
+    FailingInputStream in(text.substr(0, text.size() - 4));
+    LateFailingOutputStream out(writeFails);
+    try {
+      PasswordFile::copy(in, "passwords.json", &change, &out);
+      ADD_FAILURE() << "no failure";
+    } catch (const std::runtime_error& error) {
+      EXPECT_EQ(std::string(error.what()),
+                writeFails ? "write failed in the background" : "read failed");
+    }
+  }
 }
 
 }  // namespace

@@ -1,36 +1,76 @@
-// FileInputStream: an InputStream over a File.
+// FileInputStream: an InputStream over a File. Once a regular file has
+// proved large (readAheadAfter bytes read), the rest is read ahead on a
+// worker thread (see ReadAhead.h); a small file, a pipe or a terminal is
+// read by the calling thread alone.
 //
 // Thread safety: one object must not be used from two threads at once.
 #pragma once
 
+#include <cstddef>
+#include <exception>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <utility>
 
 #include "utils/io/File.h"
 #include "utils/io/InputStream.h"
+#include "utils/io/ReadAhead.h"
 
 namespace korvane::utils::io {
 
 template <typename CharT>
 class FileInputStream : public InputStream<CharT> {
  public:
+  static constexpr std::size_t defaultReadAheadAfter = 4 * 1024 * 1024;
+
   // Throws FileNotFoundError when `path` does not exist.
-  explicit FileInputStream(const std::filesystem::path& path)
-      : InputStream<CharT>(), file_(path, File::Access::read) {}
+  explicit FileInputStream(const std::filesystem::path& path,
+                           std::size_t readAheadAfter = defaultReadAheadAfter)
+      : InputStream<CharT>(), file_(path, File::Access::read), readAheadAfter_(readAheadAfter) {}
 
-  explicit FileInputStream(File&& file) : InputStream<CharT>(), file_(std::move(file)) {}
+  explicit FileInputStream(File&& file, std::size_t readAheadAfter = defaultReadAheadAfter)
+      : InputStream<CharT>(), file_(std::move(file)), readAheadAfter_(readAheadAfter) {}
 
-  void close() { file_.close(); }
+  void close() {
+    readAhead_.reset();
+    file_.close();
+  }
   const File& file() const noexcept { return file_; }
+
+  // Whether a worker thread reads the rest of the file.
+  bool readsAhead() const noexcept { return readAhead_.has_value(); }
 
  protected:
   std::size_t readSome(std::span<CharT> into) override {
     return file_.read({reinterpret_cast<char*>(into.data()), into.size()});
   }
 
+  std::span<const CharT> readBlock() override {
+    if (readAhead_) {
+      const std::span<const char> block = readAhead_->next();
+      return {reinterpret_cast<const CharT*>(block.data()), block.size()};
+    }
+    const std::span<const CharT> block = InputStream<CharT>::readBlock();
+    readDirectly_ += block.size();
+    if (!block.empty() && readDirectly_ >= readAheadAfter_) startReadAhead();
+    return block;
+  }
+
  private:
+  void startReadAhead() noexcept {
+    readAheadAfter_ = static_cast<std::size_t>(-1);  // decided once
+    try {
+      if (file_.isRegularFile()) readAhead_.emplace(file_);
+    } catch (const std::exception&) {
+      // No thread or no answer from the system: this thread reads on.
+    }
+  }
+
   File file_;
+  std::size_t readAheadAfter_;
+  std::size_t readDirectly_ = 0;
+  std::optional<ReadAhead> readAhead_;  // after file_: stops before it closes
 };
 
 }  // namespace korvane::utils::io

@@ -1,6 +1,8 @@
 // InputStream: a buffered source of characters. Derived classes supply
-// readSome(); scanners such as the JSON decoder work directly on the
-// buffered span (buffered() / consume()) and refill with ensureBuffer().
+// readSome(), which fills the stream's buffer, or readBlock(), which may
+// hand over memory of their own; scanners such as the JSON decoder work
+// directly on the buffered span (buffered() / consume()) and refill with
+// ensureBuffer().
 //
 // The buffer is zeroed when the stream goes away, since it may have held a
 // password read from redirected standard input.
@@ -42,7 +44,7 @@ class InputStream {
 
   // The characters buffered and not yet consumed (possibly none).
   std::span<const CharT> buffered() const noexcept {
-    return {buffer_.get() + position_, limit_ - position_};
+    return {data_ + position_, limit_ - position_};
   }
 
   // REQUIRES: count <= buffered().size().
@@ -51,7 +53,7 @@ class InputStream {
   // The next character, or -1 at the end of the input.
   int get() {
     if (!ensureBuffer()) return -1;
-    return static_cast<unsigned char>(buffer_[position_++]);
+    return static_cast<unsigned char>(data_[position_++]);
   }
 
   // Characters consumed so far since the stream was opened.
@@ -66,22 +68,31 @@ class InputStream {
   // input. Throws on failure.
   virtual std::size_t readSome(std::span<CharT> into) = 0;
 
+  // The next characters of the input, empty only at its end; they stay
+  // valid until the next call. By default read into the stream's buffer.
+  virtual std::span<const CharT> readBlock() {
+    const std::size_t got = readSome({buffer_.get(), capacity_});
+    filled_ = std::max(filled_, got);
+    return {buffer_.get(), got};
+  }
+
  private:
   bool refill() {
     consumedBefore_ += limit_;
     position_ = limit_ = 0;
-    const std::size_t got = readSome({buffer_.get(), capacity_});
-    if (got == 0) {
+    const std::span<const CharT> block = readBlock();
+    if (block.empty()) {
       ended_ = true;
       return false;
     }
-    limit_ = got;
-    filled_ = std::max(filled_, got);
+    data_ = block.data();
+    limit_ = block.size();
     return true;
   }
 
   std::unique_ptr<CharT[]> buffer_;
   std::size_t capacity_;
+  const CharT* data_ = nullptr;  // what buffered() reads from
   std::size_t position_ = 0;
   std::size_t limit_ = 0;
   std::size_t consumedBefore_ = 0;

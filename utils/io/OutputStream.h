@@ -1,5 +1,6 @@
 // OutputStream: a buffered sink of characters. Derived classes supply
-// writeSome(), which writes everything it is given or throws.
+// writeSome(), which writes everything it is given or throws, and may
+// finish that in the background if they supply settleSink() too.
 //
 // The first failure is kept: later writes are dropped and flush() throws it
 // again, so an error met in a destructor (writeNoThrow) is not lost as long
@@ -59,9 +60,23 @@ class OutputStream {
     }
   }
 
-  // Hands everything buffered to the sink; throws the first failure met.
+  // Hands everything buffered to the sink and waits until it was written;
+  // throws the first failure met.
   void flush() {
     flushBuffer();
+    settle();
+  }
+
+  // Waits until the sink has written everything handed to it so far, not
+  // what is still buffered; throws the first failure met.
+  void settle() {
+    if (!error_) {
+      try {
+        settleSink();
+      } catch (...) {
+        error_ = std::current_exception();
+      }
+    }
     if (error_) std::rethrow_exception(error_);
   }
 
@@ -71,6 +86,10 @@ class OutputStream {
       : buffer_(std::make_unique_for_overwrite<CharT[]>(bufferSize)), capacity_(bufferSize) {}
 
   virtual void writeSome(std::span<const CharT> text) = 0;
+
+  // Waits for what writeSome() left to be written in the background and
+  // throws its failure; by default nothing is.
+  virtual void settleSink() {}
 
   bool failed() const noexcept { return static_cast<bool>(error_); }
 

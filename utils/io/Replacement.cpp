@@ -1,19 +1,32 @@
 #include "utils/io/Replacement.h"
 
+#include <exception>
 #include <utility>
 
 #include "utils/core/Uuid.h"
 
 namespace korvane::utils::io {
 
-Replacement::Replacement(const ReplacementTarget& target, std::optional<ReplacedFile> replaced)
-    : target_(target), replaced_(std::move(replaced)), file_(create()) {}
+Replacement::Replacement(const ReplacementTarget& target, std::optional<ReplacedFile> replaced,
+                         std::size_t writeBehindAfter)
+    : target_(target),
+      replaced_(std::move(replaced)),
+      file_(create()),
+      writeBehindAfter_(writeBehindAfter) {}
 
 Replacement::~Replacement() {
+  // A failure of the writes still under way also keeps the file.
+  try {
+    settle();
+  } catch (...) {
+  }
   if (!kept_ && !failed()) discard();
 }
 
-void Replacement::discard() noexcept { target_.discardTemporary(std::move(file_)); }
+void Replacement::discard() noexcept {
+  writeBehind_.reset();
+  target_.discardTemporary(std::move(file_));
+}
 
 void Replacement::commit() {
   kept_ = true;
@@ -31,6 +44,34 @@ File Replacement::create() const {
   return target_.createTemporary(core::Uuid::create().toString().view(), replaced_);
 }
 
-void Replacement::writeSome(std::span<const char> text) { file_.write(text); }
+void Replacement::writeSome(std::span<const char> text) {
+  if (writeBehind_) {
+    writeBehind_->write(text);
+    return;
+  }
+  file_.write(text);
+  writtenDirectly_ += text.size();
+  if (writtenDirectly_ >= writeBehindAfter_) startWriteBehind();
+}
+
+void Replacement::settleSink() {
+  if (!writeBehind_) return;
+  try {
+    writeBehind_->finish();
+  } catch (...) {
+    writeBehind_.reset();
+    throw;
+  }
+  writeBehind_.reset();
+}
+
+void Replacement::startWriteBehind() noexcept {
+  writeBehindAfter_ = static_cast<std::size_t>(-1);  // decided once
+  try {
+    writeBehind_.emplace(file_);
+  } catch (const std::exception&) {
+    // No thread: this one writes on.
+  }
+}
 
 }  // namespace korvane::utils::io

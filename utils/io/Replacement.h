@@ -7,10 +7,13 @@
 // read and the temporary name to the file written. Unless it was committed,
 // or writing it failed (which leaves it behind with the rest of the run's
 // evidence), the temporary file is removed when the object goes away.
+// Once the content has proved large (writeBehindAfter bytes), the rest is
+// written on a worker thread (see WriteBehind.h).
 //
 // Thread safety: one object, one thread.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -18,19 +21,26 @@
 #include "utils/io/File.h"
 #include "utils/io/OutputStream.h"
 #include "utils/io/ReplacementTarget.h"
+#include "utils/io/WriteBehind.h"
 
 namespace korvane::utils::io {
 
 class Replacement final : public OutputStream<char> {
  public:
+  static constexpr std::size_t defaultWriteBehindAfter = 4 * 1024 * 1024;
+
   // Creates "<target>.<random UUID>" exclusively beside `target` with the
   // attributes of `replaced` (the file read, or std::nullopt for a new,
   // private file). Throws what ReplacementTarget::createTemporary throws.
   // REQUIRES: `target` outlives the object.
-  Replacement(const ReplacementTarget& target, std::optional<ReplacedFile> replaced);
+  Replacement(const ReplacementTarget& target, std::optional<ReplacedFile> replaced,
+              std::size_t writeBehindAfter = defaultWriteBehindAfter);
   ~Replacement() override;
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
+
+  // Whether a worker thread writes the rest of the content.
+  bool writesBehind() const noexcept { return writeBehind_.has_value(); }
 
   // Whether creating or writing it failed (the failure was thrown).
   bool writingFailed() const noexcept { return failed() || !file_.isOpen(); }
@@ -45,10 +55,15 @@ class Replacement final : public OutputStream<char> {
  private:
   File create() const;
   void writeSome(std::span<const char> text) override;
+  void settleSink() override;
+  void startWriteBehind() noexcept;
 
   const ReplacementTarget& target_;
   const std::optional<ReplacedFile> replaced_;
   File file_;
+  std::size_t writeBehindAfter_;
+  std::size_t writtenDirectly_ = 0;
+  std::optional<WriteBehind> writeBehind_;  // after file_: stops before it closes
   bool kept_ = false;
 };
 

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Unprivileged.h"
@@ -139,6 +140,45 @@ TEST(FileStreamTest, FifoWithoutWriterReadsAsEmpty) {
   ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
   FileInputStream<char> in(path);  // must not block
   EXPECT_EQ(in.get(), -1);
+}
+
+// A large regular file is read ahead once `readAheadAfter` bytes were read
+// directly; what the scanner sees is the same, byte for byte and offset for
+// offset, with every split between the two.
+TEST(FileStreamTest, ALargeFileIsReadAheadWithTheSameContent) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "large.json";
+  std::string text(300000, '\0');
+  for (std::size_t i = 0; i < text.size(); ++i)
+    text[i] = static_cast<char>('a' + (i * 5 + i / 9) % 26);
+  writeFile(path, text);
+  for (const std::size_t after : {std::size_t{1}, std::size_t{65536}, std::size_t{65537},
+                                  std::size_t{299999}, std::size_t{300000}, std::size_t{300001}}) {
+    SCOPED_TRACE(after);
+    FileInputStream<char> in(path, after);
+    EXPECT_EQ(readAll(in), text);
+    EXPECT_EQ(in.offset(), text.size());
+    // Only what proved large once read is read ahead.
+    EXPECT_EQ(in.readsAhead(), after <= text.size());
+  }
+  FileInputStream<char> byDefault(path);
+  EXPECT_EQ(readAll(byDefault), text);
+  EXPECT_FALSE(byDefault.readsAhead());
+}
+
+// A pipe has no size to prove and may block: it is always read directly.
+TEST(FileStreamTest, APipeIsNeverReadAhead) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const std::string text(100000, 'p');
+  std::thread writer([&] {
+    File out(static_cast<File::NativeHandle>(ends[1]), "pipe");
+    out.write(text);
+  });
+  FileInputStream<char> in(File(static_cast<File::NativeHandle>(ends[0]), "pipe"), 1);
+  EXPECT_EQ(readAll(in), text);
+  EXPECT_FALSE(in.readsAhead());
+  writer.join();
 }
 
 }  // namespace

@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "utils/core/Uuid.h"
+#include "utils/io/File.h"
+#include "utils/io/WriteBehind.h"
+
+namespace korvane::utils::io {
+namespace {
+
+std::filesystem::path scratchPath() {
+  return std::filesystem::temp_directory_path() /
+         ("korvane-write-behind-" + std::string(core::Uuid::create().toString().view()));
+}
+
+// A name in the system's temporary folder whose file is removed at the end.
+class ScratchName {
+ public:
+  ScratchName() : path_(scratchPath()) {}
+  ~ScratchName() {
+    std::error_code ignored;
+    std::filesystem::remove(path_, ignored);
+  }
+  ScratchName(const ScratchName&) = delete;
+  ScratchName& operator=(const ScratchName&) = delete;
+
+  const std::filesystem::path& path() const noexcept { return path_; }
+  std::string content() const {
+    std::ifstream in(path_, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+TEST(WriteBehindTest, WritesEverythingInOrderWhateverThePiecesAndBlocks) {
+  for (const std::size_t blockSize : {1u, 7u, 4096u}) {
+    for (const std::size_t blockCount : {1u, 2u, 5u}) {
+      SCOPED_TRACE(std::to_string(blockSize) + " x " + std::to_string(blockCount));
+      const ScratchName scratch;
+      std::string expected;
+      {
+        File file(scratch.path(), File::Access::createNew);
+        WriteBehind writer(file, blockSize, blockCount);
+        for (std::size_t piece = 0; piece < 700; ++piece) {
+          // Pieces of 0 to 30 bytes, some larger than a block.
+          std::string text((piece * 11) % 31, static_cast<char>('A' + piece % 26));
+          expected += text;
+          writer.write(text);
+        }
+        writer.finish();
+        file.close();
+      }
+      EXPECT_EQ(scratch.content(), expected);
+    }
+  }
+}
+
+TEST(WriteBehindTest, WritesAfterWhatTheFileHeld) {
+  const ScratchName scratch;
+  File file(scratch.path(), File::Access::createNew);
+  file.write(std::string_view("head:"));
+  {
+    WriteBehind writer(file, 3, 2);
+    writer.write(std::string_view("body"));
+    writer.finish();
+  }
+  file.write(std::string_view(":tail"));
+  file.close();
+  EXPECT_EQ(scratch.content(), "head:body:tail");
+}
+
+TEST(WriteBehindTest, AFailureToWriteIsThrownAsTheFileThrowsIt) {
+  const ScratchName scratch;
+  File(scratch.path(), File::Access::createNew).close();
+  std::string direct;
+  {
+    // Open for reading only: every write fails.
+    File file(scratch.path(), File::Access::read);
+    try {
+      file.write(std::string_view("x"));
+      FAIL() << "a file open for reading was written";
+    } catch (const std::system_error& error) {
+      direct = error.what();
+    }
+  }
+  File file(scratch.path(), File::Access::read);
+  WriteBehind writer(file, 16, 2);
+  // Known at a later write or at the latest when finishing.
+  std::string thrown;
+  try {
+    for (int i = 0; i < 1000; ++i) writer.write(std::string_view("0123456789"));
+    writer.finish();
+  } catch (const std::system_error& error) {
+    thrown = error.what();
+  }
+  EXPECT_EQ(thrown, direct);
+  EXPECT_NE(thrown.find(scratch.path().string()), std::string::npos);
+}
+
+TEST(WriteBehindTest, AFailureKnownOnlyAtTheEndIsThrownByFinish) {
+  const ScratchName scratch;
+  File(scratch.path(), File::Access::createNew).close();
+  File file(scratch.path(), File::Access::read);
+  WriteBehind writer(file, 4096, 2);
+  writer.write(std::string_view("short"));
+  EXPECT_THROW(writer.finish(), std::system_error);
+}
+
+TEST(WriteBehindTest, GoingAwayWithoutFinishingStopsTheWorker) {
+  const ScratchName scratch;
+  std::string given;
+  File file(scratch.path(), File::Access::createNew);
+  {
+    WriteBehind writer(file, 8, 2);
+    for (int i = 0; i < 100; ++i) {
+      given += "abcdefgh";
+      writer.write(std::string_view("abcdefgh"));
+    }
+  }
+  // The worker is gone; what it wrote is a beginning of what it was given.
+  file.close();
+  const std::string content = scratch.content();
+  EXPECT_TRUE(given.starts_with(content)) << content;
+}
+
+}  // namespace
+}  // namespace korvane::utils::io
