@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <iostream>
 
 #include "lineEdit/EditBuffer.h"
 #include "lineEdit/EditLoop.h"
@@ -41,9 +40,8 @@ LineResult RawLineReader::read(std::string_view prompt, const EditSettings& sett
                                History& history, utils::core::SecureString& line) {
   line.wipe();
   if (!SystemConsole::inputIsConsole()) return readPlainLine(line);
-  // Text the program printed before must appear before the prompt, which
-  // goes straight to the console.
-  std::cout.flush();
+  // Text printed before must appear before the prompt, which goes
+  // straight to the console.
   std::fflush(stdout);
   SystemConsole console;
   if (console.open() < 0) return LineResult{LineEnd::noConsole, 0};

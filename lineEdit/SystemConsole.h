@@ -7,8 +7,8 @@
 // both turned into key codes), and the UTF-8 text written to the console.
 // On Windows that text reaches the console through one UTF-16 writer,
 // Win32Console: the edit's prompt and echo (through the escape-sequence
-// emulation) and std::cout and std::cerr where they are a console
-// (prepareStandardStreams).
+// emulation) and the program's messages (print) where standard output or
+// standard error is a console.
 //
 // One implementation per system (SystemConsole_posix.cpp,
 // SystemConsole_windows.cpp). Failures follow the POSIX convention: -1 with
@@ -16,8 +16,8 @@
 // value here, once.
 //
 // Thread safety: none. The console modes and the standard streams are
-// process-wide state: one edit at a time, and prepareStandardStreams from the
-// main thread before anything is printed.
+// process-wide state: one edit at a time, and messages printed from the
+// main thread.
 #pragma once
 
 #include <memory>
@@ -43,13 +43,15 @@ class SystemConsole final : public EditTerminal {
   // byte, 0 at the end of the input, -1 with errno.
   static int readInputByte(char& byte) noexcept;
 
-  // Windows: std::cout and std::cerr, where they are a console, write their
-  // UTF-8 text through the console's UTF-16 interface, so that no console
-  // code page changes a character. POSIX: nothing to do; the terminal takes
-  // UTF-8 itself. Either way a redirected stream carries the bytes as they
-  // are.
-  // REQUIRES: called from the main thread before anything is printed.
-  static void prepareStandardStreams();
+  // Writes one of the program's messages to standard output or standard
+  // error at once, so that it comes before whatever the program does next.
+  // Windows: where the stream is a console, its UTF-8 goes through the
+  // console's UTF-16 interface, so that no console code page changes a
+  // character (a sequence cut between two calls is completed by the next).
+  // Otherwise, and on POSIX (the terminal takes UTF-8 itself), the bytes go
+  // through the C library's stream as they are. A failure to write is
+  // ignored: a message lost to a closed or full output changes nothing else.
+  static void print(Output output, std::string_view text) noexcept;
 
   // Keeps a console window open long enough to be read: called right before
   // the process ends after printing something the user must see. On

@@ -254,8 +254,12 @@ int SystemConsole::readInputByte(char& byte) noexcept {
       endAtHangUp(retryOnInterrupt([&] { return ::read(STDIN_FILENO, &byte, 1); })));
 }
 
-// The terminal decodes the UTF-8 bytes itself; the streams stay as they are.
-void SystemConsole::prepareStandardStreams() {}
+// The terminal decodes the UTF-8 bytes itself.
+void SystemConsole::print(Output output, std::string_view text) noexcept {
+  std::FILE* const stream = output == Output::standardOutput ? stdout : stderr;
+  std::fwrite(text.data(), 1, text.size(), stream);
+  std::fflush(stream);
+}
 
 // A terminal outlives the processes it runs: nothing to keep open.
 void SystemConsole::retainConsole() noexcept {}

@@ -5,10 +5,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <memory>
 #include <optional>
-#include <streambuf>
 #include <string>
 #include <string_view>
 
@@ -177,23 +175,11 @@ bool isCutShort(std::string_view text) {
 // is held back but the start of a sequence that a write cut in two, so the
 // order with the line editor's own console output stays as written. A line
 // feed becomes "\r\n", as the C runtime writes it to a console.
-class ConsoleBuffer final : public std::streambuf {
+class ConsoleText {
  public:
-  explicit ConsoleBuffer(HANDLE console) : console_(console) {}
+  explicit ConsoleText(HANDLE console) : console_(console) {}
 
- protected:
-  int_type overflow(int_type c) override {
-    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
-    const char byte = traits_type::to_char_type(c);
-    return write(std::string_view(&byte, 1)) ? c : traits_type::eof();
-  }
-
-  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-    return write(std::string_view(bytes, static_cast<std::size_t>(count))) ? count : 0;
-  }
-
- private:
-  bool write(std::string_view bytes) {
+  void write(std::string_view bytes) {
     pending_.append(bytes);
     std::u16string wide;
     wide.reserve(pending_.size() + 8);
@@ -213,32 +199,19 @@ class ConsoleBuffer final : public std::streambuf {
       text.remove_prefix(sequence.length);
     }
     pending_.erase(0, pending_.size() - text.size());
-    return console_.writeText(wide);
+    console_.writeText(wide);
   }
 
+ private:
   Win32Console console_;
   std::string pending_;
 };
 
-// Gives a stream a console buffer for the rest of the run, and its own
-// buffer back before the standard streams are flushed for the last time at
-// exit.
-class ConsoleStream {
- public:
-  ConsoleStream(std::ostream& stream, HANDLE console)
-      : stream_(stream), buffer_(console), previous_(stream.rdbuf(&buffer_)) {}
-  ConsoleStream(const ConsoleStream&) = delete;
-  ConsoleStream& operator=(const ConsoleStream&) = delete;
-  ~ConsoleStream() {
-    stream_.flush();
-    stream_.rdbuf(previous_);
-  }
-
- private:
-  std::ostream& stream_;
-  ConsoleBuffer buffer_;
-  std::streambuf* previous_;
-};
+ConsoleText& consoleText(SystemConsole::Output output) {
+  static ConsoleText standardOutput(outputHandle(SystemConsole::Output::standardOutput));
+  static ConsoleText standardError(outputHandle(SystemConsole::Output::standardError));
+  return output == SystemConsole::Output::standardOutput ? standardOutput : standardError;
+}
 
 // Explorer starts a console program in a console of its own.
 bool isOnlyProcessOnConsole() {
@@ -284,17 +257,20 @@ bool SystemConsole::outputIsConsole(Output output) noexcept {
 // bytes of an escape sequence typed as characters (consoleKeyCode).
 int SystemConsole::readInputByte(char& byte) noexcept { return _read(_fileno(stdin), &byte, 1); }
 
-void SystemConsole::prepareStandardStreams() {
-  // Constructed after the standard streams, so destroyed before their last
-  // flush.
-  static std::optional<ConsoleStream> output;
-  static std::optional<ConsoleStream> error;
-  if (!output && outputIsConsole(Output::standardOutput)) {
-    output.emplace(std::cout, outputHandle(Output::standardOutput));
+void SystemConsole::print(Output output, std::string_view text) noexcept {
+  if (outputIsConsole(output)) {
+    try {
+      consoleText(output).write(text);
+    } catch (...) {
+      // Out of memory for the conversion: the message is lost, nothing else.
+    }
+    return;
   }
-  if (!error && outputIsConsole(Output::standardError)) {
-    error.emplace(std::cerr, outputHandle(Output::standardError));
-  }
+  // A redirected stream gets the bytes through the C runtime, which ends
+  // lines as Windows programs do.
+  std::FILE* const stream = output == Output::standardOutput ? stdout : stderr;
+  std::fwrite(text.data(), 1, text.size(), stream);
+  std::fflush(stream);
 }
 
 void SystemConsole::retainConsole() noexcept {

@@ -1,12 +1,12 @@
 #include "setUserPassword/Application.h"
 
-#include <iostream>
 #include <locale>
 #include <string>
 
 #include "lineEdit/CancelledException.h"
 #include "security/ShaCrypt.h"
 #include "setUserPassword/ConfigurationSearch.h"
+#include "setUserPassword/Messages.h"
 #include "setUserPassword/PasswordStrength.h"
 #include "setUserPassword/UserConfiguration.h"
 #include "utils/core/Format.h"
@@ -42,7 +42,7 @@ Answer askYesNo(std::string_view prompt) {
   const std::string answer = toLowerClassic(std::string(question.readLine().view()));
   if (answer.empty() || answer == "n") return Answer::no;
   if (answer == "y") return Answer::yes;
-  std::cout << answerPrompt << std::endl;
+  printLine(answerPrompt);
   return Answer::invalid;
 }
 
@@ -69,8 +69,9 @@ int Application::run() {
   } else {
     replaceUnattended();
   }
-  std::cout << "Password for user \"" << utils::string::toPrintableText(userName_) << "\" was "
-            << (commandLine_.remove ? "removed." : "updated.") << std::endl;
+  printLine(utils::core::format("Password for user \"{}\" was {}",
+                                utils::string::toPrintableText(userName_),
+                                commandLine_.remove ? "removed." : "updated."));
   return 0;
 }
 
@@ -168,13 +169,13 @@ utils::core::SecureString Application::readRedirectedPassword() const {
 }
 
 utils::core::SecureString Application::promptNewPasswordTwice() {
-  std::cout << "\nPlease enter the new password for user \" "
-            << utils::string::toPrintableText(userName_) << "\"." << std::endl;
+  printLine(utils::core::format("\nPlease enter the new password for user \" {}\".",
+                                utils::string::toPrintableText(userName_)));
   for (;;) {
     utils::core::SecureString password = enterPassword();
     const utils::core::SecureString confirmation = repeatPasswordEditor_.readLine();
     if (password == confirmation) return password;
-    std::cout << "The passwords do not match.\n";
+    printLine("The passwords do not match.");
   }
 }
 
@@ -182,17 +183,16 @@ utils::core::SecureString Application::enterPassword() {
   for (;;) {
     utils::core::SecureString password = passwordEditor_.readLine();
     if (password.empty()) {
-      std::cout << "The password may not be empty. Please enter a password, or press \"Ctrl+C\" "
-                   "to exit."
-                << std::endl;
+      printLine(
+          "The password may not be empty. Please enter a password, or press \"Ctrl+C\" to "
+          "exit.");
       continue;
     }
     if (isStrongEnough(estimatePasswordEntropy(password.c_str()))) return password;
     if (!commandLine_.dontRejectInsecurePasswords) {
-      std::cout << "The password you entered is too weak. Please enter a stronger password, or "
-                   "use the command line option \"-DontRejectInsecurePasswords\" to allow weak "
-                   "passwords."
-                << std::endl;
+      printLine(
+          "The password you entered is too weak. Please enter a stronger password, or use the "
+          "command line option \"-DontRejectInsecurePasswords\" to allow weak passwords.");
       continue;
     }
     if (confirmWeakPassword()) return password;

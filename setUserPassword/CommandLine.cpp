@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
 
 #include "lineEdit/SystemConsole.h"
+#include "setUserPassword/Messages.h"
 #include "setUserPassword/ProgramArguments.h"
 #include "setUserPassword/Version.h"
 #include "utils/core/Format.h"
@@ -155,16 +155,15 @@ int answerWithoutRun(const ParsedCommandLine& parsed) {
   int status = 0;
   switch (parsed.request) {
     case ParsedCommandLine::Request::help:
-      std::cout << usage << std::flush;
+      lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, usage);
       break;
     case ParsedCommandLine::Request::version:
-      std::cout << version << std::flush;
+      lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, version);
       break;
     case ParsedCommandLine::Request::error:
     case ParsedCommandLine::Request::run:
-      std::cerr << "COMMAND LINE ERROR: " << parsed.error << "\n\n";
-      if (parsed.commandLine.stdinIsConsole) std::cerr << usage;
-      std::cerr << std::flush;
+      printError(utils::core::format("COMMAND LINE ERROR: {}\n\n{}", parsed.error,
+                                     parsed.commandLine.stdinIsConsole ? usage : ""));
       status = 1;
       break;
   }

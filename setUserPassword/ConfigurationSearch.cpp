@@ -1,10 +1,10 @@
 #include "setUserPassword/ConfigurationSearch.h"
 
-#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
+#include "setUserPassword/Messages.h"
 #include "utils/core/Format.h"
 #include "utils/filesystem/PrintablePath.h"
 #include "utils/filesystem/StandardPathIterator.h"
@@ -103,20 +103,20 @@ void throwNotFound(const CommandLine& commandLine, std::string_view description,
 std::filesystem::path resolveUserConfigurationFile(const CommandLine& commandLine) {
   auto found = findConfigurationFile(commandLine, userConfigurationFileName, selectUsersPath);
   if (!found) throwNotFound(commandLine, "user configuration file", userConfigurationFileName);
-  std::cout << "Using user configuration file \"" << utils::filesystem::toPrintable(*found) << "\""
-            << std::endl;
+  printLine(utils::core::format("Using user configuration file \"{}\"",
+                                utils::filesystem::toPrintable(*found)));
   return std::move(*found);
 }
 
 std::filesystem::path resolvePasswordFile(const CommandLine& commandLine) {
   if (auto found = findConfigurationFile(commandLine, passwordFileName, selectPasswordsPath)) {
-    std::cout << "Using password file \"" << utils::filesystem::toPrintable(*found) << "\""
-              << std::endl;
+    printLine(
+        utils::core::format("Using password file \"{}\"", utils::filesystem::toPrintable(*found)));
     return std::move(*found);
   }
   auto path = defaultLocationForNewFile(commandLine, passwordFileName);
-  std::cout << "Will create new password file at \"" << utils::filesystem::toPrintable(path) << "\""
-            << std::endl;
+  printLine(utils::core::format("Will create new password file at \"{}\"",
+                                utils::filesystem::toPrintable(path)));
   return path;
 }
 

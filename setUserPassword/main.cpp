@@ -1,7 +1,6 @@
 // KorvanePassword: sets or removes one user's password in a Korvane
 // installation. Everything but this entry point lives in the libraries.
 #include <exception>
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -9,13 +8,15 @@
 #include "lineEdit/SystemConsole.h"
 #include "setUserPassword/Application.h"
 #include "setUserPassword/CommandLine.h"
+#include "setUserPassword/Messages.h"
 #include "setUserPassword/ProcessProtection.h"
 #include "setUserPassword/ProgramArguments.h"
+#include "utils/core/Format.h"
 
 namespace {
 
 int reportError(const std::exception& error, int status) {
-  std::cerr << "ERROR: " << error.what() << std::endl;
+  korvane::setUserPassword::printError(korvane::utils::core::format("ERROR: {}\n", error.what()));
   korvane::lineEdit::SystemConsole::retainConsole();
   return status;
 }
@@ -25,7 +26,6 @@ int reportError(const std::exception& error, int status) {
 int main(int argc, char** argv) {
   using korvane::setUserPassword::Application;
   korvane::setUserPassword::protectProcessMemory();
-  korvane::lineEdit::SystemConsole::prepareStandardStreams();
   // The specific handlers come first: both exceptions are runtime errors.
   try {
     // Windows: UTF-8 from the wide command line. POSIX: the bytes as given.

@@ -5,12 +5,16 @@
 //
 // These need a console (tests/lineEdit/RealConsole_windows.h): without one
 // every test reports itself skipped, unless KORVANE_REQUIRE_CONSOLE is set.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <io.h>
 #include <windows.h>
 
 #include <cerrno>
-#include <iostream>
+#include <cstdint>
+#include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "lineEdit/EditSettings.h"
@@ -79,21 +83,46 @@ TEST(SystemConsoleTest, APipeIsNoConsole) {
   ::CloseHandle(writeEnd);
 }
 
-// std::cout's UTF-8 reaches the console as the characters it encodes,
+// A message's UTF-8 reaches the console as the characters it encodes,
 // whatever the console's code page: also a character whose bytes come in two
 // writes; a line feed starts the next row.
 TEST(SystemConsoleTest, StandardOutputShowsUtf8Text) {
   REQUIRE_CONSOLE();
-  SystemConsole::prepareStandardStreams();
   clearScreen();
-  std::cout << "Zo\xc3\xab \xc5\x81\xc3\xb3"
-               "d\xc5\xba\n"
-            << std::flush;
-  std::cout << "\xc3" << std::flush;
-  std::cout << "\xa9!" << std::flush;
+  const auto print = [](std::string_view text) {
+    SystemConsole::print(SystemConsole::Output::standardOutput, text);
+  };
+  print(
+      "Zo\xc3\xab \xc5\x81\xc3\xb3"
+      "d\xc5\xba\n");
+  print("\xc3");
+  print("\xa9!");
   EXPECT_EQ(screenText(0, 0, 8), L"Zo\u00eb \u0141\u00f3d\u017a");
   EXPECT_EQ(screenText(0, 1, 2), L"\u00e9!");
   EXPECT_EQ(bufferInfo().dwCursorPosition.X, 2);
+}
+
+// A redirected stream gets a message's UTF-8 bytes through the C runtime's
+// stream, not the console's UTF-16 (here a binary descriptor: as they are).
+TEST(SystemConsoleTest, ARedirectedStreamGetsTheBytes) {
+  HANDLE readEnd = nullptr;
+  HANDLE writeEnd = nullptr;
+  ASSERT_TRUE(::CreatePipe(&readEnd, &writeEnd, nullptr, 0));
+  const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(writeEnd), _O_BINARY);
+  ASSERT_GE(descriptor, 0);
+  const int saved = _dup(_fileno(stderr));
+  ASSERT_EQ(_dup2(descriptor, _fileno(stderr)), 0);
+  SystemConsole::print(SystemConsole::Output::standardError, "caf\xc3\xa9\nend");
+  ASSERT_EQ(_dup2(saved, _fileno(stderr)), 0);
+  _close(saved);
+  _close(descriptor);
+  std::string received(64, '\0');
+  DWORD read = 0;
+  ASSERT_TRUE(
+      ::ReadFile(readEnd, received.data(), static_cast<DWORD>(received.size()), &read, nullptr));
+  received.resize(read);
+  ::CloseHandle(readEnd);
+  EXPECT_EQ(received, "caf\xc3\xa9\nend");
 }
 
 // Key-down and key-up records for the character `c` (virtual key `vk`).
