@@ -29,54 +29,67 @@ using Implementation = Sha2Implementation<Word>;
 // The message schedule is expanded two words at a time in SSE2 registers
 // (part of every x86-64 processor), two rounds ahead of its use, so that
 // the vector unit works beside the integer rounds instead of adding to
-// their load.
+// their load. The last sixteen words stay in eight registers, a pair in
+// each, so that expanding loads nothing: only the words plus their round
+// constants go to memory, where the rounds read them.
 
 template <int bits>
 inline __m128i rotateRight(__m128i x) noexcept {
   return _mm_or_si128(_mm_srli_epi64(x, bits), _mm_slli_epi64(x, 64 - bits));
 }
 
-inline __m128i load(const Word* words) noexcept {
-  return _mm_loadu_si128(reinterpret_cast<const __m128i*>(words));
+// The high word of `low` and the low word of `high`: the pair that
+// straddles two pairs of the ring.
+inline __m128i straddle(__m128i low, __m128i high) noexcept {
+  return _mm_castpd_si128(_mm_shuffle_pd(_mm_castsi128_pd(low), _mm_castsi128_pd(high), 1));
 }
 
 inline void store(Word* words, __m128i value) noexcept {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(words), value);
+  _mm_store_si128(reinterpret_cast<__m128i*>(words), value);
 }
 
-// Schedule words t and t + 1, and the same plus their round constants.
-KORVANE_SHA2_BODY void expandPair(Word* w, Word* kw, std::size_t t) noexcept {
-  const __m128i x2 = load(w + t - 2);
-  const __m128i x15 = load(w + t - 15);
-  const __m128i sigma1 =
-      _mm_xor_si128(_mm_xor_si128(rotateRight<19>(x2), rotateRight<61>(x2)), _mm_srli_epi64(x2, 6));
-  const __m128i sigma0 = _mm_xor_si128(_mm_xor_si128(rotateRight<1>(x15), rotateRight<8>(x15)),
-                                       _mm_srli_epi64(x15, 7));
-  const __m128i word = _mm_add_epi64(_mm_add_epi64(sigma1, load(w + t - 7)),
-                                     _mm_add_epi64(sigma0, load(w + t - 16)));
-  store(w + t, word);
-  store(kw + t, _mm_add_epi64(word, load(Sha512Traits::roundConstants.data() + t)));
+// Schedule words t and t + 1 (t even, 16 <= t < 80) from the ring, where
+// pair k holds the words of the last sixteen whose index is 2k or 2k + 1
+// mod 16; they replace words t - 16 and t - 15 there, and the same plus
+// their round constants go to kw[t], kw[t + 1].
+KORVANE_SHA2_BODY void expandPair(__m128i (&ring)[8], Word* kw, std::size_t t) noexcept {
+  const std::size_t slot = (t / 2) & 7;
+  const __m128i back16 = ring[slot];
+  const __m128i back2 = ring[(slot + 7) & 7];
+  const __m128i back15 = straddle(back16, ring[(slot + 1) & 7]);
+  const __m128i back7 = straddle(ring[(slot + 4) & 7], ring[(slot + 5) & 7]);
+  const __m128i sigma1 = _mm_xor_si128(
+      _mm_xor_si128(rotateRight<19>(back2), rotateRight<61>(back2)), _mm_srli_epi64(back2, 6));
+  const __m128i sigma0 = _mm_xor_si128(
+      _mm_xor_si128(rotateRight<1>(back15), rotateRight<8>(back15)), _mm_srli_epi64(back15, 7));
+  const __m128i word = _mm_add_epi64(_mm_add_epi64(sigma1, back7), _mm_add_epi64(sigma0, back16));
+  ring[slot] = word;
+  store(kw + t, _mm_add_epi64(word, _mm_load_si128(reinterpret_cast<const __m128i*>(
+                                        Sha512Traits::roundConstants.data() + t))));
 }
 
-// Blocks with the schedule words in scratch[0, 80) and the same plus their
-// round constants in scratch[80, 160).
+// Blocks with the schedule words plus their round constants in
+// scratch[0, 80).
 KORVANE_SHA2_BODY void compressSse2(State& state, const unsigned char* blocks,
                                     std::size_t blockCount, Word* scratch) noexcept {
-  Word* const w = scratch;
-  Word* const kw = scratch + 80;
+  Word* const kw = scratch;
   for (; blockCount > 0; --blockCount, blocks += Sha512::blockLength) {
-    for (std::size_t i = 0; i < 16; ++i) {
-      w[i] = loadBigEndian<Word>(blocks + 8 * i);
-      kw[i] = w[i] + Sha512Traits::roundConstants[i];
+    __m128i ring[8];
+    for (std::size_t k = 0; k < 8; ++k) {
+      const Word low = loadBigEndian<Word>(blocks + 16 * k);
+      const Word high = loadBigEndian<Word>(blocks + 16 * k + 8);
+      ring[k] = _mm_set_epi64x(static_cast<long long>(high), static_cast<long long>(low));
+      kw[2 * k] = low + Sha512Traits::roundConstants[2 * k];
+      kw[2 * k + 1] = high + Sha512Traits::roundConstants[2 * k + 1];
     }
     sha2rounds::allRounds<Sha512Traits>(
         state,
         [&](std::size_t j) KORVANE_SHA2_LAMBDA {
-          if ((j & 1) == 0) expandPair(w, kw, 16 + j);
+          if ((j & 1) == 0) expandPair(ring, kw, 16 + j);
           return kw[j];
         },
         [&](std::size_t r, std::size_t j) KORVANE_SHA2_LAMBDA {
-          if ((j & 1) == 0) expandPair(w, kw, r + 16 + j);
+          if ((j & 1) == 0) expandPair(ring, kw, r + 16 + j);
           return kw[r + j];
         },
         // The last sixteen words need no successors.
