@@ -31,7 +31,9 @@ using Implementation = Sha2Implementation<Word>;
 // the vector unit works beside the integer rounds instead of adding to
 // their load. The last sixteen words stay in eight registers, a pair in
 // each, so that expanding loads nothing: only the words plus their round
-// constants go to memory, where the rounds read them.
+// constants go to memory (the caller's scratch, which it wipes), where the
+// rounds read them. Like the rounds' own variables, a pair the compiler
+// spills is left on the stack.
 
 template <int bits>
 inline __m128i rotateRight(__m128i x) noexcept {

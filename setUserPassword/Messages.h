@@ -5,7 +5,6 @@
 // Thread safety: from the main thread only.
 #pragma once
 
-#include <string>
 #include <string_view>
 
 #include "lineEdit/SystemConsole.h"
@@ -13,15 +12,13 @@
 namespace korvane::setUserPassword {
 
 // `text` and a line feed on standard output.
-inline void printLine(std::string_view text) {
-  std::string line;
-  line.reserve(text.size() + 1);
-  line.append(text).push_back('\n');
-  lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, line);
+inline void printLine(std::string_view text) noexcept {
+  lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, text);
+  lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, "\n");
 }
 
 // `text` as it is on standard error.
-inline void printError(std::string_view text) {
+inline void printError(std::string_view text) noexcept {
   lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardError, text);
 }
 

@@ -1,5 +1,7 @@
 #include <sys/resource.h>
 
+#include <csignal>
+
 #if defined(__linux__)
 #include <sys/prctl.h>
 #endif
@@ -15,5 +17,7 @@ void protectProcessMemory() noexcept {
   ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 #endif
 }
+
+void ignoreFileSizeSignal() noexcept { std::signal(SIGXFSZ, SIG_IGN); }
 
 }  // namespace korvane::setUserPassword

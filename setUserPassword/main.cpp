@@ -11,12 +11,14 @@
 #include "setUserPassword/Messages.h"
 #include "setUserPassword/ProcessProtection.h"
 #include "setUserPassword/ProgramArguments.h"
-#include "utils/core/Format.h"
 
 namespace {
 
 int reportError(const std::exception& error, int status) {
-  korvane::setUserPassword::printError(korvane::utils::core::format("ERROR: {}\n", error.what()));
+  // Without allocating: the error may be that memory ran out.
+  korvane::setUserPassword::printError("ERROR: ");
+  korvane::setUserPassword::printError(error.what());
+  korvane::setUserPassword::printError("\n");
   korvane::lineEdit::SystemConsole::retainConsole();
   return status;
 }
@@ -26,6 +28,7 @@ int reportError(const std::exception& error, int status) {
 int main(int argc, char** argv) {
   using korvane::setUserPassword::Application;
   korvane::setUserPassword::protectProcessMemory();
+  korvane::setUserPassword::ignoreFileSizeSignal();
   // The specific handlers come first: both exceptions are runtime errors.
   try {
     // Windows: UTF-8 from the wide command line. POSIX: the bytes as given.

@@ -35,9 +35,11 @@
 // Every failing call behaves as the kernel would: a failing close still
 // releases the descriptor; other calls do nothing before failing.
 //
-// Thread safety: the counting and the tracking of descriptors are guarded
-// by one lock, since the program reads and writes large files on worker
-// threads; a stalled or paused call waits without holding it.
+// Thread safety: the program reads and writes large files on worker
+// threads. The counting of calls and the report are guarded by one lock (a
+// stalled or paused call waits without holding it); the configuration is
+// read by the first call, made before any worker starts, and a
+// descriptor's entry is only touched by the thread that uses it.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>

@@ -439,8 +439,9 @@ TEST(FaultInjectionTest, AnErrorInTheFileComesBeforeAFailureToWriteTheNewOne) {
 // worker threads (past its first 4 MiB) fails as a small one does, whether
 // the failing call is made by the main thread or by a worker: one error
 // naming the operation and the file, and the file as it was. A failure to
-// write that a worker met first is the one reported when a read fails
-// after it, and an error in the text still comes before both.
+// write that a worker met is reported when a read fails after it (the order
+// when the read failure comes to light first is held by
+// PasswordFileStreamTest), and an error in the text still comes first.
 TEST(FaultInjectionTest, ALargeFileFailsOnAWorkerAsOnTheMainThread) {
   constexpr int manyMembers = 250000;  // about 10 MiB
   Installation installation(userCount);

@@ -6,9 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/hardening/Installation.h"
@@ -192,6 +196,39 @@ TEST_F(HostileFileTest, HugeStringValueInPasswordsIsKept) {
   EXPECT_EQ(entries[0].name, "big");
   EXPECT_TRUE(entries[0].value == huge);
   EXPECT_TRUE(hashMatches(entries[1].value, strongPassword));
+}
+
+// A file-size limit that the new password file outgrows is a failure to
+// write like any other, whether the main thread or the worker that writes a
+// large file behind it meets it: not a signal that ends the run with a core
+// and no word.
+TEST_F(HostileFileTest, AFileSizeLimitIsAFailureToWriteOnEveryThread) {
+  // Limit and members: the limit is met within the first 4 MiB (the main
+  // thread writes), then past them (the worker writes).
+  for (const auto& [limit, members] : {std::pair{1000000, 60000}, std::pair{6000000, 250000}}) {
+    SCOPED_TRACE(limit);
+    installation_.removeLeftovers();
+    installation_.writePasswords({0}, members);
+    const std::string before = testing::readFile(installation_.passwordsPath());
+    ASSERT_GT(before.size(), static_cast<std::size_t>(limit));
+    std::vector<std::string> command{"--fsize=" + std::to_string(limit), "--",
+                                     programPath().string()};
+    for (const std::string& argument : arguments()) command.push_back(argument);
+    ChildProcess::Options options;
+    options.arguments = command;
+    options.environment = isolatedEnvironment();
+    options.timeout = 2 * timeLimit;
+    ChildProcess child("/usr/bin/prlimit", std::move(options));
+    child.send(std::string(strongPassword) + "\n");
+    child.closeInput();
+    const ChildResult result = child.wait();
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_EQ(result.exitStatus, 1) << result.err;
+    EXPECT_TRUE(result.err.starts_with("ERROR: could not write")) << result.err;
+    EXPECT_NE(result.err.find(std::strerror(EFBIG)), std::string::npos) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_TRUE(testing::readFile(installation_.passwordsPath()) == before);
+  }
 }
 
 TEST_F(HostileFileTest, HugeMemberNames) {

@@ -32,7 +32,9 @@ class FileInputStream : public InputStream<CharT> {
   explicit FileInputStream(File&& file, std::size_t readAheadAfter = defaultReadAheadAfter)
       : InputStream<CharT>(), file_(std::move(file)), readAheadAfter_(readAheadAfter) {}
 
+  // Closes the file; nothing more is read, and nothing buffered is left.
   void close() {
+    this->dropBuffered();
     readAhead_.reset();
     file_.close();
   }

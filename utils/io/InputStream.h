@@ -64,6 +64,15 @@ class InputStream {
   explicit InputStream(std::size_t bufferSize = defaultBufferSize)
       : buffer_(std::make_unique_for_overwrite<CharT[]>(bufferSize)), capacity_(bufferSize) {}
 
+  // Ends the input here: what is buffered is dropped (its memory may go
+  // away) and nothing more is read.
+  void dropBuffered() noexcept {
+    consumedBefore_ += position_;
+    data_ = buffer_.get();
+    position_ = limit_ = 0;
+    ended_ = true;
+  }
+
   // Reads at most into.size() characters; returns 0 only at the end of the
   // input. Throws on failure.
   virtual std::size_t readSome(std::span<CharT> into) = 0;

@@ -42,7 +42,8 @@ class Replacement final : public OutputStream<char> {
   // Whether a worker thread writes the rest of the content.
   bool writesBehind() const noexcept { return writeBehind_.has_value(); }
 
-  // Whether creating or writing it failed (the failure was thrown).
+  // Whether creating or writing it failed, as far as the writing has been
+  // settled (a failure of writes still under way counts once it was thrown).
   bool writingFailed() const noexcept { return failed() || !file_.isOpen(); }
 
   // Removes the temporary file now, when its name still refers to it.

@@ -30,7 +30,7 @@ struct OldFile {
     writeFile(path, "old");
     EXPECT_TRUE(target.open(&replaced).has_value());
   }
-  const ReplacementTarget target;
+  ReplacementTarget target;
   ReplacedFile replaced;
 };
 
