@@ -51,7 +51,8 @@ class SystemConsole final : public EditTerminal {
   // Otherwise, and on POSIX (the terminal takes UTF-8 itself), the bytes go
   // through the C library's stream as they are. A failure to write is
   // ignored: a message lost to a closed or full output changes nothing else.
-  static void print(Output output, std::string_view text) noexcept;
+  // With `lineEnd`, a line feed follows the text in the same write.
+  static void print(Output output, std::string_view text, bool lineEnd = false) noexcept;
 
   // Keeps a console window open long enough to be read: called right before
   // the process ends after printing something the user must see. On

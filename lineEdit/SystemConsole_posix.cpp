@@ -255,9 +255,10 @@ int SystemConsole::readInputByte(char& byte) noexcept {
 }
 
 // The terminal decodes the UTF-8 bytes itself.
-void SystemConsole::print(Output output, std::string_view text) noexcept {
+void SystemConsole::print(Output output, std::string_view text, bool lineEnd) noexcept {
   std::FILE* const stream = output == Output::standardOutput ? stdout : stderr;
   std::fwrite(text.data(), 1, text.size(), stream);
+  if (lineEnd) std::fputc('\n', stream);
   std::fflush(stream);
 }
 

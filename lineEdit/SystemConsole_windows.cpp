@@ -257,10 +257,11 @@ bool SystemConsole::outputIsConsole(Output output) noexcept {
 // bytes of an escape sequence typed as characters (consoleKeyCode).
 int SystemConsole::readInputByte(char& byte) noexcept { return _read(_fileno(stdin), &byte, 1); }
 
-void SystemConsole::print(Output output, std::string_view text) noexcept {
+void SystemConsole::print(Output output, std::string_view text, bool lineEnd) noexcept {
   if (outputIsConsole(output)) {
     try {
       consoleText(output).write(text);
+      if (lineEnd) consoleText(output).write("\n");
     } catch (...) {
       // Out of memory for the conversion: the message is lost, nothing else.
     }
@@ -270,6 +271,7 @@ void SystemConsole::print(Output output, std::string_view text) noexcept {
   // lines as Windows programs do.
   std::FILE* const stream = output == Output::standardOutput ? stdout : stderr;
   std::fwrite(text.data(), 1, text.size(), stream);
+  if (lineEnd) std::fputc('\n', stream);
   std::fflush(stream);
 }
 

@@ -155,10 +155,10 @@ int answerWithoutRun(const ParsedCommandLine& parsed) {
   int status = 0;
   switch (parsed.request) {
     case ParsedCommandLine::Request::help:
-      lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, usage);
+      printText(usage);
       break;
     case ParsedCommandLine::Request::version:
-      lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, version);
+      printText(version);
       break;
     case ParsedCommandLine::Request::error:
     case ParsedCommandLine::Request::run:

@@ -1,5 +1,5 @@
-// printLine, printError: the program's messages to the user, each written at
-// once (see lineEdit::SystemConsole::print), so that it comes before
+// printLine, printText, printError: the program's messages to the user, each
+// written at once (see lineEdit::SystemConsole::print), so that it comes before
 // whatever the program does next: a prompt, an error, the end of the run.
 //
 // Thread safety: from the main thread only.
@@ -13,8 +13,12 @@ namespace korvane::setUserPassword {
 
 // `text` and a line feed on standard output.
 inline void printLine(std::string_view text) noexcept {
+  lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, text, true);
+}
+
+// `text` as it is on standard output.
+inline void printText(std::string_view text) noexcept {
   lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, text);
-  lineEdit::SystemConsole::print(lineEdit::SystemConsole::Output::standardOutput, "\n");
 }
 
 // `text` as it is on standard error.

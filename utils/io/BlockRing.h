@@ -37,6 +37,13 @@ class BlockRing {
     bool last = false;           // no block follows this one
   };
 
+  // The ring of the workers that read and write large files, and what makes
+  // a file large: as much read or written directly as starting a thread is
+  // worth.
+  static constexpr std::size_t defaultBlockSize = 256 * 1024;
+  static constexpr std::size_t defaultBlockCount = 8;
+  static constexpr std::size_t workerAfter = 4 * 1024 * 1024;
+
   // REQUIRES: blockCount > 0 and blockSize > 0.
   BlockRing(std::size_t blockCount, std::size_t blockSize);
   ~BlockRing();

@@ -22,14 +22,12 @@ namespace korvane::utils::io {
 template <typename CharT>
 class FileInputStream : public InputStream<CharT> {
  public:
-  static constexpr std::size_t defaultReadAheadAfter = 4 * 1024 * 1024;
-
   // Throws FileNotFoundError when `path` does not exist.
   explicit FileInputStream(const std::filesystem::path& path,
-                           std::size_t readAheadAfter = defaultReadAheadAfter)
+                           std::size_t readAheadAfter = BlockRing::workerAfter)
       : InputStream<CharT>(), file_(path, File::Access::read), readAheadAfter_(readAheadAfter) {}
 
-  explicit FileInputStream(File&& file, std::size_t readAheadAfter = defaultReadAheadAfter)
+  explicit FileInputStream(File&& file, std::size_t readAheadAfter = BlockRing::workerAfter)
       : InputStream<CharT>(), file_(std::move(file)), readAheadAfter_(readAheadAfter) {}
 
   // Closes the file; nothing more is read, and nothing buffered is left.

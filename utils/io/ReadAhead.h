@@ -21,14 +21,11 @@ namespace korvane::utils::io {
 
 class ReadAhead {
  public:
-  static constexpr std::size_t defaultBlockSize = 256 * 1024;
-  static constexpr std::size_t defaultBlockCount = 8;
-
   // Starts reading `file` from its current position. Throws
   // std::system_error when no thread can be started.
   // REQUIRES: `file` outlives the object and nothing else uses it meanwhile.
-  explicit ReadAhead(File& file, std::size_t blockSize = defaultBlockSize,
-                     std::size_t blockCount = defaultBlockCount);
+  explicit ReadAhead(File& file, std::size_t blockSize = BlockRing::defaultBlockSize,
+                     std::size_t blockCount = BlockRing::defaultBlockCount);
 
   // Stops the worker and waits for it; what it read ahead is dropped.
   ~ReadAhead();

@@ -27,14 +27,12 @@ namespace korvane::utils::io {
 
 class Replacement final : public OutputStream<char> {
  public:
-  static constexpr std::size_t defaultWriteBehindAfter = 4 * 1024 * 1024;
-
   // Creates "<target>.<random UUID>" exclusively beside `target` with the
   // attributes of `replaced` (the file read, or std::nullopt for a new,
   // private file). Throws what ReplacementTarget::createTemporary throws.
   // REQUIRES: `target` outlives the object.
   Replacement(const ReplacementTarget& target, std::optional<ReplacedFile> replaced,
-              std::size_t writeBehindAfter = defaultWriteBehindAfter);
+              std::size_t writeBehindAfter = BlockRing::workerAfter);
   ~Replacement() override;
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;

@@ -20,14 +20,11 @@ namespace korvane::utils::io {
 
 class WriteBehind {
  public:
-  static constexpr std::size_t defaultBlockSize = 256 * 1024;
-  static constexpr std::size_t defaultBlockCount = 8;
-
   // Starts writing to `file` at its current position. Throws
   // std::system_error when no thread can be started.
   // REQUIRES: `file` outlives the object and nothing else uses it meanwhile.
-  explicit WriteBehind(File& file, std::size_t blockSize = defaultBlockSize,
-                       std::size_t blockCount = defaultBlockCount);
+  explicit WriteBehind(File& file, std::size_t blockSize = BlockRing::defaultBlockSize,
+                       std::size_t blockCount = BlockRing::defaultBlockCount);
 
   // Stops the worker and waits for it; what it was not yet given or had
   // not yet written is dropped.

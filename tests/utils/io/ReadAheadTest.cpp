@@ -1,38 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <system_error>
 
-#include "utils/core/Uuid.h"
+#include "tests/utils/io/ScratchFile.h"
 #include "utils/io/File.h"
 #include "utils/io/ReadAhead.h"
 
 namespace korvane::utils::io {
 namespace {
 
-// A file of its own in the system's temporary folder, removed at the end.
-class ScratchFile {
- public:
-  explicit ScratchFile(const std::string& content)
-      : path_(std::filesystem::temp_directory_path() /
-              ("korvane-read-ahead-" + std::string(core::Uuid::create().toString().view()))) {
-    std::ofstream(path_, std::ios::binary) << content;
-  }
-  ~ScratchFile() {
-    std::error_code ignored;
-    std::filesystem::remove(path_, ignored);
-  }
-  ScratchFile(const ScratchFile&) = delete;
-  ScratchFile& operator=(const ScratchFile&) = delete;
-
-  const std::filesystem::path& path() const noexcept { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
+using test::ScratchFile;
 
 std::string patterned(std::size_t size) {
   std::string text(size, '\0');

@@ -1,51 +1,24 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <system_error>
 
-#include "utils/core/Uuid.h"
+#include "tests/utils/io/ScratchFile.h"
 #include "utils/io/File.h"
 #include "utils/io/WriteBehind.h"
 
 namespace korvane::utils::io {
 namespace {
 
-std::filesystem::path scratchPath() {
-  return std::filesystem::temp_directory_path() /
-         ("korvane-write-behind-" + std::string(core::Uuid::create().toString().view()));
-}
-
-// A name in the system's temporary folder whose file is removed at the end.
-class ScratchName {
- public:
-  ScratchName() : path_(scratchPath()) {}
-  ~ScratchName() {
-    std::error_code ignored;
-    std::filesystem::remove(path_, ignored);
-  }
-  ScratchName(const ScratchName&) = delete;
-  ScratchName& operator=(const ScratchName&) = delete;
-
-  const std::filesystem::path& path() const noexcept { return path_; }
-  std::string content() const {
-    std::ifstream in(path_, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  }
-
- private:
-  std::filesystem::path path_;
-};
+using test::ScratchFile;
 
 TEST(WriteBehindTest, WritesEverythingInOrderWhateverThePiecesAndBlocks) {
   for (const std::size_t blockSize : {1u, 7u, 4096u}) {
     for (const std::size_t blockCount : {1u, 2u, 5u}) {
       SCOPED_TRACE(std::to_string(blockSize) + " x " + std::to_string(blockCount));
-      const ScratchName scratch;
+      const ScratchFile scratch;
       std::string expected;
       {
         File file(scratch.path(), File::Access::createNew);
@@ -65,7 +38,7 @@ TEST(WriteBehindTest, WritesEverythingInOrderWhateverThePiecesAndBlocks) {
 }
 
 TEST(WriteBehindTest, WritesAfterWhatTheFileHeld) {
-  const ScratchName scratch;
+  const ScratchFile scratch;
   File file(scratch.path(), File::Access::createNew);
   file.write(std::string_view("head:"));
   {
@@ -79,7 +52,7 @@ TEST(WriteBehindTest, WritesAfterWhatTheFileHeld) {
 }
 
 TEST(WriteBehindTest, AFailureToWriteIsThrownAsTheFileThrowsIt) {
-  const ScratchName scratch;
+  const ScratchFile scratch;
   File(scratch.path(), File::Access::createNew).close();
   std::string direct;
   {
@@ -107,7 +80,7 @@ TEST(WriteBehindTest, AFailureToWriteIsThrownAsTheFileThrowsIt) {
 }
 
 TEST(WriteBehindTest, AFailureKnownOnlyAtTheEndIsThrownByFinish) {
-  const ScratchName scratch;
+  const ScratchFile scratch;
   File(scratch.path(), File::Access::createNew).close();
   File file(scratch.path(), File::Access::read);
   WriteBehind writer(file, 4096, 2);
@@ -116,7 +89,7 @@ TEST(WriteBehindTest, AFailureKnownOnlyAtTheEndIsThrownByFinish) {
 }
 
 TEST(WriteBehindTest, GoingAwayWithoutFinishingStopsTheWorker) {
-  const ScratchName scratch;
+  const ScratchFile scratch;
   std::string given;
   File file(scratch.path(), File::Access::createNew);
   {
