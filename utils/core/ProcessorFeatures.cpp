@@ -4,7 +4,19 @@
 
 #include "utils/core/Processor.h"
 
-#if KORVANE_X86_64_GNU
+// glibc's header is C (its inline functions use _Bool), which GCC takes in
+// C++ as well and clang does not.
+#if KORVANE_X86_64_GNU && !defined(__clang__) && defined(__has_include)
+#if __has_include(<sys/platform/x86.h>)
+#include <sys/platform/x86.h>
+#define KORVANE_X86_GLIBC_TABLE 1
+#endif
+#endif
+#ifndef KORVANE_X86_GLIBC_TABLE
+#define KORVANE_X86_GLIBC_TABLE 0
+#endif
+
+#if KORVANE_X86_64_GNU && !KORVANE_X86_GLIBC_TABLE
 #include <cpuid.h>
 #define KORVANE_X86_CPUID 1
 #else
@@ -15,7 +27,23 @@ namespace korvane::utils::core {
 
 namespace {
 
-#if KORVANE_X86_CPUID
+#if KORVANE_X86_GLIBC_TABLE
+
+// The C library's dynamic loader has asked the processor and the system
+// already, before the program started; reading its table costs no CPUID.
+ProcessorFeatures detect() noexcept {
+  ProcessorFeatures features;
+  features.ssse3 = CPU_FEATURE_ACTIVE(SSSE3);
+  features.sse41 = CPU_FEATURE_ACTIVE(SSE4_1);
+  features.avx2 = CPU_FEATURE_ACTIVE(AVX2);
+  features.bmi2 = CPU_FEATURE_ACTIVE(BMI2);
+  features.avx512f = CPU_FEATURE_ACTIVE(AVX512F);
+  features.avx512vl = features.avx512f && CPU_FEATURE_ACTIVE(AVX512VL);
+  features.sha = CPU_FEATURE_ACTIVE(SHA);
+  return features;
+}
+
+#elif KORVANE_X86_CPUID
 
 constexpr bool bit(unsigned word, unsigned index) noexcept { return (word >> index & 1U) != 0; }
 

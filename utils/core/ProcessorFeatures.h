@@ -3,11 +3,13 @@
 // that picks a faster variant of itself at run time (the SHA-2
 // compressions, the JSON scan kernels).
 //
-// The processor is asked directly with CPUID (three leaves) and XGETBV,
-// rather than through the compiler's processor checks: those fill a table
-// of every feature at program start-up, a few dozen CPUID instructions that
-// each leave a virtual machine, for every run of the program whether or not
-// it hashes anything. On other processors every feature is false.
+// Not through the compiler's processor checks: those fill a table of every
+// feature at program start-up, a few dozen CPUID instructions that each
+// leave a virtual machine (microseconds apiece), for every run of the
+// program whether or not it hashes anything. Where the C library keeps the
+// table its dynamic loader filled (glibc), that table is read, at no cost;
+// elsewhere the processor is asked directly with CPUID (three leaves) and
+// XGETBV. On other processors every feature is false.
 //
 // Thread safety: processorFeatures() may be called from any thread.
 #pragma once

@@ -1,6 +1,8 @@
 // OutputStream: a buffered sink of characters. Derived classes supply
 // writeSome(), which writes everything it is given or throws, and may
-// finish that in the background if they supply settleSink() too.
+// finish that in the background if they supply settleSink() too. They may
+// also lend the stream memory of their own to fill instead of its buffer
+// (fillInPlace), so that what it hands them is already where it must go.
 //
 // The first failure is kept: later writes are dropped and flush() throws it
 // again, so an error met in a destructor (writeNoThrow) is not lost as long
@@ -32,14 +34,16 @@ class OutputStream {
   OutputStream& operator=(const OutputStream&) = delete;
 
   // Derived classes flush in their own destructor; this one only wipes
-  // the part of the buffer that was ever used.
-  virtual ~OutputStream() { core::secureZero(buffer_.get(), filled_ * sizeof(CharT)); }
+  // the part of its own buffer that was ever used.
+  virtual ~OutputStream() {
+    noteOwnUse();
+    core::secureZero(own_.get(), filled_ * sizeof(CharT));
+  }
 
   void write(std::basic_string_view<CharT> text) {
     if (text.size() <= capacity_ - used_) {
-      std::memcpy(buffer_.get() + used_, text.data(), text.size() * sizeof(CharT));
+      std::memcpy(buffer_ + used_, text.data(), text.size() * sizeof(CharT));
       used_ += text.size();
-      filled_ = std::max(filled_, used_);
       return;
     }
     writeSlow(text);
@@ -48,7 +52,6 @@ class OutputStream {
   void put(CharT c) {
     if (used_ == capacity_) flushBuffer();
     buffer_[used_++] = c;
-    filled_ = std::max(filled_, used_);
   }
 
   // As write(), but a failure is kept for the next flush() instead of thrown.
@@ -83,7 +86,10 @@ class OutputStream {
  protected:
   // The buffer is not zeroed: a small output touches only the pages it uses.
   explicit OutputStream(std::size_t bufferSize = defaultBufferSize)
-      : buffer_(std::make_unique_for_overwrite<CharT[]>(bufferSize)), capacity_(bufferSize) {}
+      : own_(std::make_unique_for_overwrite<CharT[]>(bufferSize)),
+        ownCapacity_(bufferSize),
+        buffer_(own_.get()),
+        capacity_(bufferSize) {}
 
   virtual void writeSome(std::span<const CharT> text) = 0;
 
@@ -93,6 +99,27 @@ class OutputStream {
 
   bool failed() const noexcept { return static_cast<bool>(error_); }
 
+  // From now on the stream buffers into `space` (at most as much of it as
+  // its own buffer holds), memory the derived class owns and keeps valid
+  // until fillOwnBuffer(): writeSome() then receives spans that start at
+  // space.data(), already in place.
+  // REQUIRES: nothing is buffered, as within writeSome().
+  void fillInPlace(std::span<CharT> space) noexcept {
+    noteOwnUse();
+    buffer_ = space.data();
+    capacity_ = std::min(space.size(), ownCapacity_);
+  }
+
+  // Back to the stream's own buffer, with whatever is buffered in the
+  // space lent to it moved there.
+  void fillOwnBuffer() noexcept {
+    if (buffer_ == own_.get()) return;
+    if (used_ != 0) std::memcpy(own_.get(), buffer_, used_ * sizeof(CharT));
+    buffer_ = own_.get();
+    capacity_ = ownCapacity_;
+    noteOwnUse();
+  }
+
  private:
   void writeSlow(std::basic_string_view<CharT> text) {
     flushBuffer();
@@ -100,15 +127,21 @@ class OutputStream {
       sink(text);
       return;
     }
-    std::memcpy(buffer_.get(), text.data(), text.size() * sizeof(CharT));
+    std::memcpy(buffer_, text.data(), text.size() * sizeof(CharT));
     used_ = text.size();
-    filled_ = std::max(filled_, used_);
   }
 
   void flushBuffer() {
+    noteOwnUse();
     const std::size_t count = used_;
     used_ = 0;
-    if (count != 0) sink({buffer_.get(), count});
+    if (count != 0) sink({buffer_, count});
+  }
+
+  // The own buffer's fill only falls when it is handed on or left, so its
+  // peak is taken there (and at the end) rather than at every write.
+  void noteOwnUse() noexcept {
+    if (buffer_ == own_.get()) filled_ = std::max(filled_, used_);
   }
 
   void sink(std::span<const CharT> text) {
@@ -121,10 +154,12 @@ class OutputStream {
     }
   }
 
-  std::unique_ptr<CharT[]> buffer_;
+  std::unique_ptr<CharT[]> own_;
+  std::size_t ownCapacity_;
+  CharT* buffer_;  // own_ or the space lent by fillInPlace
   std::size_t capacity_;
   std::size_t used_ = 0;
-  std::size_t filled_ = 0;  // the most of the buffer ever in use
+  std::size_t filled_ = 0;  // the most of own_ ever in use
   std::exception_ptr error_;
 };
 

@@ -24,6 +24,7 @@ Replacement::~Replacement() {
 }
 
 void Replacement::discard() noexcept {
+  fillOwnBuffer();
   writeBehind_.reset();
   target_.discardTemporary(std::move(file_));
 }
@@ -46,16 +47,23 @@ File Replacement::create() const {
 
 void Replacement::writeSome(std::span<const char> text) {
   if (writeBehind_) {
+    // The block the stream filled goes to the worker; until the next one
+    // is lent, a failure leaves the stream with its own buffer.
+    fillOwnBuffer();
     writeBehind_->write(text);
+    fillInPlace(writeBehind_->space());
     return;
   }
   file_.write(text);
   writtenDirectly_ += text.size();
-  if (writtenDirectly_ >= writeBehindAfter_) startWriteBehind();
+  if (writtenDirectly_ < writeBehindAfter_) return;
+  startWriteBehind();
+  if (writeBehind_) fillInPlace(writeBehind_->space());
 }
 
 void Replacement::settleSink() {
   if (!writeBehind_) return;
+  fillOwnBuffer();
   try {
     writeBehind_->finish();
   } catch (...) {

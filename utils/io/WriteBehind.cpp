@@ -16,12 +16,9 @@ WriteBehind::~WriteBehind() {
 
 void WriteBehind::write(std::span<const char> bytes) {
   while (!bytes.empty()) {
-    if (current_ == nullptr) {
-      current_ = ring_.nextEmpty();
-      if (current_ == nullptr) rethrowFailure();
-    }
-    const std::size_t count = std::min(bytes.size(), current_->space.size() - current_->size);
-    std::memcpy(current_->space.data() + current_->size, bytes.data(), count);
+    const std::span<char> free = space();
+    const std::size_t count = std::min(bytes.size(), free.size());
+    if (bytes.data() != free.data()) std::memcpy(free.data(), bytes.data(), count);
     current_->size += count;
     bytes = bytes.subspan(count);
     if (current_->size == current_->space.size()) {
@@ -29,6 +26,14 @@ void WriteBehind::write(std::span<const char> bytes) {
       current_ = nullptr;
     }
   }
+}
+
+std::span<char> WriteBehind::space() {
+  if (current_ == nullptr) {
+    current_ = ring_.nextEmpty();
+    if (current_ == nullptr) rethrowFailure();
+  }
+  return current_->space.subspan(current_->size);
 }
 
 void WriteBehind::finish() {

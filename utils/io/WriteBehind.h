@@ -33,8 +33,15 @@ class WriteBehind {
   WriteBehind& operator=(const WriteBehind&) = delete;
 
   // Copies `bytes` to be written after everything given before. Throws the
-  // failure of an earlier write once it is known.
+  // failure of an earlier write once it is known. Bytes already in place,
+  // written into the front of space(), are taken there without a copy.
   void write(std::span<const char> bytes);
+
+  // The free part of the block being filled, taking an empty block when
+  // there is none, for the caller to write into and then give with
+  // write(); valid until the next write() or finish(). Throws the failure
+  // of an earlier write once it is known.
+  std::span<char> space();
 
   // Writes what is left and waits until everything given was written;
   // throws the failure that stopped the writing, if any.

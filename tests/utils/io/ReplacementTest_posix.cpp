@@ -61,6 +61,22 @@ TEST(ReplacementTest, ALargeContentWrittenBehindReplacesTheFileWhole) {
   }
 }
 
+TEST(ReplacementTest, WhatIsBufferedWhenTheWorkerIsSettledIsWrittenAfterIt) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "passwords.json";
+  const OldFile old(path);
+  Replacement replacement(old.target, old.replaced, 1);
+  std::string written = writeContent(replacement);
+  replacement.write("buffered when settled");
+  written += "buffered when settled";
+  EXPECT_TRUE(replacement.writesBehind());
+  replacement.settle();
+  EXPECT_FALSE(replacement.writesBehind());
+  written += writeContent(replacement);
+  replacement.commit();
+  EXPECT_EQ(readFile(path), written);
+}
+
 TEST(ReplacementTest, ADiscardedReplacementWrittenBehindLeavesNothing) {
   TemporaryDirectory directory;
   const auto path = directory.path() / "passwords.json";

@@ -118,5 +118,77 @@ TEST(OutputStreamTest, FirstFailureIsKeptForFlush) {
   EXPECT_THROW(stream.write("more text than fits"), std::runtime_error);
 }
 
+// Lends the stream pieces of an arena of its own, of sizes that vary from
+// smaller than the stream's buffer to larger, and records whether each
+// span handed back lies where it was lent.
+class LendingOutputStream : public OutputStream<char> {
+ public:
+  explicit LendingOutputStream(std::size_t bufferSize) : OutputStream<char>(bufferSize) {
+    fillInPlace(nextSpace());
+  }
+  std::string arena = std::string(1 << 16, '\0');
+  std::string written;
+  int inPlace = 0;
+  int copied = 0;
+
+  void returnToOwnBuffer() { fillOwnBuffer(); }
+
+ protected:
+  void writeSome(std::span<const char> text) override {
+    fillOwnBuffer();  // nothing is buffered here: nothing to move
+    if (text.data() == arena.data() + lent_) {
+      ++inPlace;
+      lent_ += text.size();
+    } else {
+      ++copied;
+    }
+    written.append(text.data(), text.size());
+    fillInPlace(nextSpace());
+  }
+
+ private:
+  std::span<char> nextSpace() {
+    const std::size_t size = 13 - (lends_++ * 5) % 13;  // 13, 8, 3, 11, ...
+    return {arena.data() + lent_, size};
+  }
+
+  std::size_t lent_ = 0;
+  std::size_t lends_ = 0;
+};
+
+TEST(OutputStreamTest, FillsTheSpaceLentInPlaceAndHandsItBackWhereItLies) {
+  LendingOutputStream stream(8);
+  std::string expected;
+  for (std::size_t piece = 0; piece < 200; ++piece) {
+    // Pieces of 0 to 10 bytes, some larger than the buffer or a space.
+    const std::string text(piece % 11, static_cast<char>('a' + piece % 26));
+    if (piece % 7 == 3) {
+      stream.put('#');
+      expected += '#';
+    }
+    stream.write(text);
+    expected += text;
+  }
+  stream.flush();
+  EXPECT_EQ(stream.written, expected);
+  // Only texts larger than the buffer come from elsewhere; none is lost.
+  EXPECT_GT(stream.inPlace, 50);
+  EXPECT_GT(stream.copied, 0);
+  EXPECT_EQ(stream.arena.substr(0, 5), expected.substr(0, 5));
+}
+
+TEST(OutputStreamTest, ReturningToItsOwnBufferKeepsWhatIsBuffered) {
+  LendingOutputStream stream(8);
+  stream.write("ab");
+  stream.returnToOwnBuffer();
+  stream.write("cd");
+  EXPECT_EQ(stream.written, "");
+  stream.flush();
+  EXPECT_EQ(stream.written, "abcd");
+  // From its own buffer: handed over as a copy.
+  EXPECT_EQ(stream.inPlace, 0);
+  EXPECT_EQ(stream.copied, 1);
+}
+
 }  // namespace
 }  // namespace korvane::utils::io

@@ -37,6 +37,35 @@ TEST(WriteBehindTest, WritesEverythingInOrderWhateverThePiecesAndBlocks) {
   }
 }
 
+TEST(WriteBehindTest, BytesWrittenIntoItsSpaceAreTakenWhereTheyLie) {
+  const ScratchFile scratch;
+  std::string expected;
+  {
+    File file(scratch.path(), File::Access::createNew);
+    WriteBehind writer(file, 5, 2);
+    for (std::size_t piece = 0; piece < 300; ++piece) {
+      const std::span<char> space = writer.space();
+      ASSERT_FALSE(space.empty());
+      ASSERT_LE(space.size(), 5u);
+      const std::size_t count = 1 + piece % space.size();
+      for (std::size_t i = 0; i < count; ++i) space[i] = static_cast<char>('a' + (piece + i) % 26);
+      expected.append(space.data(), count);
+      writer.write(space.first(count));
+      if (count < space.size()) {
+        // The rest of the block is what is free now.
+        EXPECT_EQ(writer.space().data(), space.data() + count);
+      }
+      if (piece % 10 == 0) {
+        writer.write(std::string_view("XYZ"));  // and copies mixed in
+        expected += "XYZ";
+      }
+    }
+    writer.finish();
+    file.close();
+  }
+  EXPECT_EQ(scratch.content(), expected);
+}
+
 TEST(WriteBehindTest, WritesAfterWhatTheFileHeld) {
   const ScratchFile scratch;
   File file(scratch.path(), File::Access::createNew);
