@@ -121,7 +121,8 @@ class OutputStream {
   }
 
  private:
-  void writeSlow(std::basic_string_view<CharT> text) {
+  // Out of line, so that write() stays small enough to inline at each call.
+  [[gnu::noinline]] void writeSlow(std::basic_string_view<CharT> text) {
     flushBuffer();
     if (text.size() >= capacity_) {
       sink(text);
@@ -131,7 +132,7 @@ class OutputStream {
     used_ = text.size();
   }
 
-  void flushBuffer() {
+  [[gnu::noinline]] void flushBuffer() {
     noteOwnUse();
     const std::size_t count = used_;
     used_ = 0;
