@@ -3,8 +3,8 @@
 //   KORVANE_X86_64      1 on x86-64 (GCC, clang or MSVC), where SSE2 is
 //                       always there; 0 elsewhere.
 //   KORVANE_X86_64_GNU  1 on x86-64 with GCC or clang, whose target
-//                       attributes and <cpuid.h> the variants chosen at run
-//                       time (see ProcessorFeatures.h) need; 0 elsewhere.
+//                       attributes the variants chosen at run time (see
+//                       ProcessorFeatures.h) need; 0 elsewhere.
 //
 // Thread safety: constants.
 #pragma once

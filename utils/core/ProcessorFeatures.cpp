@@ -4,12 +4,15 @@
 
 #include "utils/core/Processor.h"
 
-// glibc's header is C (its inline functions use _Bool), which GCC takes in
-// C++ as well and clang does not.
+// glibc's header (2.33 and later: CPU_FEATURE_ACTIVE) is written for C
+// and uses _Bool, which GCC accepts in C++ and clang, in strict C++, does
+// not; clang builds ask the processor themselves.
 #if KORVANE_X86_64_GNU && !defined(__clang__) && defined(__has_include)
 #if __has_include(<sys/platform/x86.h>)
 #include <sys/platform/x86.h>
+#ifdef CPU_FEATURE_ACTIVE
 #define KORVANE_X86_GLIBC_TABLE 1
+#endif
 #endif
 #endif
 #ifndef KORVANE_X86_GLIBC_TABLE
@@ -31,13 +34,17 @@ namespace {
 
 // The C library's dynamic loader has asked the processor and the system
 // already, before the program started; reading its table costs no CPUID.
+// "Active" means usable: the system saves the registers' state. glibc may
+// also switch a feature off (GLIBC_TUNABLES), which is then off here too;
+// AVX-512 is taken only together with AVX2, as the variants built for it
+// use both.
 ProcessorFeatures detect() noexcept {
   ProcessorFeatures features;
   features.ssse3 = CPU_FEATURE_ACTIVE(SSSE3);
   features.sse41 = CPU_FEATURE_ACTIVE(SSE4_1);
   features.avx2 = CPU_FEATURE_ACTIVE(AVX2);
   features.bmi2 = CPU_FEATURE_ACTIVE(BMI2);
-  features.avx512f = CPU_FEATURE_ACTIVE(AVX512F);
+  features.avx512f = features.avx2 && CPU_FEATURE_ACTIVE(AVX512F);
   features.avx512vl = features.avx512f && CPU_FEATURE_ACTIVE(AVX512VL);
   features.sha = CPU_FEATURE_ACTIVE(SHA);
   return features;

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstring>
 #include <exception>
@@ -101,10 +102,15 @@ class OutputStream {
 
   // From now on the stream buffers into `space` (at most as much of it as
   // its own buffer holds), memory the derived class owns and keeps valid
-  // until fillOwnBuffer(): writeSome() then receives spans that start at
-  // space.data(), already in place.
-  // REQUIRES: nothing is buffered, as within writeSome().
+  // until fillOwnBuffer(): what the stream buffered then reaches
+  // writeSome() as a span that starts at space.data(), already in place
+  // (a text too large to buffer still comes from the writer's memory).
+  // A writeSome() that throws must leave the stream on its own buffer (or
+  // the space valid): the stream goes on buffering after a failure.
+  // REQUIRES: nothing is buffered, as within writeSome(); `space` is not
+  // empty.
   void fillInPlace(std::span<CharT> space) noexcept {
+    assert(used_ == 0 && !space.empty());
     noteOwnUse();
     buffer_ = space.data();
     capacity_ = std::min(space.size(), ownCapacity_);

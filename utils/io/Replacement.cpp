@@ -47,8 +47,9 @@ File Replacement::create() const {
 
 void Replacement::writeSome(std::span<const char> text) {
   if (writeBehind_) {
-    // The block the stream filled goes to the worker; until the next one
-    // is lent, a failure leaves the stream with its own buffer.
+    // What the stream filled goes to the block (and a full block to the
+    // worker); until the next space is lent, a failure leaves the stream
+    // with its own buffer.
     fillOwnBuffer();
     writeBehind_->write(text);
     fillInPlace(writeBehind_->space());

@@ -1,6 +1,7 @@
 #include "utils/io/WriteBehind.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 #include <stdexcept>
 
@@ -16,9 +17,11 @@ WriteBehind::~WriteBehind() {
 
 void WriteBehind::write(std::span<const char> bytes) {
   while (!bytes.empty()) {
-    const std::span<char> free = space();
-    const std::size_t count = std::min(bytes.size(), free.size());
-    if (bytes.data() != free.data()) std::memcpy(free.data(), bytes.data(), count);
+    const std::span<char> room = space();
+    const std::size_t count = std::min(bytes.size(), room.size());
+    // Bytes in place never run past the block.
+    assert(bytes.data() != room.data() || bytes.size() <= room.size());
+    if (bytes.data() != room.data()) std::memcpy(room.data(), bytes.data(), count);
     current_->size += count;
     bytes = bytes.subspan(count);
     if (current_->size == current_->space.size()) {

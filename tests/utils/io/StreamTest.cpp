@@ -123,13 +123,15 @@ TEST(OutputStreamTest, FirstFailureIsKeptForFlush) {
 // span handed back lies where it was lent.
 class LendingOutputStream : public OutputStream<char> {
  public:
-  explicit LendingOutputStream(std::size_t bufferSize) : OutputStream<char>(bufferSize) {
+  explicit LendingOutputStream(std::size_t bufferSize)
+      : OutputStream<char>(bufferSize), bufferSize_(bufferSize) {
     fillInPlace(nextSpace());
   }
   std::string arena = std::string(1 << 16, '\0');
   std::string written;
   int inPlace = 0;
   int copied = 0;
+  bool overran = false;  // a span in place longer than the stream may fill
 
   void returnToOwnBuffer() { fillOwnBuffer(); }
 
@@ -138,6 +140,7 @@ class LendingOutputStream : public OutputStream<char> {
     fillOwnBuffer();  // nothing is buffered here: nothing to move
     if (text.data() == arena.data() + lent_) {
       ++inPlace;
+      overran = overran || text.size() > std::min(lentSize_, bufferSize_);
       lent_ += text.size();
     } else {
       ++copied;
@@ -148,11 +151,13 @@ class LendingOutputStream : public OutputStream<char> {
 
  private:
   std::span<char> nextSpace() {
-    const std::size_t size = 13 - (lends_++ * 5) % 13;  // 13, 8, 3, 11, ...
-    return {arena.data() + lent_, size};
+    lentSize_ = 13 - (lends_++ * 5) % 13;  // 13, 8, 3, 11, ...
+    return {arena.data() + lent_, lentSize_};
   }
 
+  std::size_t bufferSize_ = 0;
   std::size_t lent_ = 0;
+  std::size_t lentSize_ = 0;
   std::size_t lends_ = 0;
 };
 
@@ -171,9 +176,11 @@ TEST(OutputStreamTest, FillsTheSpaceLentInPlaceAndHandsItBackWhereItLies) {
   }
   stream.flush();
   EXPECT_EQ(stream.written, expected);
-  // Only texts larger than the buffer come from elsewhere; none is lost.
+  // Only texts at least as large as the room left come from elsewhere;
+  // none is lost, and none buffered runs past its space or the buffer's size.
   EXPECT_GT(stream.inPlace, 50);
   EXPECT_GT(stream.copied, 0);
+  EXPECT_FALSE(stream.overran);
   EXPECT_EQ(stream.arena.substr(0, 5), expected.substr(0, 5));
 }
 

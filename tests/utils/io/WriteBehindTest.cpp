@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -106,6 +107,22 @@ TEST(WriteBehindTest, AFailureToWriteIsThrownAsTheFileThrowsIt) {
   }
   EXPECT_EQ(thrown, direct);
   EXPECT_NE(thrown.find(scratch.path().string()), std::string::npos);
+}
+
+TEST(WriteBehindTest, AFailureToWriteIsThrownByTheSpaceAsWell) {
+  const ScratchFile scratch;
+  File(scratch.path(), File::Access::createNew).close();
+  File file(scratch.path(), File::Access::read);
+  WriteBehind writer(file, 16, 2);
+  EXPECT_THROW(
+      {
+        for (int i = 0; i < 1000; ++i) {
+          const std::span<char> space = writer.space();
+          space[0] = 'x';
+          writer.write(space.first(1));
+        }
+      },
+      std::system_error);
 }
 
 TEST(WriteBehindTest, AFailureKnownOnlyAtTheEndIsThrownByFinish) {
