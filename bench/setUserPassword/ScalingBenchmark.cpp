@@ -9,10 +9,13 @@
 // For 1, 10,000, 100,000 and 1,000,000 users, an installation and an
 // htpasswd file are made in /dev/shm (memory: the disk is left out); each
 // round runs the tool (setting the last user's password), htpasswd and the
-// FLOOR in turn, so that a change in the machine's load falls on all alike.
+// FLOOR in turn, so that a change in the machine's load falls on all alike,
+// the tool first in one round and last in the next, so that neither gains
+// from its place (a process that follows another one finds the caches and
+// the processor's state as that one left them).
 // Then one user with a password file that also holds a 200 MB string, and
 // last the start-up alone: KorvanePassword -Version against mkpasswd
-// --version, in turn.
+// --version, in turn, each first every other round.
 // Every figure is the median over the rounds of whole processes: wall clock,
 // CPU (user + system), page faults (minor + major), peak resident memory.
 // Prints a table per size, the cost per added user (slope from 100,000 to
@@ -22,8 +25,9 @@
 //
 //   scalingBenchmark <path to KorvanePassword> [rounds]
 //
-// Rounds: default 5 up to 100,000 users, 3 for 1,000,000 and the 200 MB
-// value, 41 for the start-up; a number given applies to all.
+// Rounds: default 41 up to 10,000 users (a run takes milliseconds, and the
+// machine's noise is of the same order), 5 for 100,000, 3 for 1,000,000 and
+// the 200 MB value, 41 for the start-up; a number given applies to all.
 #include <crypt.h>
 
 #include <algorithm>
@@ -56,7 +60,9 @@ constexpr std::array<std::uint64_t, 4> userCounts{1, 10000, 100000, 1000000};
 constexpr std::uint64_t slopeFrom = 100000;
 constexpr std::uint64_t slopeTo = 1000000;
 constexpr std::uint64_t paddingBytes = 200000000;
-constexpr int smallRounds = 5;
+constexpr std::uint64_t fewUsers = 10000;
+constexpr int smallRounds = 41;  // up to fewUsers
+constexpr int mediumRounds = 5;
 constexpr int largeRounds = 3;
 constexpr double mebibyte = 1048576.0;
 
@@ -259,16 +265,18 @@ void noteFirstHashes(Installation& installation) {
 }
 
 // `rounds` rounds of the tool, htpasswd (when `withHtpasswd`) and the
-// FLOOR, in turn.
+// FLOOR, in turn: the tool first in even rounds, last in odd ones.
 RoundCosts measureRounds(const Programs& programs, Installation& installation, int rounds,
                          bool withHtpasswd) {
   RoundCosts costs;
   for (int round = 0; round < rounds; ++round) {
-    costs.tool.push_back(runTool(programs, installation));
+    const bool toolFirst = round % 2 == 0;
+    if (toolFirst) costs.tool.push_back(runTool(programs, installation));
     if (withHtpasswd) costs.htpasswd.push_back(runHtpasswd(programs, installation));
     ProcessCost hashOnly;
     costs.floor.push_back(runFloor(programs, installation, hashOnly));
     costs.mkpasswd.push_back(hashOnly);
+    if (!toolFirst) costs.tool.push_back(runTool(programs, installation));
   }
   return costs;
 }
@@ -333,7 +341,8 @@ Installation makeInstallation(const fs::path& folder, std::uint64_t users,
 
 int roundsFor(std::uint64_t users, int chosenRounds) {
   if (chosenRounds > 0) return chosenRounds;
-  return users >= slopeTo ? largeRounds : smallRounds;
+  if (users <= fewUsers) return smallRounds;
+  return users >= slopeTo ? largeRounds : mediumRounds;
 }
 
 SizeResult measureSize(const Programs& programs, const fs::path& base, std::uint64_t users,
@@ -388,8 +397,10 @@ std::pair<ProcessCost, ProcessCost> measureStartUp(const Programs& programs, con
   std::vector<ProcessCost> tool;
   std::vector<ProcessCost> mkpasswd;
   for (int round = 0; round < rounds; ++round) {
-    tool.push_back(checkedRun({programs.tool, "-Version"}, "", installation));
+    const bool toolFirst = round % 2 == 0;
+    if (toolFirst) tool.push_back(checkedRun({programs.tool, "-Version"}, "", installation));
     mkpasswd.push_back(checkedRun({programs.mkpasswd, "--version"}, "", installation));
+    if (!toolFirst) tool.push_back(checkedRun({programs.tool, "-Version"}, "", installation));
   }
   const std::pair<ProcessCost, ProcessCost> costs{medianCost(tool), medianCost(mkpasswd)};
   std::printf("\nstart-up: the version printed and nothing else; median of %d rounds\n", rounds);
