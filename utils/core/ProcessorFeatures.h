@@ -8,9 +8,8 @@
 // leave a virtual machine (microseconds apiece), for every run of the
 // program whether or not it hashes anything. Where the C library keeps the
 // table its dynamic loader filled (glibc, in GCC builds), that table is
-// read, at no cost;
-// elsewhere the processor is asked directly with CPUID (three leaves) and
-// XGETBV. On other processors every feature is false.
+// read, at no cost; elsewhere the processor is asked directly with CPUID
+// (three leaves) and XGETBV. On other processors every feature is false.
 //
 // Thread safety: processorFeatures() may be called from any thread.
 #pragma once
