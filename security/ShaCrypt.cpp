@@ -4,6 +4,7 @@
 #include <random>
 #include <stdexcept>
 
+#include "security/SeededDraw.h"
 #include "utils/core/Format.h"
 #include "utils/core/SystemRandom.h"
 #include "utils/string/PrintableText.h"
@@ -57,9 +58,8 @@ char ShaCrypt::randomSaltCharacter() {
   // A fresh engine per character: every character rests on its own value
   // from the operating system's source, none on a shared engine's state.
   std::random_device device(utils::core::randomDeviceToken());
-  std::mt19937 engine(device());
-  std::uniform_int_distribution<int> index(0, static_cast<int>(saltAlphabet.size()) - 1);
-  return saltAlphabet[static_cast<std::size_t>(index(engine))];
+  const int index = seededDraw(device(), static_cast<int>(saltAlphabet.size()) - 1);
+  return saltAlphabet[static_cast<std::size_t>(index)];
 }
 
 std::string ShaCrypt::randomSalt() {

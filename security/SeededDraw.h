@@ -1,0 +1,36 @@
+// SeededDraw: an index drawn from a Mersenne Twister seeded just for it,
+// the step every character of a random salt takes (a fresh std::mt19937
+// seeded with one value of the system's random source, then
+// std::uniform_int_distribution<int>).
+//
+// Seeding fills the engine's 624 words and its first draw regenerates all
+// of them: on processors with AVX2 that work is compiled for the wider
+// registers, chosen at run time like the SHA-2 compressions, about three
+// times faster. Every implementation returns exactly what the plain one
+// returns for the same seed.
+//
+// Internal to the security library. Thread safety: pure functions.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace korvane::security {
+
+struct SeededDrawImplementation {
+  // A short name for tests ("avx2", "portable").
+  const char* name;
+  // REQUIRES: 0 <= highest.
+  int (*draw)(std::uint32_t seed, int highest) noexcept;
+};
+
+// The implementations this processor supports, best first; the last is
+// the portable one.
+std::span<const SeededDrawImplementation> seededDrawImplementations() noexcept;
+
+// The index in [0, highest] that std::uniform_int_distribution<int>(0,
+// highest) draws from a std::mt19937 seeded with `seed`.
+// REQUIRES: 0 <= highest.
+int seededDraw(std::uint32_t seed, int highest) noexcept;
+
+}  // namespace korvane::security
