@@ -163,11 +163,25 @@ struct RoundInputs {
 
 // Round i hashes (odd i) P [S] [P] R or (even i) R [S] [P] P, with S when
 // i is not a multiple of 3 and the middle P when i is not a multiple of 7.
-// So there are eight message shapes, and in each only R changes. Returns
-// the index of the shape of round i.
-inline std::size_t shapeOf(std::size_t round) noexcept {
-  return (round & 1) | (round % 3 != 0 ? 2U : 0U) | (round % 7 != 0 ? 4U : 0U);
-}
+// So there are eight message shapes, and in each only R changes. A shape's
+// index is (i odd) | 2 (S) | 4 (middle P). ShapeSequence gives the shapes
+// of rounds 0, 1, 2, ... in turn, counting the round modulo 2, 3 and 7
+// instead of dividing it each time.
+class ShapeSequence {
+ public:
+  std::size_t next() noexcept {
+    const std::size_t shape = odd_ | (byThree_ != 0 ? 2U : 0U) | (bySeven_ != 0 ? 4U : 0U);
+    odd_ ^= 1;
+    byThree_ = byThree_ == 2 ? 0 : byThree_ + 1;
+    bySeven_ = bySeven_ == 6 ? 0 : bySeven_ + 1;
+    return shape;
+  }
+
+ private:
+  std::size_t odd_ = 0;
+  std::size_t byThree_ = 0;
+  std::size_t bySeven_ = 0;
+};
 
 template <typename Hash>
 typename Hash::ByteCount byteCount(std::size_t bytes) noexcept {
@@ -243,13 +257,17 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
   for (std::size_t shape = 0; shape < shapes.messages.size(); ++shape) {
     prepare(shape, in, writer, shapes.messages[shape]);
   }
+  // The compression is looked up once, not in each of the thousands of rounds.
+  const auto compressBlocks = Hash::implementation().compressBlocks;
+  auto* const scratch = writer.scratch().words.data();
   typename Hash::State state;
+  ShapeSequence sequence;
   for (std::size_t i = 0; i < rounds; ++i) {
-    PreparedMessage<Hash>& message = shapes.messages[shapeOf(i)];
+    PreparedMessage<Hash>& message = shapes.messages[sequence.next()];
     if (message.blockCount != 0) {
       std::memcpy(message.blocks.data() + message.digestOffset, running.data(), digestSize);
       state = message.start;
-      Hash::compress(state, message.blocks.data(), message.blockCount, writer.scratch());
+      compressBlocks(state, message.blocks.data(), message.blockCount, scratch);
       Hash::storeDigest(state, running);
       continue;
     }
