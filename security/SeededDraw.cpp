@@ -21,7 +21,7 @@ namespace {
 
 #if KORVANE_X86_64_GNU
 
-// An optimised build vectorises the regeneration of the 624 words here.
+// An optimised GCC build vectorises the regeneration of the 624 words here.
 #define KORVANE_SEEDED_DRAW_AVX2 __attribute__((target("avx2,bmi2"), flatten))
 
 KORVANE_SEEDED_DRAW_AVX2 int drawAvx2(std::uint32_t seed, int highest) noexcept {
@@ -60,8 +60,10 @@ std::span<const SeededDrawImplementation> seededDrawImplementations() noexcept {
   return {found.list.data(), found.count};
 }
 
+const SeededDrawImplementation& seededDrawImplementation() noexcept { return supported().list[0]; }
+
 int seededDraw(std::uint32_t seed, int highest) noexcept {
-  return supported().list[0].draw(seed, highest);
+  return seededDrawImplementation().draw(seed, highest);
 }
 
 }  // namespace korvane::security

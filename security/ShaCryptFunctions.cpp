@@ -257,7 +257,8 @@ void runRounds(std::size_t rounds, const RoundInputs<Hash>& in, typename Hash::D
   for (std::size_t shape = 0; shape < shapes.messages.size(); ++shape) {
     prepare(shape, in, writer, shapes.messages[shape]);
   }
-  // The compression is looked up once, not in each of the thousands of rounds.
+  // The compression is looked up once, not in each of the thousands of
+  // rounds (the implementation in use may not change during a hash).
   const auto compressBlocks = Hash::implementation().compressBlocks;
   auto* const scratch = writer.scratch().words.data();
   typename Hash::State state;

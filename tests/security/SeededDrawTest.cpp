@@ -19,12 +19,13 @@ int libraryDraw(std::uint32_t seed, int highest) {
 }
 
 TEST(SeededDrawTest, TheDefaultSeedGivesTheTwisterFirstOutputScaledToTheRange) {
-  // 3499211612 is the first output of a std::mt19937 seeded with 5489. An
-  // index in 0 to 61 is the high word of that output times 62, unless the
-  // low word falls below 2^32 mod 62 (it does not here).
+  // 3499211612 is the first output of a std::mt19937 seeded with 5489.
+  // libstdc++ (the library of every toolchain here) maps a 32-bit output x
+  // to 0..61 as the high word of x * 62, drawing again while the low word
+  // is below 2^32 mod 62, which it is not here.
   constexpr std::uint64_t first = 3499211612U;
   constexpr std::uint64_t product = first * 62U;
-  ASSERT_GE(product & 0xffffffffU, 4U);
+  static_assert((product & 0xffffffffU) >= 4U);
   for (const SeededDrawImplementation& implementation : seededDrawImplementations()) {
     EXPECT_EQ(implementation.draw(5489U, 61), static_cast<int>(product >> 32))
         << implementation.name;
@@ -52,12 +53,16 @@ TEST(SeededDrawTest, TheBestImplementationIsUsedAndThePortableOneIsLast) {
   const auto implementations = seededDrawImplementations();
   ASSERT_GE(implementations.size(), 1U);
   EXPECT_EQ(std::string_view(implementations.back().name), "portable");
+  EXPECT_EQ(&seededDrawImplementation(), &implementations.front());
   const utils::core::ProcessorFeatures& processor = utils::core::processorFeatures();
   if (processor.avx2 && processor.bmi2) {
+    ASSERT_EQ(implementations.size(), 2U);
     EXPECT_EQ(std::string_view(implementations.front().name), "avx2");
+    // Two variants in name only would pass every comparison above.
+    EXPECT_NE(implementations.front().draw, implementations.back().draw);
   }
   for (std::uint32_t seed = 0; seed < 200; ++seed) {
-    EXPECT_EQ(seededDraw(seed, 61), implementations.front().draw(seed, 61));
+    EXPECT_EQ(seededDraw(seed, 61), libraryDraw(seed, 61)) << seed;
   }
 }
 
