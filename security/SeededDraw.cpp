@@ -1,8 +1,8 @@
 #include "security/SeededDraw.h"
 
-#include <array>
 #include <random>
 
+#include "security/ImplementationList.h"
 #include "utils/core/Processor.h"
 #include "utils/core/ProcessorFeatures.h"
 
@@ -33,34 +33,28 @@ KORVANE_SEEDED_DRAW_AVX2 int drawAvx2(std::uint32_t seed, int highest) noexcept 
 
 #endif
 
-struct Supported {
-  std::array<SeededDrawImplementation, 2> list{};
-  std::size_t count = 0;
-};
+using Supported = ImplementationList<SeededDrawImplementation, 2>;
 
 Supported findSupported() noexcept {
   Supported supported;
 #if KORVANE_X86_64_GNU
   const utils::core::ProcessorFeatures& processor = utils::core::processorFeatures();
-  if (processor.avx2 && processor.bmi2) supported.list[supported.count++] = {"avx2", drawAvx2};
+  if (processor.avx2 && processor.bmi2) supported.add({"avx2", drawAvx2});
 #endif
-  supported.list[supported.count++] = {"portable", drawPortable};
+  supported.add({"portable", drawPortable});
   return supported;
-}
-
-const Supported& supported() noexcept {
-  static const Supported found = findSupported();
-  return found;
 }
 
 }  // namespace
 
 std::span<const SeededDrawImplementation> seededDrawImplementations() noexcept {
-  const Supported& found = supported();
-  return {found.list.data(), found.count};
+  static const Supported supported = findSupported();
+  return supported.view();
 }
 
-const SeededDrawImplementation& seededDrawImplementation() noexcept { return supported().list[0]; }
+const SeededDrawImplementation& seededDrawImplementation() noexcept {
+  return seededDrawImplementations().front();
+}
 
 int seededDraw(std::uint32_t seed, int highest) noexcept {
   return seededDrawImplementation().draw(seed, highest);

@@ -1,5 +1,6 @@
 #include "security/Sha256.h"
 
+#include "security/ImplementationList.h"
 #include "security/Sha2Rounds.h"
 #include "utils/core/ProcessorFeatures.h"
 
@@ -100,7 +101,7 @@ KORVANE_SHA_NI void compressBlocksShaNi(State& state, const unsigned char* block
 
 #endif
 
-using Supported = sha2rounds::ImplementationList<Word, 3>;
+using Supported = ImplementationList<Implementation, 3>;
 
 Supported findSupported() noexcept {
   Supported supported;

@@ -14,7 +14,6 @@
 
 #include <array>
 #include <cstddef>
-#include <span>
 
 #include "security/Sha2.h"
 #include "utils/core/Processor.h"
@@ -35,21 +34,6 @@
 #endif
 
 namespace korvane::security::sha2rounds {
-
-// The compression implementations a processor supports, best first, as a
-// kind's traits list them: filled once when first asked for.
-template <typename Word, std::size_t most>
-class ImplementationList {
- public:
-  void add(const Sha2Implementation<Word>& implementation) noexcept {
-    list_[count_++] = implementation;
-  }
-  std::span<const Sha2Implementation<Word>> view() const noexcept { return {list_.data(), count_}; }
-
- private:
-  std::array<Sha2Implementation<Word>, most> list_{};
-  std::size_t count_ = 0;
-};
 
 // One round on the working variables, with their roles rotated by the
 // caller instead of the values being shifted, so only d and h change.

@@ -1,5 +1,6 @@
 #include "security/Sha512.h"
 
+#include "security/ImplementationList.h"
 #include "security/Sha2Rounds.h"
 #include "utils/core/Processor.h"
 #include "utils/core/ProcessorFeatures.h"
@@ -234,7 +235,7 @@ KORVANE_SHA512_AVX512 void compressBlocksAvx512(State& state, const unsigned cha
 
 #endif
 
-using Supported = sha2rounds::ImplementationList<Word, 4>;
+using Supported = ImplementationList<Implementation, 4>;
 
 Supported findSupported() noexcept {
   Supported supported;
