@@ -1,69 +1,32 @@
 #include "setUserPassword/UserConfiguration.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include "setUserPassword/ConfigurationSearch.h"
-#include "utils/core/Format.h"
+#include "setUserPassword/UserList.h"
 #include "utils/io/File.h"
 #include "utils/io/FileInputStream.h"
 #include "utils/io/SystemError.h"
 #include "utils/json/decoder/Document.h"
-#include "utils/json/decoder/WrappedException.h"
-#include "utils/string/PrintableText.h"
 
 namespace korvane::setUserPassword {
 
-namespace {
-
-namespace decoder = utils::json::decoder;
-
-// One user object.
-void readUser(decoder::Value& user, UserTally& tally) {
-  int namesSeen = 0;
-  int uuidsSeen = 0;
-  bool matches = false;
-  utils::core::Uuid uuid;
-  for (decoder::Member& member : user.asObject()) {
-    if (member.name() == "UUID") {
-      uuid = member.value().toUuid();
-      ++uuidsSeen;
-      tally.countUuid(uuid);
-    } else if (member.name() == "userName") {
-      ++namesSeen;
-      const bool equal = member.value().stringEquals(tally.soughtName());
-      matches = matches || equal;
-    } else {
-      member.value().skip();
-    }
-  }
-  if (!matches) return;
-  // `message` has one placeholder, for the name sought, shown escaped.
-  const auto fail = [&](utils::core::FormatString<const std::string&> message) {
-    const std::string soughtName = utils::string::toPrintableText(tally.soughtName());
-    decoder::throwAtLocation(user.location(), utils::core::format(message, soughtName));
-  };
-  if (namesSeen > 1) fail("multiple user names specified for user \"{}\"");
-  if (uuidsSeen == 0) fail("missing user UUID in the configuration of user \"{}\"");
-  if (uuidsSeen > 1) fail("multiple UUIDs specified for user \"{}\"");
-  tally.recordMatch(uuid);
-}
-
-}  // namespace
-
 UserTally readUsers(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
-                    std::string_view userName) {
+                    std::string_view userName, SecondHalfSearch* secondHalf) {
   UserTally tally(userName);
-  decoder::Document document(stream, path);
-  for (decoder::Member& member : document.readAsObject()) {
-    if (!(member.name() == "users")) {
-      member.value().skip();
-      continue;
-    }
-    for (decoder::Value& user : member.value().asArray()) readUser(user, tally);
-  }
+  utils::json::decoder::Document document(stream, path);
+  // At the second half's boundary, its outcome completes the tally, when
+  // it has one; otherwise this pass reads on.
+  const auto tookSecondHalf = [&] {
+    return secondHalf != nullptr && secondHalf->reachedBy(document.offset()) &&
+           secondHalf->addOutcomeTo(tally);
+  };
+  utils::json::decoder::Object object = document.readAsObject();
+  if (userList::readMembers(object, tally, tookSecondHalf)) return tally;
   document.finish();
   return tally;
 }
@@ -76,7 +39,10 @@ utils::core::Uuid findUser(const std::filesystem::path& path, std::string_view u
                               std::make_error_code(std::errc::no_such_file_or_directory), true);
   }
   utils::io::FileInputStream<char> stream(std::move(*file));
-  return readUsers(stream, path, userName).result(path);
+  // Declared after the stream: stopped before the file closes.
+  const std::unique_ptr<SecondHalfSearch> secondHalf =
+      SecondHalfSearch::startFor(stream.file(), userName, path);
+  return readUsers(stream, path, userName, secondHalf.get()).result(path);
 }
 
 }  // namespace korvane::setUserPassword

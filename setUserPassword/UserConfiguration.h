@@ -10,7 +10,10 @@
 // user with several names, no UUID or several UUIDs is an error, located at
 // its object. Members not named here are skipped, whatever they hold. The
 // whole file is read, so that an error anywhere in it is reported with its
-// line and column, before the tally gives the search's outcome.
+// line and column, before the tally gives the search's outcome. A large
+// file's second half is searched at the same time on a worker, whose
+// outcome is taken only where it equals what this pass would find (see
+// SecondHalfSearch.h).
 //
 // Thread safety: reentrant.
 #pragma once
@@ -18,6 +21,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "setUserPassword/SecondHalfSearch.h"
 #include "setUserPassword/UserTally.h"
 #include "utils/core/Uuid.h"
 #include "utils/io/InputStream.h"
@@ -32,8 +36,9 @@ utils::core::Uuid findUser(const std::filesystem::path& path, std::string_view u
 
 // The tally of the whole text of `stream`, named `path` in messages, or the
 // decoder's located error (or one of the matched user's errors, located at
-// its object).
+// its object). With `secondHalf`, the search of the text from its boundary
+// on, whose outcome is taken there when it can be (see SecondHalfSearch.h).
 UserTally readUsers(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
-                    std::string_view userName);
+                    std::string_view userName, SecondHalfSearch* secondHalf = nullptr);
 
 }  // namespace korvane::setUserPassword

@@ -9,6 +9,24 @@
 
 namespace korvane::setUserPassword {
 
+bool UserTally::addRest(
+    std::size_t matches, const utils::core::Uuid& firstMatch, const utils::core::Uuid& lastMatch,
+    const std::function<std::optional<std::uint64_t>(const utils::core::Uuid&)>& occurrences) {
+  const std::size_t total = matches_ + matches;
+  // Only a single match's UUID is ever counted: no match and several
+  // matches are reported before any duplicate.
+  if (total == 1) {
+    const utils::core::Uuid chosen = matches_ == 1 ? uuid_ : firstMatch;
+    const std::optional<std::uint64_t> more = occurrences(chosen);
+    if (!more) return false;
+    if (matches_ == 0) uuidCounts_.choose(chosen);
+    uuidCounts_.addChosen(*more);
+  }
+  if (matches > 0) uuid_ = lastMatch;
+  matches_ = total;
+  return true;
+}
+
 utils::core::Uuid UserTally::result(const std::filesystem::path& path) const {
   const std::string file = utils::filesystem::toPrintable(path);
   // The name is the one given on the command line, whatever it holds.

@@ -12,7 +12,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <string_view>
 
 #include "setUserPassword/UuidCounts.h"
@@ -38,6 +41,16 @@ class UserTally {
     if (++matches_ == 1) uuidCounts_.choose(uuid);
     uuid_ = uuid;
   }
+
+  // Adds what a search of the rest of the file found, as if this tally
+  // had gone on through it: `matches` users matched there, the first with
+  // the UUID `firstMatch`, the last with `lastMatch`; `occurrences(uuid)`
+  // tells how often `uuid` occurs there, or nothing when it cannot tell
+  // exactly. Returns false, leaving the tally as it was, when the outcome
+  // needs an occurrence count that `occurrences` cannot tell.
+  bool addRest(
+      std::size_t matches, const utils::core::Uuid& firstMatch, const utils::core::Uuid& lastMatch,
+      const std::function<std::optional<std::uint64_t>(const utils::core::Uuid&)>& occurrences);
 
   // The UUID of the one matched user; throws std::runtime_error for the
   // outcomes above, naming `path` where they name the file.

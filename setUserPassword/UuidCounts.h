@@ -41,6 +41,10 @@ class UuidCounts {
   // REQUIRES: called at most once.
   void choose(const utils::core::Uuid& uuid);
 
+  // Adds `occurrences` of the chosen UUID counted elsewhere (in another
+  // part of the file). REQUIRES: choose() was called.
+  void addChosen(std::uint64_t occurrences) noexcept { count_ += occurrences; }
+
   // The occurrences of the chosen UUID among all added, before and after
   // it was chosen. REQUIRES: choose() was called.
   std::uint64_t count() const noexcept { return count_; }

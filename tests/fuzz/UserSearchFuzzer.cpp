@@ -5,6 +5,9 @@
 // so that every token is cut by a refill somewhere: both must end alike
 // (the same UUID, or the same error text with its line and column).
 //
+// It also runs in two halves, a worker reading from a boundary (past the
+// middle where there is one): the outcome must be the same.
+//
 // Then the whole search runs on an in-memory file (memfd) that it opens by
 // its /proc path, so no disk is touched. Every outcome is either a non-null
 // UUID or an exception derived from std::exception; anything else (a crash,
@@ -12,13 +15,16 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "setUserPassword/SecondHalfSearch.h"
 #include "setUserPassword/UserConfiguration.h"
 #include "tests/utils/json/MemoryStreams.h"
 
@@ -65,9 +71,40 @@ std::string searchOutcome(const std::string& content, std::size_t buffer) {
   }
 }
 
+// The search's outcome with a worker reading `content` from `boundary` on.
+std::string searchInHalves(const std::string& content, std::size_t boundary) {
+  const std::filesystem::path path = "users.json";
+  try {
+    korvane::setUserPassword::SecondHalfSearch secondHalf(
+        [rest = content.substr(boundary)](const std::atomic<bool>&) {
+          return std::make_unique<korvane::utils::json::test::MemoryInputStream>(rest, 3);
+        },
+        boundary, soughtName, path);
+    korvane::utils::json::test::MemoryInputStream stream(content);
+    return outcomeOf(korvane::setUserPassword::readUsers(stream, path, soughtName, &secondHalf),
+                     path);
+  } catch (const std::exception& error) {
+    return std::string("error ") + error.what();
+  }
+}
+
+// A boundary: the first from the middle on, else just after the first '}'.
+std::optional<std::size_t> boundaryOf(const std::string& content) {
+  const std::size_t middle = content.size() / 2;
+  const auto found = korvane::setUserPassword::SecondHalfSearch::findBoundary(
+      std::string_view(content).substr(middle));
+  if (found) return middle + *found;
+  const std::size_t close = content.find('}');
+  if (close == std::string::npos) return std::nullopt;
+  return close + 1;
+}
+
 void compareBuffers(const std::string& content) {
   const std::size_t small = 1 + content.size() % 7;
-  if (searchOutcome(content, 64 * 1024) != searchOutcome(content, small)) __builtin_trap();
+  const std::string outcome = searchOutcome(content, 64 * 1024);
+  if (outcome != searchOutcome(content, small)) __builtin_trap();
+  const std::optional<std::size_t> boundary = boundaryOf(content);
+  if (boundary && searchInHalves(content, *boundary) != outcome) __builtin_trap();
 }
 
 }  // namespace

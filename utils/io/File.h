@@ -75,6 +75,9 @@ class File {
   // terminal or a device.
   bool isRegularFile() const;
 
+  // The size of a regular file, in bytes.
+  std::uint64_t size() const;
+
   // Moves the read and write position back to the start of the file.
   // REQUIRES: isRegularFile().
   void rewind();

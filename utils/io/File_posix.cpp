@@ -94,6 +94,13 @@ bool File::isRegularFile() const {
   return ::fstat(toDescriptor(handle_), &status) == 0 && S_ISREG(status.st_mode);
 }
 
+std::uint64_t File::size() const {
+  struct stat status {};
+  if (::fstat(toDescriptor(handle_), &status) != 0)
+    throwFileError("stat", path_, lastSystemError());
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
 void File::rewind() {
   if (::lseek(toDescriptor(handle_), 0, SEEK_SET) < 0) {
     throwFileError("rewind", path_, lastSystemError());

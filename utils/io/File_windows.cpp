@@ -129,6 +129,12 @@ void File::setPermissions(std::filesystem::perms) {}
 
 bool File::isRegularFile() const { return ::GetFileType(toHandle(handle_)) == FILE_TYPE_DISK; }
 
+std::uint64_t File::size() const {
+  LARGE_INTEGER size{};
+  if (!::GetFileSizeEx(toHandle(handle_), &size)) throwFileError("stat", path_, lastSystemError());
+  return static_cast<std::uint64_t>(size.QuadPart);
+}
+
 void File::rewind() {
   LARGE_INTEGER start{};
   if (!::SetFilePointerEx(toHandle(handle_), start, nullptr, FILE_BEGIN)) {

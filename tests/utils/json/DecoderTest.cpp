@@ -881,3 +881,63 @@ TEST(DecoderTest, AppendToTakesTheWalksPlace) {
 
 }  // namespace
 }  // namespace korvane::utils::json::decoder
+
+namespace korvane::utils::json::decoder {
+namespace {
+
+// The elements and then the members that a document resumed inside a
+// member's array reads, or its error.
+std::string resumedWalk(const std::string& rest) {
+  MemoryInputStream stream(rest);
+  Document document(stream, "rest.json");
+  try {
+    auto [object, array] = document.resumeInMemberArray();
+    std::string walked;
+    for (Value& element : array) {
+      for (Member& member : element.asObject()) {
+        walked += std::string(member.name().view()) + "=" + readString(member.value()) + ";";
+      }
+      walked += "@" + std::to_string(document.offset()) + ";";
+    }
+    walked += "|";
+    for (Member& member : object) {
+      walked += std::string(member.name().view()) + ";";
+      member.value().skip();
+    }
+    document.finish();
+    return walked;
+  } catch (const std::exception& error) {
+    return std::string("error ") + error.what();
+  }
+}
+
+TEST(DecoderTest, ResumesJustAfterAnElementOfAMembersArray) {
+  EXPECT_EQ(resumedWalk(", {\"a\": \"x\"},\n{\"b\": \"y\"}], \"next\": [1, {}], \"last\": 2}\n"),
+            "a=x;@12;b=y;@24;|next;last;");
+  EXPECT_EQ(resumedWalk("]}"), "|");
+  // The item before the stream is taken as read: a first element without
+  // its separator is an error, located in the rest's own lines.
+  EXPECT_EQ(resumedWalk("{\"a\": \"x\"}]}"),
+            "error \"rest.json\", line 1, column 1: expected ',' or ']' after an array element, "
+            "found '{'");
+  EXPECT_EQ(resumedWalk("]} x"),
+            "error \"rest.json\", line 1, column 4: expected the end of the input after the "
+            "top-level value, found 'x'");
+  EXPECT_EQ(resumedWalk("], \"a\": 1"),
+            "error \"rest.json\", line 1, column 10: expected ',' or '}' after an object member, "
+            "found end of input");
+}
+
+TEST(DecoderTest, AResumedDocumentHasNoRootToTake) {
+  MemoryInputStream stream("]}");
+  Document document(stream, "rest.json");
+  (void)document.resumeInMemberArray();
+  EXPECT_THROW((void)document.root(), std::logic_error);
+  MemoryInputStream again("{}");
+  Document whole(again, "whole.json");
+  (void)whole.root();
+  EXPECT_THROW((void)whole.resumeInMemberArray(), std::logic_error);
+}
+
+}  // namespace
+}  // namespace korvane::utils::json::decoder

@@ -20,6 +20,7 @@ class Array : public detail::Walk<Array, Value> {
 
  private:
   friend class Value;
+  friend class Document;
   friend class detail::Walk<Array, Value>;
   static constexpr const char* walkName = "Array";
 

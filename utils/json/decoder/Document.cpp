@@ -24,6 +24,16 @@ Value& Document::root() {
 
 Object Document::readAsObject() { return root().asObject(); }
 
+Document::MemberArray Document::resumeInMemberArray() {
+  if (rootTaken_) {
+    throw std::logic_error(
+        "korvane::utils::json::decoder::Document: the top-level value was already taken");
+  }
+  const auto [object, array] = parser_->resumeInMemberArray();
+  rootTaken_ = true;
+  return {Object(*parser_, object), Array(*parser_, array)};
+}
+
 void Document::finish() { parser_->finish(); }
 
 }  // namespace korvane::utils::json::decoder

@@ -21,6 +21,7 @@
 // at once.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 
@@ -55,9 +56,23 @@ class Document {
   // The top-level value, of any kind. Call at most once.
   Value& root();
 
+  // The walks a document is read on with when its stream starts inside
+  // it, just after an element of an array that is the value of a member of
+  // the top-level object: the rest of that array, then the rest of that
+  // object (in this order). Call at most once, instead of root().
+  struct MemberArray {
+    Object object;
+    Array array;
+  };
+  MemberArray resumeInMemberArray();
+
   // Reads whatever is left of the document, unread, and checks that only
   // whitespace follows the top-level value.
   void finish();
+
+  // Bytes of the stream consumed so far: just after a value that has been
+  // read whole, the offset of the byte that follows it.
+  std::uint64_t offset() const noexcept { return parser_->consumed(); }
 
  private:
   std::unique_ptr<detail::Parser> parser_;

@@ -26,6 +26,7 @@ class Object : public detail::Walk<Object, Member> {
 
  private:
   friend class Value;
+  friend class Document;
   friend class detail::Walk<Object, Member>;
   static constexpr const char* walkName = "Object";
 

@@ -126,6 +126,17 @@ std::uint64_t Parser::startDocument() {
   return pending_;
 }
 
+std::pair<std::uint64_t, std::uint64_t> Parser::resumeInMemberArray() {
+  check();
+  if (started_)
+    throw std::logic_error("korvane::utils::json::decoder: the top-level value was already taken");
+  started_ = true;
+  frames_.push_back({++nextId_, FrameKind::object, true});
+  frames_.push_back({++nextId_, FrameKind::array, true});
+  containerFrames_ = 2;
+  return {nextId_ - 1, nextId_};
+}
+
 void Parser::requireValue(std::uint64_t id) const {
   if (id == 0 || pending_ != id) throw std::logic_error(movedOn);
 }

@@ -44,6 +44,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "utils/core/Uuid.h"
@@ -88,6 +89,15 @@ class Parser : private Grammar<Parser> {
   // The top-level value: skips a byte order mark and whitespace, and makes
   // the value pending. Returns its id.
   std::uint64_t startDocument();
+
+  // For a stream that starts inside a document, just after an element of
+  // an array that is the value of a member of the top-level object: opens
+  // that object and that array, both past their first item, and returns
+  // their frame ids. REQUIRES: nothing was read yet.
+  std::pair<std::uint64_t, std::uint64_t> resumeInMemberArray();
+
+  // Bytes consumed since the stream was opened.
+  std::uint64_t consumed() const noexcept { return offset(); }
 
   // REQUIRES for the operations on a value: `id` is the pending value
   // (otherwise std::logic_error).

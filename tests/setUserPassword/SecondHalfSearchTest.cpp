@@ -1,0 +1,220 @@
+// The search in two halves against the one pass: at every place a worker
+// could be started (just after each '}'), the outcome must be the one pass's,
+// error texts and locations included. Whether the worker's outcome was
+// taken is seen by giving the pass a damaged copy of the text after the
+// boundary: reading it would give another outcome.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "setUserPassword/SecondHalfSearch.h"
+#include "setUserPassword/UserConfiguration.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/utils/json/MemoryStreams.h"
+#include "utils/io/File.h"
+
+namespace korvane::setUserPassword {
+namespace {
+
+using utils::json::test::MemoryInputStream;
+
+const std::filesystem::path path = "users.json";
+constexpr std::string_view sought = "alice";
+
+std::string outcomeOf(const UserTally& tally) {
+  try {
+    return "found " + tally.result(path).toString().str();
+  } catch (const std::exception& error) {
+    return std::string("error ") + error.what();
+  }
+}
+
+std::string onePass(const std::string& text) {
+  try {
+    MemoryInputStream stream(text, 7);
+    return outcomeOf(readUsers(stream, path, sought));
+  } catch (const std::exception& error) {
+    return std::string("error ") + error.what();
+  }
+}
+
+// The pass reads `passText` while a worker reads `text` from `boundary` on.
+std::string inHalves(const std::string& passText, const std::string& text, std::size_t boundary) {
+  try {
+    SecondHalfSearch secondHalf(
+        [rest = text.substr(boundary)](const std::atomic<bool>&) {
+          return std::make_unique<MemoryInputStream>(rest, 5);
+        },
+        boundary, sought, path);
+    MemoryInputStream stream(passText, 7);
+    return outcomeOf(readUsers(stream, path, sought, &secondHalf));
+  } catch (const std::exception& error) {
+    return std::string("error ") + error.what();
+  }
+}
+
+// The text with everything after `boundary` made unreadable.
+std::string damagedAfter(const std::string& text, std::size_t boundary) {
+  return text.substr(0, boundary) + std::string(text.size() - boundary, '#');
+}
+
+// Checks every boundary of `text`; returns those where the worker's
+// outcome was taken.
+std::vector<std::size_t> checkEveryBoundary(const std::string& text) {
+  const std::string expected = onePass(text);
+  std::vector<std::size_t> taken;
+  for (std::size_t boundary = 1; boundary <= text.size(); ++boundary) {
+    if (text[boundary - 1] != '}') continue;
+    EXPECT_EQ(inHalves(text, text, boundary), expected) << "boundary " << boundary << "\n" << text;
+    if (inHalves(damagedAfter(text, boundary), text, boundary) == expected) {
+      taken.push_back(boundary);
+    }
+  }
+  return taken;
+}
+
+// Just after the object that starts at `at` (strings without escapes).
+std::size_t endOfObject(const std::string& text, std::size_t at) {
+  int depth = 0;
+  bool inString = false;
+  for (; at < text.size(); ++at) {
+    const char c = text[at];
+    if (c == '"') inString = !inString;
+    if (inString) continue;
+    if (c == '{') ++depth;
+    if (c == '}' && --depth == 0) return at + 1;
+  }
+  return text.size();
+}
+
+// The offsets just after each user object of `text`, whose users are the
+// objects that start with `{"userName"`.
+std::vector<std::size_t> userEnds(const std::string& text) {
+  std::vector<std::size_t> ends;
+  for (std::size_t at = text.find("{\"userName\""); at != std::string::npos;
+       at = text.find("{\"userName\"", at + 1)) {
+    ends.push_back(endOfObject(text, at));
+  }
+  return ends;
+}
+
+std::string user(const std::string& name, const std::string& uuid, const std::string& more = "") {
+  return "{\"userName\": \"" + name + "\", \"UUID\": \"" + uuid + "\"" + more + "}";
+}
+
+const std::string uuidA = "11111111-2222-4333-8444-555555555555";
+const std::string uuidB = "aaaaaaaa-bbbb-4ccc-8ddd-eeeeeeeeeeee";
+const std::string uuidC = "01234567-89ab-4def-8123-456789abcdef";
+const std::string uuidD = "fedcba98-7654-4321-8fed-cba987654321";
+const std::string nullUuid = "00000000-0000-0000-0000-000000000000";
+
+std::string users(const std::vector<std::string>& objects, const std::string& after = "") {
+  std::string text =
+      "{\"version\": 3, \"settings\": {\"nested\": [{}, {\"a\": [{}]}]},\n \"users\": [\n";
+  for (std::size_t i = 0; i < objects.size(); ++i) {
+    text += (i == 0 ? "  " : ",\n  ") + objects[i];
+  }
+  return text + "\n ]" + after + "}\n";
+}
+
+TEST(SecondHalfSearchTest, TakesTheWorkersOutcomeAfterEachUserWhateverTheMatch) {
+  const std::vector<std::string> texts = {
+      users({user("bob", uuidB), user("alice", uuidA), user("carol", uuidC), user("dave", uuidD)}),
+      users({user("alice", uuidA), user("bob", uuidB), user("carol", uuidC)}),
+      users({user("bob", uuidB), user("carol", uuidC), user("alice", uuidA)}),
+      // No match; two matches, one on each side; a null UUID.
+      users({user("bob", uuidB), user("carol", uuidC), user("dave", uuidD)}),
+      users({user("alice", uuidA), user("bob", uuidB), user("alice", uuidC)}),
+      users({user("bob", uuidB), user("carol", uuidC), user("alice", nullUuid)}),
+      // A second member named "users", after others.
+      users({user("bob", uuidB), user("carol", uuidC)},
+            ", \"other\": {\"x\": [{}, {}]}, \"users\": [" + user("alice", uuidA) + "]"),
+  };
+  for (const std::string& text : texts) {
+    EXPECT_EQ(checkEveryBoundary(text), userEnds(text)) << text;
+  }
+}
+
+TEST(SecondHalfSearchTest, AnErrorAfterTheBoundaryIsTheOnePasssOwn) {
+  // Each text and what its error is found at.
+  const std::vector<std::pair<std::string, std::string>> texts = {
+      {users({user("bob", uuidB), user("carol", uuidC), user("dave", uuidD, ", \"x\": tru")}),
+       "tru"},
+      {users({user("bob", uuidB), user("alice", uuidA, ", \"userName\": \"al\"")}), "\"al\""},
+      {users({user("bob", uuidB), user("alice", uuidA), user("carol", uuidC)}, ", \"x\": 1 2"),
+       "1 2"},
+      {users({user("bob", uuidB), user("carol", uuidC)}) + "x", "}\nx"},
+  };
+  for (const auto& [text, marker] : texts) {
+    ASSERT_EQ(onePass(text).rfind("error \"users.json\", line ", 0), 0u) << onePass(text);
+    // Never taken before the error: the pass reads on and finds it itself.
+    // (Past the error, the damaged copy gives the same error.)
+    const std::vector<std::size_t> taken = checkEveryBoundary(text);
+    EXPECT_TRUE(taken.empty() || taken.front() > text.find(marker)) << text;
+  }
+}
+
+TEST(SecondHalfSearchTest, AUuidTheWorkerMayHaveSeenIsCountedByThePass) {
+  // The match comes first; the worker sees its UUID again.
+  const std::string text =
+      users({user("alice", uuidA), user("bob", uuidB), user("carol", uuidA), user("dave", uuidD)});
+  EXPECT_EQ(onePass(text),
+            "error there is more than one user with UUID " + uuidA + " in the file \"users.json\"");
+  const std::vector<std::size_t> ends = userEnds(text);
+  // Taken only once the duplicate is behind the boundary.
+  EXPECT_EQ(checkEveryBoundary(text), std::vector<std::size_t>(ends.begin() + 2, ends.end()));
+}
+
+TEST(SecondHalfSearchTest, ABoundaryInsideAValueIsNeverTaken) {
+  const std::string text =
+      users({user("bob", uuidB, ", \"notes\": \"}, {\", \"g\": [{\"a\": 1}, {}]"),
+             user("alice", uuidA), user("carol", uuidC)});
+  const std::vector<std::size_t> taken = checkEveryBoundary(text);
+  EXPECT_EQ(taken, userEnds(text));
+}
+
+TEST(SecondHalfSearchTest, FindsTheFirstPlaceBetweenTwoObjects) {
+  EXPECT_EQ(SecondHalfSearch::findBoundary("ab}, {"), 3u);
+  EXPECT_EQ(SecondHalfSearch::findBoundary("} ]}, \n {\"a\": 1},{}"), 4u);
+  EXPECT_EQ(SecondHalfSearch::findBoundary("}\t,\r\n{"), 1u);
+  EXPECT_EQ(SecondHalfSearch::findBoundary("} ] , {"), std::nullopt);
+  EXPECT_EQ(SecondHalfSearch::findBoundary("}, "), std::nullopt);
+  EXPECT_EQ(SecondHalfSearch::findBoundary("}, ["), std::nullopt);
+  EXPECT_EQ(SecondHalfSearch::findBoundary(""), std::nullopt);
+}
+
+TEST(SecondHalfSearchTest, StartsOnlyForALargeFile) {
+  korvane::testing::TemporaryDirectory directory;
+  const auto small = directory.path() / "small.json";
+  korvane::testing::writeFile(small, users({user("alice", uuidA), user("bob", uuidB)}));
+  EXPECT_EQ(SecondHalfSearch::startFor(utils::io::File(small, utils::io::File::Access::read),
+                                       sought, small),
+            nullptr);
+
+  std::vector<std::string> objects;
+  std::string text;
+  for (int i = 0; text.size() < SecondHalfSearch::minimumFileSize; ++i) {
+    objects.push_back(user("user" + std::to_string(i), uuidB));
+    if (objects.size() % 1024 == 0) text = users(objects);
+  }
+  const auto large = directory.path() / "large.json";
+  korvane::testing::writeFile(large, text);
+  if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "one thread at a time here";
+  const utils::io::File file(large, utils::io::File::Access::read);
+  const auto secondHalf = SecondHalfSearch::startFor(file, sought, large);
+  ASSERT_NE(secondHalf, nullptr);
+  // Just after a user object past the middle.
+  const std::uint64_t boundary = secondHalf->boundary();
+  EXPECT_GE(boundary, text.size() / 2);
+  EXPECT_LT(boundary, text.size() / 2 + SecondHalfSearch::boundaryWindow);
+  EXPECT_EQ(text.substr(boundary - 2, 5), "\"},\n ");
+}
+
+}  // namespace
+}  // namespace korvane::setUserPassword
