@@ -78,6 +78,9 @@ class SecondHalfSearch {
   // whitespace and a '{' follow, all within `text`.
   static std::optional<std::size_t> findBoundary(std::string_view text) noexcept;
 
+  // What the worker keeps of each UUID it reads.
+  static std::uint32_t fingerprint(const utils::core::Uuid& uuid) noexcept;
+
   std::uint64_t boundary() const noexcept { return boundary_; }
 
   // Called by the pass just after each user object, with the offset it
@@ -116,7 +119,6 @@ class SecondHalfSearch {
     std::optional<std::uint64_t> occurrences(const utils::core::Uuid& uuid) const;
   };
 
-  static std::uint32_t fingerprint(const utils::core::Uuid& uuid) noexcept;
   void work() noexcept;
   // False when stopped before the end.
   bool search(utils::io::InputStream<char>& rest);

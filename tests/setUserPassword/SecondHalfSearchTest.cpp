@@ -5,11 +5,18 @@
 // boundary: reading it would give another outcome.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <memory>
+#include <random>
+#include <span>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -17,7 +24,9 @@
 #include "setUserPassword/UserConfiguration.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/utils/json/MemoryStreams.h"
+#include "utils/core/Uuid.h"
 #include "utils/io/File.h"
+#include "utils/io/InputStream.h"
 
 namespace korvane::setUserPassword {
 namespace {
@@ -177,6 +186,113 @@ TEST(SecondHalfSearchTest, ABoundaryInsideAValueIsNeverTaken) {
              user("alice", uuidA), user("carol", uuidC)});
   const std::vector<std::size_t> taken = checkEveryBoundary(text);
   EXPECT_EQ(taken, userEnds(text));
+}
+
+// Two different UUIDs whose fingerprints are equal, found among random
+// ones (in about 80,000 draws).
+std::pair<std::string, std::string> collidingUuids() {
+  std::mt19937_64 random(42);
+  std::unordered_map<std::uint32_t, utils::core::Uuid> seen;
+  for (;;) {
+    utils::core::Uuid::Bytes bytes{};
+    for (std::size_t k = 0; k < bytes.size(); k += 8) {
+      const std::uint64_t word = random();
+      std::memcpy(bytes.data() + k, &word, sizeof word);
+    }
+    const utils::core::Uuid uuid(bytes);
+    const auto [at, added] = seen.emplace(SecondHalfSearch::fingerprint(uuid), uuid);
+    if (!added && !(at->second == uuid)) {
+      return {std::string(at->second.toString().view()), std::string(uuid.toString().view())};
+    }
+  }
+}
+
+TEST(SecondHalfSearchTest, AFingerprintTheWorkerCannotTellApartIsCountedByThePass) {
+  const auto [uuidX, uuidY] = collidingUuids();
+  ASSERT_NE(uuidX, uuidY);
+  // The match first, a UUID of the same fingerprint later: the worker
+  // cannot tell whether it is a duplicate until it is behind the boundary.
+  const std::string before =
+      users({user("alice", uuidX), user("bob", uuidB), user("carol", uuidY), user("dave", uuidD)});
+  EXPECT_EQ(onePass(before), "found " + uuidX);
+  const std::vector<std::size_t> endsBefore = userEnds(before);
+  EXPECT_EQ(checkEveryBoundary(before),
+            std::vector<std::size_t>(endsBefore.begin() + 2, endsBefore.end()));
+  // The same fingerprint before the match, both after the boundary.
+  const std::string after =
+      users({user("bob", uuidB), user("carol", uuidY), user("dave", uuidD), user("alice", uuidX)});
+  EXPECT_EQ(onePass(after), "found " + uuidX);
+  const std::vector<std::size_t> endsAfter = userEnds(after);
+  EXPECT_EQ(checkEveryBoundary(after),
+            std::vector<std::size_t>(endsAfter.begin() + 1, endsAfter.end()));
+}
+
+// Whitespace without end, until the stop flag is set; counts what it gave.
+class EndlessWhitespace : public utils::io::InputStream<char> {
+ public:
+  // Ends the input after `limit` bytes, so that a worker that is never
+  // stopped still ends.
+  static constexpr std::size_t limit = std::size_t{256} << 20;
+
+  EndlessWhitespace(const std::atomic<bool>& stop, std::atomic<std::size_t>& given)
+      : stop_(stop), given_(given) {}
+
+ protected:
+  std::size_t readSome(std::span<char> into) override {
+    if (stop_) throw std::runtime_error("stopped");
+    if (given_ >= limit) return 0;
+    std::fill(into.begin(), into.end(), ' ');
+    given_ += into.size();
+    return into.size();
+  }
+
+ private:
+  const std::atomic<bool>& stop_;
+  std::atomic<std::size_t>& given_;
+};
+
+TEST(SecondHalfSearchTest, TheWorkerStopsWhenThePassIsPastTheBoundaryOrDone) {
+  for (const bool past : {true, false}) {
+    std::atomic<std::size_t> given{0};
+    {
+      SecondHalfSearch secondHalf(
+          [&given](const std::atomic<bool>& stop) {
+            return std::make_unique<EndlessWhitespace>(stop, given);
+          },
+          100, sought, path);
+      while (given == 0) std::this_thread::yield();
+      if (past) {
+        EXPECT_FALSE(secondHalf.reachedBy(101));
+      }
+    }
+    EXPECT_LT(given, EndlessWhitespace::limit);
+  }
+}
+
+TEST(SecondHalfSearchTest, ALargeFilesSecondHalfIsReadFromTheFile) {
+  korvane::testing::TemporaryDirectory directory;
+  for (const bool matchAfter : {true, false}) {
+    std::vector<std::string> objects;
+    std::string text;
+    // Some room above the least size, for the changes below.
+    for (int i = 0; text.size() < SecondHalfSearch::minimumFileSize + 4096; ++i) {
+      objects.push_back(
+          user("user" + std::to_string(i), uuidB.substr(0, 24) + std::to_string(100000000000 + i)));
+      if (objects.size() % 1024 == 0) text = users(objects);
+    }
+    objects[matchAfter ? objects.size() * 3 / 4 : objects.size() / 4] = user("alice", uuidA);
+    text = "\xEF\xBB\xBF" + users(objects);
+    const auto large = directory.path() / "large.json";
+    korvane::testing::writeFile(large, text);
+    if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "one thread at a time here";
+    const utils::io::File file(large, utils::io::File::Access::read);
+    const auto secondHalf = SecondHalfSearch::startFor(file, sought, large);
+    ASSERT_NE(secondHalf, nullptr);
+    // Taken: the pass would find no such text after the boundary.
+    MemoryInputStream stream(damagedAfter(text, secondHalf->boundary()));
+    EXPECT_EQ(outcomeOf(readUsers(stream, path, sought, secondHalf.get())), "found " + uuidA);
+    EXPECT_EQ(findUser(large, sought), *utils::core::Uuid::fromString(uuidA));
+  }
 }
 
 TEST(SecondHalfSearchTest, FindsTheFirstPlaceBetweenTwoObjects) {

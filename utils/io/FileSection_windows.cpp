@@ -1,6 +1,8 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <utility>
 
 #include "utils/io/FileSection.h"
 #include "utils/io/SystemError.h"
@@ -13,7 +15,7 @@ namespace {
 // the section reads through a handle of its own to the same open file.
 class OwnHandleReader : public FileSection::Reader {
  public:
-  explicit OwnHandleReader(const File& file) : own_(reopen(file), file.path()) {}
+  explicit OwnHandleReader(const File& file) : own_(reopen(file)) {}
 
   std::size_t readAt(std::uint64_t offset, std::span<char> into) override {
     OVERLAPPED at{};
@@ -31,11 +33,14 @@ class OwnHandleReader : public FileSection::Reader {
   }
 
  private:
-  static File::NativeHandle reopen(const File& file) {
+  static File reopen(const File& file) {
+    // The path first: once the handle exists, nothing may throw before a
+    // File owns it.
+    std::filesystem::path path = file.path();
     const HANDLE handle = ::ReOpenFile(reinterpret_cast<HANDLE>(file.nativeHandle()), GENERIC_READ,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 0);
-    if (handle == INVALID_HANDLE_VALUE) throwFileError("open", file.path(), lastSystemError());
-    return reinterpret_cast<File::NativeHandle>(handle);
+    if (handle == INVALID_HANDLE_VALUE) throwFileError("open", path, lastSystemError());
+    return File(reinterpret_cast<File::NativeHandle>(handle), std::move(path));
   }
 
   File own_;

@@ -1,8 +1,6 @@
 // FileSection: reads from its offset to the end while the File is read
 // from its own position, which the section leaves alone, and stops once
 // told to.
-#include "utils/io/FileSection.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,6 +9,7 @@
 
 #include "tests/utils/io/ScratchFile.h"
 #include "utils/io/File.h"
+#include "utils/io/FileSection.h"
 
 namespace korvane::utils::io {
 namespace {
