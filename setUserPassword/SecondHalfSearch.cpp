@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <string>
 #include <thread>
-#include <vector>
+#include <utility>
 
 #include "setUserPassword/UserList.h"
 #include "utils/io/FileSection.h"
@@ -19,6 +20,19 @@ bool isJsonWhitespace(char c) noexcept { return c == ' ' || c == '\t' || c == '\
 std::size_t skipWhitespace(std::string_view text, std::size_t at) noexcept {
   while (at < text.size() && isJsonWhitespace(text[at])) ++at;
   return at;
+}
+
+// Up to `length` bytes of `file` from `offset` on.
+std::string readWindow(const utils::io::File& file, std::uint64_t offset, std::size_t length) {
+  utils::io::FileSection window(file, offset);
+  std::string text;
+  while (text.size() < length && window.ensureBuffer()) {
+    const auto buffered = window.buffered();
+    const std::size_t take = std::min(buffered.size(), length - text.size());
+    text.append(buffered.data(), take);
+    window.consume(take);
+  }
+  return text;
 }
 
 }  // namespace
@@ -40,19 +54,7 @@ std::unique_ptr<SecondHalfSearch> SecondHalfSearch::startFor(
     const std::uint64_t size = file.size();
     if (size < minimumFileSize || std::thread::hardware_concurrency() < 2) return nullptr;
     const std::uint64_t middle = size / 2;
-    utils::io::FileSection window(file, middle);
-    std::string text(boundaryWindow, '\0');
-    std::size_t got = 0;
-    while (got < text.size()) {
-      window.ensureBuffer();
-      const auto buffered = window.buffered();
-      if (buffered.empty()) break;
-      const std::size_t take = std::min(buffered.size(), text.size() - got);
-      std::memcpy(text.data() + got, buffered.data(), take);
-      window.consume(take);
-      got += take;
-    }
-    text.resize(got);
+    const std::string text = readWindow(file, middle, boundaryWindow);
     const std::optional<std::size_t> boundary = findBoundary(text);
     if (!boundary) return nullptr;
     const std::uint64_t at = middle + *boundary;

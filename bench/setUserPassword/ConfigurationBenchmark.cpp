@@ -1,9 +1,10 @@
 // configurationBenchmark: the tool's own work on large installations, with
 // RapidJSON's SAX reader and writer as the reference:
 //   find user:           findUser() over a users file (one pass of the
-//                        decoder, counting every UUID for the duplicate
-//                        test) against a RapidJSON scan that only looks for
-//                        the name;
+//                        decoder, a large file's second half on a second
+//                        thread at the same time, counting every UUID for
+//                        the duplicate test) against a RapidJSON scan that
+//                        only looks for the name;
 //   read + set + write:  PasswordFile rewrite() of the last user's hash
 //                        (the file copied member by member into the
 //                        temporary file, flush to disk, rename) against a
