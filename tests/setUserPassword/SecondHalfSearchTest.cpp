@@ -113,6 +113,12 @@ std::vector<std::size_t> userEnds(const std::string& text) {
   return ends;
 }
 
+// The same from the `first`-th user object on.
+std::vector<std::size_t> userEndsFrom(const std::string& text, std::size_t first) {
+  const std::vector<std::size_t> ends = userEnds(text);
+  return {ends.begin() + static_cast<std::ptrdiff_t>(first), ends.end()};
+}
+
 std::string user(const std::string& name, const std::string& uuid, const std::string& more = "") {
   return "{\"userName\": \"" + name + "\", \"UUID\": \"" + uuid + "\"" + more + "}";
 }
@@ -175,9 +181,8 @@ TEST(SecondHalfSearchTest, AUuidTheWorkerMayHaveSeenIsCountedByThePass) {
       users({user("alice", uuidA), user("bob", uuidB), user("carol", uuidA), user("dave", uuidD)});
   EXPECT_EQ(onePass(text),
             "error there is more than one user with UUID " + uuidA + " in the file \"users.json\"");
-  const std::vector<std::size_t> ends = userEnds(text);
   // Taken only once the duplicate is behind the boundary.
-  EXPECT_EQ(checkEveryBoundary(text), std::vector<std::size_t>(ends.begin() + 2, ends.end()));
+  EXPECT_EQ(checkEveryBoundary(text), userEndsFrom(text, 2));
 }
 
 TEST(SecondHalfSearchTest, ABoundaryInsideAValueIsNeverTaken) {
@@ -215,16 +220,12 @@ TEST(SecondHalfSearchTest, AFingerprintTheWorkerCannotTellApartIsCountedByThePas
   const std::string before =
       users({user("alice", uuidX), user("bob", uuidB), user("carol", uuidY), user("dave", uuidD)});
   EXPECT_EQ(onePass(before), "found " + uuidX);
-  const std::vector<std::size_t> endsBefore = userEnds(before);
-  EXPECT_EQ(checkEveryBoundary(before),
-            std::vector<std::size_t>(endsBefore.begin() + 2, endsBefore.end()));
+  EXPECT_EQ(checkEveryBoundary(before), userEndsFrom(before, 2));
   // The same fingerprint before the match, both after the boundary.
   const std::string after =
       users({user("bob", uuidB), user("carol", uuidY), user("dave", uuidD), user("alice", uuidX)});
   EXPECT_EQ(onePass(after), "found " + uuidX);
-  const std::vector<std::size_t> endsAfter = userEnds(after);
-  EXPECT_EQ(checkEveryBoundary(after),
-            std::vector<std::size_t>(endsAfter.begin() + 1, endsAfter.end()));
+  EXPECT_EQ(checkEveryBoundary(after), userEndsFrom(after, 1));
 }
 
 // Whitespace without end, until the stop flag is set; counts what it gave.
