@@ -132,12 +132,12 @@ Subject digestSubject(const EVP_MD* md, std::size_t length, double goal) {
 
 void runOwn(benchmark::State& state, const Subject& subject, std::size_t bytes) {
   for (auto _ : state) subject.own();
-  if (bytes > 0) state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
+  if (bytes > 0) state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
 }
 
 void runReference(benchmark::State& state, const Subject& subject, std::size_t bytes) {
   for (auto _ : state) subject.reference();
-  if (bytes > 0) state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
+  if (bytes > 0) state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
 }
 
 void runPaired(benchmark::State& state, const Subject& subject) {
@@ -211,7 +211,7 @@ void registerSubject(const std::string& name, const std::string& referenceName,
 }
 
 void registerAll() {
-  for (const std::size_t keyLength : {28, 64, 200}) {
+  for (const std::size_t keyLength : {28U, 64U, 200U}) {
     for (const int tag : {6, 5}) {
       std::string name = tag == 6 ? "sha512Crypt/key" : "sha256Crypt/key";
       name += std::to_string(keyLength);
@@ -221,7 +221,7 @@ void registerAll() {
       }
     }
   }
-  for (const std::size_t length : {128, 16384}) {
+  for (const std::size_t length : {128U, 16384U}) {
     const std::string size = std::to_string(length);
     registerSubject(
         "sha512/" + size, "openssl",

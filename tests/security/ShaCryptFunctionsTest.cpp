@@ -219,7 +219,7 @@ TEST(ShaCryptFunctionsTest, SaltsAreUsedInFull) {
     EXPECT_EQ(hash.substr(3, salt.size() + 1), std::string(salt) + "$");
   }
   // Salt lengths around the digest length.
-  for (const std::size_t length : {31, 32, 33, 63, 64, 65, 129}) {
+  for (const std::size_t length : {31U, 32U, 33U, 63U, 64U, 65U, 129U}) {
     const std::string longSalt(length, 's');
     EXPECT_EQ(callCrypt(5, "k", longSalt, 1000, false, 256),
               reference(5, "k", longSalt, 1000, false));

@@ -134,8 +134,9 @@ TEST_F(PasswordFileTest, ManyEntriesAndHugeValuesSurviveARewriteByteForByte) {
   // Many members, with values longer than the stream's buffer among them.
   std::string text = "{\n  \"$schema\": \"s\"";
   for (int i = 0; i < 30000; ++i) {
-    const std::string value =
-        i % 9999 == 5 ? std::string(1500000 + i, 'v') : "$6$" + std::to_string(i);
+    const std::string value = i % 9999 == 5
+                                  ? std::string(static_cast<std::size_t>(1500000 + i), 'v')
+                                  : "$6$" + std::to_string(i);
     text += ",\n  \"name " + std::to_string(i) + "\": \"" + value + "\"";
   }
   text += ",\n  \"11111111-2222-4333-8444-555555555555\": \"old\"\n}\n";
@@ -311,7 +312,7 @@ std::string passwordsText(int count) {
       "{\n  \"$schema\": \"https://docs.korvane.com/korvane/schema-korvane-passwords.json\"";
   for (int i = 1; i <= count; ++i) {
     text += utils::core::format(",\n  \"{:08x}-1111-4222-8333-{:012x}\": \"$6${:016x}${}\"",
-                                i * 2654435761u, i, i,
+                                static_cast<unsigned>(i) * 2654435761U, i, i,
                                 std::string(86, static_cast<char>('a' + i % 26)));
   }
   text +=

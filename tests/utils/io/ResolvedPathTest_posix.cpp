@@ -184,7 +184,7 @@ TEST(ResolvedPathTest, ALinkInAFolderThatOthersCanWriteIsNotFollowed) {
   writeFile(file, "{}");
   const auto link = directory.path() / "passwords.json";
   std::filesystem::create_symlink(file, link);
-  for (const mode_t mode : {0775, 0757, 0777, 01777}) {
+  for (const mode_t mode : {0775U, 0757U, 0777U, 01777U}) {
     SCOPED_TRACE(mode);
     ASSERT_EQ(::chmod(directory.path().c_str(), mode), 0);
     try {
