@@ -13,9 +13,10 @@
 // the tool first in one round and last in the next, so that neither gains
 // from its place (a process that follows another one finds the caches and
 // the processor's state as that one left them).
-// Then one user with a password file that also holds a 200 MB string, and
-// last the start-up alone: KorvanePassword -Version against mkpasswd
-// --version, in turn, each first every other round.
+// Then one user with a password file that also holds a 200 MB string, the
+// start-up alone: KorvanePassword -Version against mkpasswd --version, in
+// turn, each first every other round, and last where a one-user run's CPU
+// goes (the run with and without its strength estimate, and mkpasswd).
 // Every figure is the median over the rounds of whole processes: wall clock,
 // CPU (user + system), page faults (minor + major), peak resident memory.
 // Prints a table per size, the cost per added user (slope from 100,000 to
@@ -217,11 +218,14 @@ void checkChanged(std::string& previous, const std::optional<std::string>& curre
 
 std::string passwordLine() { return std::string(password) + '\n'; }
 
-ProcessCost runTool(const Programs& programs, Installation& installation) {
-  const ProcessCost cost =
-      checkedRun({programs.tool, "-Users", installation.users().string(), "-Passwords",
-                  installation.passwords().string(), installation.userName},
-                 passwordLine(), installation);
+// `options` go before the user's name.
+ProcessCost runTool(const Programs& programs, Installation& installation,
+                    const std::vector<std::string>& options = {}) {
+  std::vector<std::string> argv{programs.tool, "-Users", installation.users().string(),
+                                "-Passwords", installation.passwords().string()};
+  argv.insert(argv.end(), options.begin(), options.end());
+  argv.push_back(installation.userName);
+  const ProcessCost cost = checkedRun(argv, passwordLine(), installation);
   checkChanged(installation.toolHash, toolHashIn(installation), "the tool", installation);
   return cost;
 }
@@ -410,6 +414,48 @@ std::pair<ProcessCost, ProcessCost> measureStartUp(const Programs& programs, con
   return costs;
 }
 
+// Where a one-user run's CPU goes, in turn round by round: the whole run,
+// the same without the strength estimate (-DontRejectInsecurePasswords
+// skips it) and mkpasswd's hash, the goal's reference. The start-up is
+// the -Version row above. Only printed: it explains the goal, it is none.
+void measureOneUserParts(const Programs& programs, const fs::path& base, int chosenRounds) {
+  const BenchmarkFolder folder("scaling-one-user-parts", base);
+  Installation installation{folder.path(), userName(1), uuidText(1), {}, {}};
+  generateUsers(installation.users(), 1);
+  generatePasswords(installation.passwords(), 1);
+  const auto first = toolHashIn(installation);
+  if (!first) throw std::runtime_error("the generated password file lacks the user's entry");
+  installation.toolHash = *first;
+  const std::vector<std::string> withoutEstimate{"-DontRejectInsecurePasswords"};
+  const int rounds = roundsFor(1, chosenRounds);
+  std::vector<ProcessCost> whole;
+  std::vector<ProcessCost> unestimated;
+  std::vector<ProcessCost> mkpasswd;
+  for (int round = 0; round < rounds; ++round) {
+    const bool toolFirst = round % 2 == 0;
+    if (toolFirst) whole.push_back(runTool(programs, installation));
+    unestimated.push_back(runTool(programs, installation, withoutEstimate));
+    mkpasswd.push_back(
+        checkedRun({programs.mkpasswd, "-m", "sha-512", "-s"}, passwordLine(), installation));
+    if (!toolFirst) whole.push_back(runTool(programs, installation));
+  }
+  const ProcessCost wholeCost = medianCost(whole);
+  const ProcessCost unestimatedCost = medianCost(unestimated);
+  const ProcessCost mkpasswdCost = medianCost(mkpasswd);
+  std::printf("\n1 user, where the CPU goes; median of %d rounds\n", rounds);
+  printHeader();
+  printRow("KorvanePassword", wholeCost);
+  printRow("  -DontRejectInsecurePasswords", unestimatedCost);
+  printRow("mkpasswd -m sha-512 -s", mkpasswdCost);
+  std::printf(
+      "  the strength estimate: %.2f ms CPU, %lld page faults; without it, tool CPU / mkpasswd "
+      "CPU = %.2f\n",
+      wholeCost.cpuMs - unestimatedCost.cpuMs,
+      static_cast<long long>(wholeCost.faults) - static_cast<long long>(unestimatedCost.faults),
+      unestimatedCost.cpuMs / mkpasswdCost.cpuMs);
+  std::fflush(stdout);
+}
+
 const SizeResult& resultFor(const std::vector<SizeResult>& results, std::uint64_t users) {
   for (const SizeResult& result : results) {
     if (result.users == users) return result;
@@ -527,6 +573,7 @@ int run(const Programs& programs, int chosenRounds) {
   }
   const CaseCosts padded = measurePadded(programs, base, chosenRounds);
   const std::pair<ProcessCost, ProcessCost> startUp = measureStartUp(programs, base, chosenRounds);
+  measureOneUserParts(programs, base, chosenRounds);
   printGrowth(results);
   printGoals(results, padded, startUp);
   return 0;
