@@ -418,14 +418,10 @@ std::pair<ProcessCost, ProcessCost> measureStartUp(const Programs& programs, con
 // the same without the strength estimate (-DontRejectInsecurePasswords
 // skips it) and mkpasswd's hash, the goal's reference. The start-up is
 // the -Version row above. Only printed: it explains the goal, it is none.
-void measureOneUserParts(const Programs& programs, const fs::path& base, int chosenRounds) {
+void measureOneUserParts(const Programs& programs, const fs::path& base, int chosenRounds,
+                         const std::string& hash) {
   const BenchmarkFolder folder("scaling-one-user-parts", base);
-  Installation installation{folder.path(), userName(1), uuidText(1), {}, {}};
-  generateUsers(installation.users(), 1);
-  generatePasswords(installation.passwords(), 1);
-  const auto first = toolHashIn(installation);
-  if (!first) throw std::runtime_error("the generated password file lacks the user's entry");
-  installation.toolHash = *first;
+  Installation installation = makeInstallation(folder.path(), 1, hash);
   const std::vector<std::string> withoutEstimate{"-DontRejectInsecurePasswords"};
   const int rounds = roundsFor(1, chosenRounds);
   std::vector<ProcessCost> whole;
@@ -573,7 +569,7 @@ int run(const Programs& programs, int chosenRounds) {
   }
   const CaseCosts padded = measurePadded(programs, base, chosenRounds);
   const std::pair<ProcessCost, ProcessCost> startUp = measureStartUp(programs, base, chosenRounds);
-  measureOneUserParts(programs, base, chosenRounds);
+  measureOneUserParts(programs, base, chosenRounds, hash);
   printGrowth(results);
   printGoals(results, padded, startUp);
   return 0;
