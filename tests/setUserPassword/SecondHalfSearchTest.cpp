@@ -138,6 +138,19 @@ std::string users(const std::vector<std::string>& objects, const std::string& af
   return text + "\n ]" + after + "}\n";
 }
 
+// User objects "user0", "user1", ..., with the UUIDs `uuidOf` gives, until
+// users() of them is at least `size` bytes long.
+template <typename UuidOf>
+std::vector<std::string> usersOfAtLeast(std::size_t size, UuidOf uuidOf) {
+  std::vector<std::string> objects;
+  std::string text;
+  for (int i = 0; text.size() < size; ++i) {
+    objects.push_back(user("user" + std::to_string(i), uuidOf(i)));
+    if (objects.size() % 1024 == 0) text = users(objects);
+  }
+  return objects;
+}
+
 TEST(SecondHalfSearchTest, TakesTheWorkersOutcomeAfterEachUserWhateverTheMatch) {
   const std::vector<std::string> texts = {
       users({user("bob", uuidB), user("alice", uuidA), user("carol", uuidC), user("dave", uuidD)}),
@@ -273,16 +286,12 @@ TEST(SecondHalfSearchTest, TheWorkerStopsWhenThePassIsPastTheBoundaryOrDone) {
 TEST(SecondHalfSearchTest, ALargeFilesSecondHalfIsReadFromTheFile) {
   korvane::testing::TemporaryDirectory directory;
   for (const bool matchAfter : {true, false}) {
-    std::vector<std::string> objects;
-    std::string text;
     // Some room above the least size, for the changes below.
-    for (int i = 0; text.size() < SecondHalfSearch::minimumFileSize + 4096; ++i) {
-      objects.push_back(
-          user("user" + std::to_string(i), uuidB.substr(0, 24) + std::to_string(100000000000 + i)));
-      if (objects.size() % 1024 == 0) text = users(objects);
-    }
+    std::vector<std::string> objects = usersOfAtLeast(
+        SecondHalfSearch::minimumFileSize + 4096,
+        [](int i) { return uuidB.substr(0, 24) + std::to_string(100000000000 + i); });
     objects[matchAfter ? objects.size() * 3 / 4 : objects.size() / 4] = user("alice", uuidA);
-    text = "\xEF\xBB\xBF" + users(objects);
+    const std::string text = "\xEF\xBB\xBF" + users(objects);
     const auto large = directory.path() / "large.json";
     korvane::testing::writeFile(large, text);
     if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "one thread at a time here";
@@ -314,12 +323,8 @@ TEST(SecondHalfSearchTest, StartsOnlyForALargeFile) {
                                        sought, small),
             nullptr);
 
-  std::vector<std::string> objects;
-  std::string text;
-  for (int i = 0; text.size() < SecondHalfSearch::minimumFileSize; ++i) {
-    objects.push_back(user("user" + std::to_string(i), uuidB));
-    if (objects.size() % 1024 == 0) text = users(objects);
-  }
+  const std::string text =
+      users(usersOfAtLeast(SecondHalfSearch::minimumFileSize, [](int) { return uuidB; }));
   const auto large = directory.path() / "large.json";
   korvane::testing::writeFile(large, text);
   if (std::thread::hardware_concurrency() < 2) GTEST_SKIP() << "one thread at a time here";
