@@ -2,6 +2,7 @@
 
 #include "security/ImplementationList.h"
 #include "security/Sha2Rounds.h"
+#include "security/Sha512Avx512.h"
 #include "utils/core/Processor.h"
 #include "utils/core/ProcessorFeatures.h"
 
@@ -129,12 +130,8 @@ __attribute__((target("bmi2"))) void compressBlocksBmi2(State& state, const unsi
 // read its prepared words. That halves the vector work per block. The
 // pairs of schedule words go through a ring of eight in scratch[160, 192),
 // the words plus round constants of the first block to scratch[0, 80),
-// the second's to scratch[80, 160).
-//
-// Compiled for AVX-512 as well (its 256-bit forms), the compiler turns
-// each rotation's two shifts and or into one vprorq and each three-way
-// exclusive or into one vpternlogq, halving the schedule's instructions
-// once more.
+// the second's to scratch[80, 160). (With AVX-512 the same plan runs as
+// assembly, Sha512Avx512.cpp.)
 
 #define KORVANE_SHA512_AVX2_PART __attribute__((target("avx2"))) inline
 
@@ -217,19 +214,12 @@ KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t,
 }
 
 #define KORVANE_SHA512_AVX2 __attribute__((target("avx2,bmi2")))
-#define KORVANE_SHA512_AVX512 __attribute__((target("avx512f,avx512vl,avx2,bmi2")))
 
 KORVANE_SHA512_AVX2 void compressBlocksAvx2(State& state, const unsigned char* blocks,
                                             std::size_t blockCount, Word* scratch) noexcept {
   compressPairs(state, blocks, blockCount, scratch);
 }
 
-KORVANE_SHA512_AVX512 void compressBlocksAvx512(State& state, const unsigned char* blocks,
-                                                std::size_t blockCount, Word* scratch) noexcept {
-  compressPairs(state, blocks, blockCount, scratch);
-}
-
-#undef KORVANE_SHA512_AVX512
 #undef KORVANE_SHA512_AVX2
 #undef KORVANE_SHA512_AVX2_PART
 
@@ -241,9 +231,12 @@ Supported findSupported() noexcept {
   Supported supported;
 #if KORVANE_SHA2_X86_VARIANTS
   const utils::core::ProcessorFeatures& processor = utils::core::processorFeatures();
-  if (processor.avx512f && processor.avx512vl && processor.bmi2) {
+#if KORVANE_SHA512_AVX512_ASSEMBLY
+  if (processor.avx512f && processor.avx512vl && processor.avx512bw && processor.bmi1 &&
+      processor.bmi2) {
     supported.add({"avx512", compressBlocksAvx512});
   }
+#endif
   if (processor.avx2 && processor.bmi2) {
     supported.add({"avx2", compressBlocksAvx2});
   }

@@ -43,9 +43,11 @@ ProcessorFeatures detect() noexcept {
   features.ssse3 = CPU_FEATURE_ACTIVE(SSSE3);
   features.sse41 = CPU_FEATURE_ACTIVE(SSE4_1);
   features.avx2 = CPU_FEATURE_ACTIVE(AVX2);
+  features.bmi1 = CPU_FEATURE_ACTIVE(BMI1);
   features.bmi2 = CPU_FEATURE_ACTIVE(BMI2);
   features.avx512f = features.avx2 && CPU_FEATURE_ACTIVE(AVX512F);
   features.avx512vl = features.avx512f && CPU_FEATURE_ACTIVE(AVX512VL);
+  features.avx512bw = features.avx512f && CPU_FEATURE_ACTIVE(AVX512BW);
   features.sha = CPU_FEATURE_ACTIVE(SHA);
   return features;
 }
@@ -76,9 +78,11 @@ ProcessorFeatures detect() noexcept {
   const bool avx512State = avxState && (saved & 0xE6) == 0xE6;
   if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0) return features;
   features.avx2 = avxState && bit(ebx, 5);
+  features.bmi1 = bit(ebx, 3);
   features.bmi2 = bit(ebx, 8);
   features.avx512f = avx512State && bit(ebx, 16);
   features.avx512vl = features.avx512f && bit(ebx, 31);
+  features.avx512bw = features.avx512f && bit(ebx, 30);
   features.sha = bit(ebx, 29);
   return features;
 }

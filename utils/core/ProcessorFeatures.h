@@ -20,9 +20,11 @@ struct ProcessorFeatures {
   bool ssse3 = false;
   bool sse41 = false;
   bool avx2 = false;  // with the vector registers' state saved by the system
+  bool bmi1 = false;
   bool bmi2 = false;
   bool avx512f = false;  // likewise for the 512-bit registers
   bool avx512vl = false;
+  bool avx512bw = false;
   bool sha = false;  // the SHA-1/SHA-256 instructions
 };
 
