@@ -130,8 +130,9 @@ __attribute__((target("bmi2"))) void compressBlocksBmi2(State& state, const unsi
 // read its prepared words. That halves the vector work per block. The
 // pairs of schedule words go through a ring of eight in scratch[160, 192),
 // the words plus round constants of the first block to scratch[0, 80),
-// the second's to scratch[80, 160). (With AVX-512 the same plan runs as
-// assembly, Sha512Avx512.cpp.)
+// the second's to scratch[80, 160). An odd last block goes alone, with
+// the SSE2 schedule. (Processors with AVX-512 run Sha512Avx512.cpp's
+// assembly instead.)
 
 #define KORVANE_SHA512_AVX2_PART __attribute__((target("avx2"))) inline
 
@@ -203,24 +204,16 @@ KORVANE_SHA512_AVX2_PART void expandPair256(Word* scratch, std::size_t t,
   sha2rounds::compressScheduled<Sha512Traits>(state, scratch + 80);
 }
 
-[[gnu::always_inline]] KORVANE_SHA512_AVX2_PART void compressPairs(State& state,
-                                                                   const unsigned char* blocks,
-                                                                   std::size_t blockCount,
-                                                                   Word* scratch) noexcept {
+__attribute__((target("avx2,bmi2"))) void compressBlocksAvx2(State& state,
+                                                             const unsigned char* blocks,
+                                                             std::size_t blockCount,
+                                                             Word* scratch) noexcept {
   for (; blockCount >= 2; blockCount -= 2, blocks += 2 * Sha512::blockLength) {
     compressTwo(state, blocks, scratch);
   }
   if (blockCount > 0) compressSse2(state, blocks, 1, scratch);
 }
 
-#define KORVANE_SHA512_AVX2 __attribute__((target("avx2,bmi2")))
-
-KORVANE_SHA512_AVX2 void compressBlocksAvx2(State& state, const unsigned char* blocks,
-                                            std::size_t blockCount, Word* scratch) noexcept {
-  compressPairs(state, blocks, blockCount, scratch);
-}
-
-#undef KORVANE_SHA512_AVX2
 #undef KORVANE_SHA512_AVX2_PART
 
 #endif

@@ -6,10 +6,10 @@
 // The compression expands the message schedule with vector instructions
 // beside the scalar rounds. Where the processor has AVX2 (and BMI2), it
 // takes blocks two at a time and expands both schedules at once in 256-bit
-// registers; where it also has AVX-512, that runs as assembly laid out by
-// hand (Sha512Avx512.h). Else it expands one block's schedule with SSE2
-// (part of every x86-64 processor), compiled with or without BMI2. The
-// choice is made at run time (Sha512.cpp).
+// registers; where it also has AVX-512 (F, VL and BW) and BMI1, that runs
+// as assembly laid out by hand (Sha512Avx512.h). Else it expands one
+// block's schedule with SSE2 (part of every x86-64 processor), compiled
+// with or without BMI2. The choice is made at run time (Sha512.cpp).
 //
 // Thread safety: as Sha2.
 #pragma once

@@ -1,6 +1,6 @@
 // The SHA-512 compression for x86-64 processors with AVX-512 (F, VL and
 // BW), BMI1 and BMI2, written as inline assembly: with compiled rounds the
-// compiler's choice of registers and order left it 5 to 8% slower than the
+// compiler's choice of registers and order left it 4 to 8% slower than the
 // same instructions laid out by hand, and which rounds it spilled changed
 // with unrelated code. Sha512.cpp offers it where the processor has these
 // extensions (KORVANE_SHA512_AVX512_ASSEMBLY is 1 where it is built: GCC
