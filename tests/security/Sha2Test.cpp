@@ -14,6 +14,7 @@
 
 #include "security/Sha256.h"
 #include "security/Sha512.h"
+#include "utils/core/ProcessorFeatures.h"
 
 namespace korvane::security {
 namespace {
@@ -336,6 +337,25 @@ TEST(Sha2Test, ProcessorsWithShaInstructionsUseThem) {
     EXPECT_EQ(std::string_view(implementations.front().name), "sha-ni");
   }
 #endif
+}
+
+TEST(Sha2Test, Sha512OffersEveryVariantThisProcessorCanRun) {
+  // The variants in name only, best first: a variant dropped from the list
+  // would pass every comparison above and only run slower.
+  std::vector<std::string_view> expected;
+#if (defined(__GNUC__) || defined(__clang__)) && defined(__x86_64__)
+  const utils::core::ProcessorFeatures& processor = utils::core::processorFeatures();
+  if (processor.avx512f && processor.avx512vl && processor.avx512bw && processor.bmi1 &&
+      processor.bmi2) {
+    expected.push_back("avx512");
+  }
+  if (processor.avx2 && processor.bmi2) expected.push_back("avx2");
+  if (processor.bmi2) expected.push_back("bmi2");
+#endif
+  expected.push_back("portable");
+  std::vector<std::string_view> names;
+  for (const auto& implementation : Sha512::implementations()) names.push_back(implementation.name);
+  EXPECT_EQ(names, expected);
 }
 
 }  // namespace
