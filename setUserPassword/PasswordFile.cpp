@@ -69,16 +69,25 @@ class ChangedCopy {
 
   // One member of the old file, which must have a string value.
   void add(decoder::Member& member) {
-    decoder::String value = member.value().asString();
+    decoder::Value& value = member.value();
     const std::string_view name = member.name().view();
+    // The usual value, a plain string whole in the buffer, is read first
+    // and in one step; any other is read after its name is written, in
+    // pieces, so that it passes in constant memory.
+    const std::optional<std::string_view> plain = value.takePlainString();
     if (entryName_.matches(name)) {
       if (change_.hash && !found_) write([&] { object_.add(name, *change_.hash); });
       found_ = true;
-      value.forEachPiece([](std::string_view, bool) {});
+      if (!plain) value.asString().forEachPiece([](std::string_view, bool) {});
       return;
     }
-    write([&] { object_.beginMember(name, escapeFor(member.name().escaped())); });
-    value.forEachPiece([&](std::string_view piece, bool escaped) {
+    const encoder::Object::Escape nameEscape = escapeFor(member.name().escaped());
+    if (plain) {
+      write([&] { object_.add(name, *plain, nameEscape); });
+      return;
+    }
+    write([&] { object_.beginMember(name, nameEscape); });
+    value.asString().forEachPiece([&](std::string_view piece, bool escaped) {
       write([&] { object_.appendToValue(piece, escapeFor(escaped)); });
     });
     write([&] { object_.endMember(); });
@@ -196,7 +205,8 @@ void PasswordFile::copy(utils::io::InputStream<char>& stream, const std::filesys
   decoder::Document document(stream, path);
   if (change == nullptr || out == nullptr) {
     for (decoder::Member& member : document.readAsObject()) {
-      member.value().asString().forEachPiece([](std::string_view, bool) {});
+      decoder::Value& value = member.value();
+      if (!value.takePlainString()) value.asString().forEachPiece([](std::string_view, bool) {});
     }
     document.finish();
     return;

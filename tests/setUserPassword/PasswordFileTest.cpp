@@ -339,7 +339,7 @@ TEST_F(PasswordFileTest, EscapesAreDecodedAndErrorsLocated) {
        {R"({"a": "x\/y"})", R"({"\u0061": "b"})", R"({"a": 1})", R"({"a": {}})", R"({"a": []})",
         R"({"a": true})", R"({"a": null})", R"({"a": "b",})", R"([])", R"({"a": "b"} x)", "",
         "\xEF\xBB\xBF", "{\"a\": \"\x01\"}", "{\"a\": \"\xC3\"}",
-        R"({"\"q\"": "\u0022 \u0001 \\ \n"})"}) {
+        R"({"\"q\"": "\u0022 \u0001 \\ \n"})", R"({"\"q\"": "plain", "n\u000a": "v"})"}) {
     expectCopyAgrees(content, content);
   }
   // Rewritten through rewrite(), the escaped values are decoded, and

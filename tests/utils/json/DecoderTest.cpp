@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <list>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -395,6 +397,8 @@ TEST(DecoderTest, TypeErrorsAreLocatedExceptions) {
             "\"t.json\", line 1, column 7: expected an object, found an array");
   EXPECT_EQ(error("{\"a\": 1}", [](Value& v) { v.asString(); }),
             "\"t.json\", line 1, column 7: expected a string, found a number");
+  EXPECT_EQ(error("{\"a\": 1}", [](Value& v) { (void)v.takePlainString(); }),
+            "\"t.json\", line 1, column 7: expected a string, found a number");
   EXPECT_EQ(error("{\"a\": {}}", [](Value& v) { v.asArray(); }),
             "\"t.json\", line 1, column 7: expected an array, found an object");
   EXPECT_EQ(error("{\"a\": null}", [](Value& v) { v.toUuid(); }),
@@ -679,6 +683,42 @@ TEST(DecoderTest, StringEqualsComparesTheDecodedText) {
                                                ": expected a string, found a number");
     }
     EXPECT_EQ(equal, (std::vector<bool>{true, true, false, false, true, true, true})) << size;
+  }
+}
+
+// A plain string whole in the buffer is taken in one step; any other, one
+// with an escape, a non-ASCII character, or one the buffer does not hold
+// whole, is left unread and reads as usual. Either way the text is the
+// same, and a string taken is consumed.
+TEST(DecoderTest, APlainStringIsTakenWholeAndAnyOtherIsLeftUnread) {
+  const std::string longText(70000, 'q');
+  const std::string json = "[\"plain text\", \"a\\nb\", \"caf\xC3\xA9\", \"\", \"" + longText +
+                           "\", \"x\\u0041\", \"last\"]";
+  const std::vector<std::string> texts{"plain text", "a\nb", "caf\xC3\xA9", "",
+                                       longText,     "xA",   "last"};
+  for (const std::size_t size : {std::size_t{1}, std::size_t{7}, std::size_t{64 * 1024}}) {
+    MemoryInputStream stream(json, size);
+    Document document(stream, "t.json");
+    std::vector<std::string> read;
+    std::string taken;
+    for (Value& element : document.root().asArray()) {
+      if (const std::optional<std::string_view> plain = element.takePlainString()) {
+        read.emplace_back(*plain);
+        taken += 'T';
+        EXPECT_THROW(element.asString(), std::logic_error);
+      } else {
+        read.push_back(readString(element));
+        taken += '-';
+      }
+    }
+    document.finish();
+    EXPECT_TRUE(read == texts) << size;
+    if (size == 64 * 1024) {
+      EXPECT_EQ(taken, "T--T--T");
+    }
+    if (size == 1) {
+      EXPECT_EQ(taken, "-------");
+    }
   }
 }
 

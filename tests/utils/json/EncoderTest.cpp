@@ -107,6 +107,29 @@ TEST(EncoderTest, ValueInPiecesIsTheWholeValue) {
   }
 }
 
+// A member whose name and value need no escape, written in one call, is
+// the same bytes as add() writes; with Escape::needed, both are escaped.
+TEST(EncoderTest, MemberWithoutEscapesIsWhatAddWrites) {
+  for (const Format format : {Format::indented, Format::compact}) {
+    const std::string expected =
+        encode({{"a", "x"}, {"0123-abcd", "$6$salt$hash"}, {"q\"", "v\n"}}, format);
+    MemoryOutputStream stream(5);
+    {
+      Document document(stream, format);
+      Object object = document.asObject();
+      object.add("a", "x", Object::Escape::none);
+      object.add("0123-abcd", "$6$salt$hash", Object::Escape::none);
+      object.add("q\"", "v\n", Object::Escape::needed);
+    }
+    EXPECT_EQ(stream.text(), expected);
+  }
+  MemoryOutputStream stream;
+  Document document(stream, Format::compact);
+  Object object = document.asObject();
+  object.beginMember("a");
+  EXPECT_THROW(object.add("b", "c", Object::Escape::none), std::logic_error);
+}
+
 TEST(EncoderTest, MembersInPiecesRefuseMisuse) {
   MemoryOutputStream stream;
   Document document(stream, Format::compact);

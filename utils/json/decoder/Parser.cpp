@@ -270,6 +270,18 @@ bool Parser::stringEquals(std::uint64_t id, std::string_view text) {
   return equal && text.empty();
 }
 
+std::optional<std::string_view> Parser::takePlainString(std::uint64_t id) {
+  check();
+  requireValue(id);
+  if (peek() != '"') failType("a string");
+  const auto span = buffered();
+  const std::size_t plain = plainStringLength(span.data() + 1, span.data() + span.size());
+  if (plain + 1 >= span.size() || span[plain + 1] != '"') return std::nullopt;
+  consume(plain + 2);
+  pendingDone(id);
+  return std::string_view(span.data() + 1, plain);
+}
+
 Parser::Frame& Parser::reachOuterFrame(std::uint64_t frameId) {
   std::size_t index = frames_.size();
   while (index != 0 && frames_[index - 1].id > frameId) --index;

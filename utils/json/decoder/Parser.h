@@ -42,8 +42,10 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -123,6 +125,11 @@ class Parser : private Grammar<Parser> {
   // Reads the pending value, which must be a string, and tells whether it
   // is `text` byte for byte, holding none of it.
   bool stringEquals(std::uint64_t id, std::string_view text);
+  // The pending value, which must be a string, taken whole when it is
+  // plain (no escape, control or non-ASCII byte) and whole in the buffer:
+  // its text, valid until the next call on the Parser. Otherwise nothing is
+  // consumed and the result is empty (std::nullopt).
+  std::optional<std::string_view> takePlainString(std::uint64_t id);
 
   // The plain ASCII characters that come next in an open string, taken in
   // one go (possibly none). The span points into the stream's buffer and

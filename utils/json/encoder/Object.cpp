@@ -133,20 +133,37 @@ void Object::addStringView(std::string_view name, std::string_view value) {
   empty_ = false;
 }
 
+void Object::add(std::string_view name, std::string_view value, Escape escape) {
+  if (escape == Escape::needed) {
+    addStringView(name, value);
+    return;
+  }
+  requireOpen("add", false);
+  writePlainStart(name);
+  io::OutputStream<char>& stream = document_->stream_;
+  stream.write(value);
+  stream.put('"');
+  empty_ = false;
+}
+
+void Object::writePlainStart(std::string_view name) {
+  io::OutputStream<char>& stream = document_->stream_;
+  const bool indented = document_->format_ == Format::indented;
+  // Literals as string views: their lengths are known without strlen.
+  stream.write(indented ? (empty_ ? "\n  \""sv : ",\n  \""sv) : (empty_ ? "\""sv : ",\""sv));
+  stream.write(name);
+  stream.write(indented ? "\": \""sv : "\":\""sv);
+}
+
 void Object::beginMember(std::string_view name, Escape escape) {
   requireOpen("beginMember", false);
-  io::OutputStream<char>& stream = document_->stream_;
   if (escape == Escape::none) {
     // Straight into the stream: the common case of a long file's members.
-    const bool indented = document_->format_ == Format::indented;
-    // Literals as string views: their lengths are known without strlen.
-    stream.write(indented ? (empty_ ? "\n  \""sv : ",\n  \""sv) : (empty_ ? "\""sv : ",\""sv));
-    stream.write(name);
-    stream.write(indented ? "\": \""sv : "\":\""sv);
+    writePlainStart(name);
   } else {
     composeStart(name, escape);
     scratch_ += '"';
-    stream.write(scratch_);
+    document_->stream_.write(scratch_);
   }
   empty_ = false;
   inMember_ = true;

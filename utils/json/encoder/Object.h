@@ -36,6 +36,10 @@ class Object {
   // then copied without a look.
   enum class Escape : bool { needed, none };
 
+  // As add(name, value), for a name and value that hold nothing to escape
+  // (Escape::none): both are copied without a look.
+  void add(std::string_view name, std::string_view value, Escape escape);
+
   // Writes one member whose string value comes in pieces, so that a value
   // of any length passes in constant memory: beginMember(), then
   // appendToValue() for each piece, then endMember(). The bytes written are
@@ -53,6 +57,9 @@ class Object {
   void addStringView(std::string_view name, std::string_view value);
   // Appends the separator before the next member, its quoted name and the colon.
   void composeStart(std::string_view name, Escape escape);
+  // Writes the separator, the quoted name, the colon and the value's
+  // opening quote, for a name that needs no escape.
+  void writePlainStart(std::string_view name);
   void requireOpen(const char* operation, bool inMember) const;
   void close() noexcept;
 
