@@ -42,6 +42,11 @@ utils::core::Uuid findUser(const std::filesystem::path& path, std::string_view u
   // Declared after the stream: stopped before the file closes.
   const std::unique_ptr<SecondHalfSearch> secondHalf =
       SecondHalfSearch::startFor(stream.file(), userName, path);
+  // The worker reads its half itself; the pass does the same with its own,
+  // so that the halves take alike and neither waits long for the other. A
+  // read-ahead thread would take turns with the two on a small machine,
+  // and on any other only make the pass wait longer at the boundary.
+  if (secondHalf != nullptr) stream.readAlone();
   return readUsers(stream, path, userName, secondHalf.get()).result(path);
 }
 

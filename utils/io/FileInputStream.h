@@ -38,6 +38,11 @@ class FileInputStream : public InputStream<CharT> {
   }
   const File& file() const noexcept { return file_; }
 
+  // From now on the calling thread reads the file alone, with no worker
+  // reading ahead: for when other threads already keep the processors busy.
+  // REQUIRES: no worker reads ahead yet.
+  void readAlone() noexcept { readAheadAfter_ = static_cast<std::size_t>(-1); }
+
   // Whether a worker thread reads the rest of the file.
   bool readsAhead() const noexcept { return readAhead_.has_value(); }
 

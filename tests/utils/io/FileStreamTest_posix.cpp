@@ -166,6 +166,18 @@ TEST(FileStreamTest, ALargeFileIsReadAheadWithTheSameContent) {
   EXPECT_FALSE(byDefault.readsAhead());
 }
 
+// A stream told to read alone never starts a worker, however much it reads.
+TEST(FileStreamTest, AStreamToldToReadAloneIsNeverReadAhead) {
+  TemporaryDirectory directory;
+  const auto path = directory.path() / "large.json";
+  const std::string text(300000, 'r');
+  writeFile(path, text);
+  FileInputStream<char> in(path, 1);
+  in.readAlone();
+  EXPECT_EQ(readAll(in), text);
+  EXPECT_FALSE(in.readsAhead());
+}
+
 // A pipe has no size to prove and may block: it is always read directly.
 TEST(FileStreamTest, APipeIsNeverReadAhead) {
   int ends[2];
