@@ -722,6 +722,20 @@ TEST(DecoderTest, APlainStringIsTakenWholeAndAnyOtherIsLeftUnread) {
   }
 }
 
+// The top-level value is followed by the check of the input's end, which
+// refills the buffer here: a string there is read the usual way.
+TEST(DecoderTest, ATopLevelStringIsNeverTakenWhole) {
+  MemoryInputStream stream("\"abcdef\"" + std::string(100, ' '), 16);
+  Document document(stream, "t.json");
+  Value& root = document.root();
+  const std::optional<std::string_view> plain = root.takePlainString();
+  EXPECT_EQ(plain.value_or("(not taken)"), "(not taken)");
+  if (!plain) {
+    EXPECT_EQ(readString(root), "abcdef");
+  }
+  document.finish();
+}
+
 TEST(DecoderTest, NamesOfEveryLengthAreReadExactly) {
   for (std::size_t length = 0; length <= 70; ++length) {
     std::string name;

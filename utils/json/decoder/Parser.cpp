@@ -274,6 +274,9 @@ std::optional<std::string_view> Parser::takePlainString(std::uint64_t id) {
   check();
   requireValue(id);
   if (peek() != '"') failType("a string");
+  // The top-level value is followed by the check of the input's end, which
+  // may refill the buffer under the text: it is read the usual way.
+  if (frames_.empty()) return std::nullopt;
   const auto span = buffered();
   const std::size_t plain = plainStringLength(span.data() + 1, span.data() + span.size());
   if (plain + 1 >= span.size() || span[plain + 1] != '"') return std::nullopt;

@@ -126,9 +126,9 @@ class Parser : private Grammar<Parser> {
   // is `text` byte for byte, holding none of it.
   bool stringEquals(std::uint64_t id, std::string_view text);
   // The pending value, which must be a string, taken whole when it is
-  // plain (no escape, control or non-ASCII byte) and whole in the buffer:
-  // its text, valid until the next call on the Parser. Otherwise nothing is
-  // consumed and the result is empty (std::nullopt).
+  // plain (no escape, control or non-ASCII byte), whole in the buffer and
+  // not the top-level value: its text, valid until the next call on the
+  // Parser. Otherwise nothing is consumed and the result is std::nullopt.
   std::optional<std::string_view> takePlainString(std::uint64_t id);
 
   // The plain ASCII characters that come next in an open string, taken in

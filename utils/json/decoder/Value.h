@@ -44,11 +44,11 @@ class Value {
   // A string: whether it is `text` byte for byte. As asString().equals(),
   // in one step.
   bool stringEquals(std::string_view text) { return parser().stringEquals(id_, text); }
-  // A string that holds no escape sequence and no byte from 0x80 on, and
-  // that is whole in the buffer (the usual short string), taken in one
-  // step: its text, valid until the next read from the Document. Any other
-  // string gives std::nullopt and is left unread, for asString(); a value
-  // of another kind throws as asString() does.
+  // A string in an object or array that holds no escape sequence and no
+  // byte from 0x80 on, and that is whole in the buffer (the usual short
+  // string), taken in one step: its text, valid until the next read from
+  // the Document. Any other string gives std::nullopt and is left unread,
+  // for asString(); a value of another kind throws as asString() does.
   std::optional<std::string_view> takePlainString() { return parser().takePlainString(id_); }
   // Consumes the value, whatever its kind and depth, unread.
   void skip() { parser().skipValue(id_); }

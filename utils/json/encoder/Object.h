@@ -36,8 +36,8 @@ class Object {
   // then copied without a look.
   enum class Escape : bool { needed, none };
 
-  // As add(name, value), for a name and value that hold nothing to escape
-  // (Escape::none): both are copied without a look.
+  // As add(name, value). Escape::none promises that neither the name nor
+  // the value holds a byte to escape: both are then copied without a look.
   void add(std::string_view name, std::string_view value, Escape escape);
 
   // Writes one member whose string value comes in pieces, so that a value
