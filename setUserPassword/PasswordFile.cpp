@@ -83,6 +83,7 @@ class ChangedCopy {
     }
     const encoder::Object::Escape nameEscape = escapeFor(member.name().escaped());
     if (plain) {
+      // The name's escape serves both: a plain value has nothing to escape.
       write([&] { object_.add(name, *plain, nameEscape); });
       return;
     }

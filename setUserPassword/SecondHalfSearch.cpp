@@ -82,10 +82,12 @@ std::optional<std::size_t> SecondHalfSearch::findBoundary(std::string_view text)
 
 bool SecondHalfSearch::addOutcomeTo(UserTally& tally) {
   worker_.join();
-  if (!outcome_.complete) return false;
-  return tally.addRest(
-      outcome_.matches, outcome_.firstMatch, outcome_.lastMatch,
-      [this](const utils::core::Uuid& uuid) { return outcome_.occurrences(uuid); });
+  const bool added =
+      outcome_.complete &&
+      tally.addRest(outcome_.matches, outcome_.firstMatch, outcome_.lastMatch,
+                    [this](const utils::core::Uuid& uuid) { return outcome_.occurrences(uuid); });
+  if (!added) abandoned_ = true;
+  return added;
 }
 
 void SecondHalfSearch::abandon() noexcept {

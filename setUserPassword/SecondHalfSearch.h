@@ -99,6 +99,11 @@ class SecondHalfSearch {
   // REQUIRES: reachedBy() has just returned true.
   bool addOutcomeTo(UserTally& tally);
 
+  // Whether the worker's outcome was dropped (the pass past the boundary,
+  // or no outcome to add there): the worker is then done, and the pass
+  // reads the rest itself.
+  bool dropped() const noexcept { return abandoned_; }
+
  private:
   // What the worker found; written by the worker only, read once it is
   // joined.

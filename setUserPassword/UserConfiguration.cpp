@@ -1,5 +1,6 @@
 #include "setUserPassword/UserConfiguration.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,14 +17,21 @@
 namespace korvane::setUserPassword {
 
 UserTally readUsers(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
-                    std::string_view userName, SecondHalfSearch* secondHalf) {
+                    std::string_view userName, SecondHalfSearch* secondHalf,
+                    const std::function<void()>& readingOn) {
   UserTally tally(userName);
   utils::json::decoder::Document document(stream, path);
   // At the second half's boundary, its outcome completes the tally, when
   // it has one; otherwise this pass reads on.
+  bool toldReadingOn = false;
   const auto tookSecondHalf = [&] {
-    return secondHalf != nullptr && secondHalf->reachedBy(document.offset()) &&
-           secondHalf->addOutcomeTo(tally);
+    if (secondHalf == nullptr) return false;
+    if (secondHalf->reachedBy(document.offset()) && secondHalf->addOutcomeTo(tally)) return true;
+    if (secondHalf->dropped() && !toldReadingOn) {
+      toldReadingOn = true;
+      if (readingOn) readingOn();
+    }
+    return false;
   };
   utils::json::decoder::Object object = document.readAsObject();
   if (userList::readMembers(object, tally, tookSecondHalf)) return tally;
@@ -45,9 +53,12 @@ utils::core::Uuid findUser(const std::filesystem::path& path, std::string_view u
   // The worker reads its half itself; the pass does the same with its own,
   // so that the halves take alike and neither waits long for the other. A
   // read-ahead thread would take turns with the two on a small machine,
-  // and on any other only make the pass wait longer at the boundary.
+  // and on any other only make the pass wait longer at the boundary. Once
+  // the worker's outcome is dropped, the pass reads the rest alone, and a
+  // read-ahead thread helps again.
   if (secondHalf != nullptr) stream.readAlone();
-  return readUsers(stream, path, userName, secondHalf.get()).result(path);
+  return readUsers(stream, path, userName, secondHalf.get(), [&stream] { stream.allowReadAhead(); })
+      .result(path);
 }
 
 }  // namespace korvane::setUserPassword

@@ -19,6 +19,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string_view>
 
 #include "setUserPassword/SecondHalfSearch.h"
@@ -37,8 +38,11 @@ utils::core::Uuid findUser(const std::filesystem::path& path, std::string_view u
 // The tally of the whole text of `stream`, named `path` in messages, or the
 // decoder's located error (or one of the matched user's errors, located at
 // its object). With `secondHalf`, the search of the text from its boundary
-// on, whose outcome is taken there when it can be (see SecondHalfSearch.h).
+// on, whose outcome is taken there when it can be (see SecondHalfSearch.h);
+// when it is dropped instead, `readingOn` is called once before the pass
+// reads on.
 UserTally readUsers(utils::io::InputStream<char>& stream, const std::filesystem::path& path,
-                    std::string_view userName, SecondHalfSearch* secondHalf = nullptr);
+                    std::string_view userName, SecondHalfSearch* secondHalf = nullptr,
+                    const std::function<void()>& readingOn = {});
 
 }  // namespace korvane::setUserPassword

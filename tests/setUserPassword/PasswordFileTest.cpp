@@ -361,7 +361,7 @@ TEST_F(PasswordFileTest, EscapesAreDecodedAndErrorsLocated) {
 TEST_F(PasswordFileTest, EditsAtEveryPositionAgreeWithTheReference) {
   const std::string text = passwordsText(3);
   const std::string bytes =
-      std::string("\"\\{}[],:x 0u") + std::string("\x00\x1F\x80\xC3\xED\xFF", 6);
+      std::string("\"\\{}[],:x 0u") + std::string("\x00\x1F\x7F\x80\xC3\xED\xFF", 7);
   int accepted = 0;
   for (std::size_t at = 0; at <= text.size(); ++at) {
     if (expectCopyAgrees(text.substr(0, at), "cut at " + std::to_string(at))) ++accepted;

@@ -206,6 +206,32 @@ TEST(SecondHalfSearchTest, ABoundaryInsideAValueIsNeverTaken) {
   EXPECT_EQ(taken, userEnds(text));
 }
 
+// The pass is told once that it reads on itself where the worker's outcome
+// is dropped (the boundary inside a value, or a rest the worker cannot
+// read), and never where the outcome is taken or the boundary never
+// reached.
+TEST(SecondHalfSearchTest, ThePassIsToldOnceWhenItReadsOnItself) {
+  const std::string text = users({user("bob", uuidB, ", \"g\": [{\"a\": 1}, {}]"),
+                                  user("alice", uuidA), user("carol", uuidC)});
+  const std::vector<std::size_t> ends = userEnds(text);
+  for (std::size_t boundary = 1; boundary <= text.size(); ++boundary) {
+    if (text[boundary - 1] != '}') continue;
+    for (const bool damaged : {false, true}) {
+      const std::string rest = (damaged ? damagedAfter(text, boundary) : text).substr(boundary);
+      SecondHalfSearch secondHalf(
+          [rest](const std::atomic<bool>&) { return std::make_unique<MemoryInputStream>(rest, 5); },
+          boundary, sought, path);
+      MemoryInputStream stream(text, 7);
+      int told = 0;
+      EXPECT_EQ(outcomeOf(readUsers(stream, path, sought, &secondHalf, [&told] { ++told; })),
+                "found " + uuidA);
+      const bool userEnd = std::find(ends.begin(), ends.end(), boundary) != ends.end();
+      const int expected = boundary > ends.back() ? 0 : userEnd ? (damaged ? 1 : 0) : 1;
+      EXPECT_EQ(told, expected) << "boundary " << boundary << (damaged ? ", damaged" : "");
+    }
+  }
+}
+
 // Two different UUIDs whose fingerprints are equal, found among random
 // ones (in about 80,000 draws).
 std::pair<std::string, std::string> collidingUuids() {

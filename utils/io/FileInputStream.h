@@ -1,11 +1,14 @@
 // FileInputStream: an InputStream over a File. Once a regular file has
 // proved large (readAheadAfter bytes read), the rest is read ahead on a
 // worker thread (see ReadAhead.h); a small file, a pipe or a terminal is
-// read by the calling thread alone.
+// read by the calling thread alone. The owner may hold the worker back
+// (readAlone) while other threads keep the processors busy, and let it
+// start again later (allowReadAhead).
 //
 // Thread safety: one object must not be used from two threads at once.
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <exception>
 #include <filesystem>
@@ -25,10 +28,16 @@ class FileInputStream : public InputStream<CharT> {
   // Throws FileNotFoundError when `path` does not exist.
   explicit FileInputStream(const std::filesystem::path& path,
                            std::size_t readAheadAfter = BlockRing::workerAfter)
-      : InputStream<CharT>(), file_(path, File::Access::read), readAheadAfter_(readAheadAfter) {}
+      : InputStream<CharT>(),
+        file_(path, File::Access::read),
+        readAheadAfter_(readAheadAfter),
+        initialReadAheadAfter_(readAheadAfter) {}
 
   explicit FileInputStream(File&& file, std::size_t readAheadAfter = BlockRing::workerAfter)
-      : InputStream<CharT>(), file_(std::move(file)), readAheadAfter_(readAheadAfter) {}
+      : InputStream<CharT>(),
+        file_(std::move(file)),
+        readAheadAfter_(readAheadAfter),
+        initialReadAheadAfter_(readAheadAfter) {}
 
   // Closes the file; nothing more is read, and nothing buffered is left.
   void close() {
@@ -41,7 +50,16 @@ class FileInputStream : public InputStream<CharT> {
   // From now on the calling thread reads the file alone, with no worker
   // reading ahead: for when other threads already keep the processors busy.
   // REQUIRES: no worker reads ahead yet.
-  void readAlone() noexcept { readAheadAfter_ = static_cast<std::size_t>(-1); }
+  void readAlone() noexcept {
+    assert(!readAhead_.has_value());
+    readAheadAfter_ = static_cast<std::size_t>(-1);
+  }
+
+  // Undoes readAlone(): a regular file that has proved large is read ahead
+  // from the next refill on.
+  void allowReadAhead() noexcept {
+    if (!readAhead_) readAheadAfter_ = initialReadAheadAfter_;
+  }
 
   // Whether a worker thread reads the rest of the file.
   bool readsAhead() const noexcept { return readAhead_.has_value(); }
@@ -74,6 +92,7 @@ class FileInputStream : public InputStream<CharT> {
 
   File file_;
   std::size_t readAheadAfter_;
+  const std::size_t initialReadAheadAfter_;  // as constructed, for allowReadAhead()
   std::size_t readDirectly_ = 0;
   std::optional<ReadAhead> readAhead_;  // after file_: stops before it closes
 };

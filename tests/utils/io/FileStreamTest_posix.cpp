@@ -166,16 +166,33 @@ TEST(FileStreamTest, ALargeFileIsReadAheadWithTheSameContent) {
   EXPECT_FALSE(byDefault.readsAhead());
 }
 
-// A stream told to read alone never starts a worker, however much it reads.
-TEST(FileStreamTest, AStreamToldToReadAloneIsNeverReadAhead) {
+// A stream told to read alone starts no worker, however much it reads,
+// until it is allowed to again: then the next refill starts one, and the
+// content is the same either way.
+TEST(FileStreamTest, AStreamToldToReadAloneIsReadAheadOnlyOnceAllowedAgain) {
   TemporaryDirectory directory;
   const auto path = directory.path() / "large.json";
-  const std::string text(300000, 'r');
+  std::string text(300000, '\0');
+  for (std::size_t i = 0; i < text.size(); ++i) text[i] = static_cast<char>('a' + i % 23);
   writeFile(path, text);
+  FileInputStream<char> alone(path, 1);
+  alone.readAlone();
+  EXPECT_EQ(readAll(alone), text);
+  EXPECT_FALSE(alone.readsAhead());
+
   FileInputStream<char> in(path, 1);
   in.readAlone();
-  EXPECT_EQ(readAll(in), text);
+  std::string read;
+  while (read.size() < 100000 && in.ensureBuffer()) {
+    const auto buffered = in.buffered();
+    read.append(buffered.data(), buffered.size());
+    in.consume(buffered.size());
+  }
   EXPECT_FALSE(in.readsAhead());
+  in.allowReadAhead();
+  read += readAll(in);
+  EXPECT_TRUE(in.readsAhead());
+  EXPECT_EQ(read, text);
 }
 
 // A pipe has no size to prove and may block: it is always read directly.

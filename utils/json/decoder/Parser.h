@@ -126,8 +126,8 @@ class Parser : private Grammar<Parser> {
   // is `text` byte for byte, holding none of it.
   bool stringEquals(std::uint64_t id, std::string_view text);
   // The pending value, which must be a string, taken whole when it is
-  // plain (no escape, control or non-ASCII byte), whole in the buffer and
-  // not the top-level value: its text, valid until the next call on the
+  // plain (only bytes 0x20 to 0x7F other than '"' and '\\'), whole in the
+  // buffer and not the top-level value: its text, valid until the next call on the
   // Parser. Otherwise nothing is consumed and the result is std::nullopt.
   std::optional<std::string_view> takePlainString(std::uint64_t id);
 

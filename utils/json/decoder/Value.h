@@ -49,7 +49,9 @@ class Value {
   // string), taken in one step: its text, valid until the next read from
   // the Document. Any other string gives std::nullopt and is left unread,
   // for asString(); a value of another kind throws as asString() does.
-  std::optional<std::string_view> takePlainString() { return parser().takePlainString(id_); }
+  [[nodiscard]] std::optional<std::string_view> takePlainString() {
+    return parser().takePlainString(id_);
+  }
   // Consumes the value, whatever its kind and depth, unread.
   void skip() { parser().skipValue(id_); }
 
