@@ -1,6 +1,5 @@
 #include "setUserPassword/Application.h"
 
-#include <locale>
 #include <string>
 
 #include "lineEdit/CancelledException.h"
@@ -29,9 +28,11 @@ constexpr lineEdit::LineEditorOptions plainOptions{false, 0, false, '*'};
 constexpr std::string_view answerPrompt =
     "Please answer \"y\" or \"n\", or press Return to accept the default of \"n\".";
 
+// The "C" locale's lower case: only 'A' to 'Z' change.
 std::string toLowerClassic(std::string text) {
-  const std::locale& classic = std::locale::classic();
-  for (char& c : text) c = std::tolower(c, classic);
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
   return text;
 }
 
